@@ -1,0 +1,40 @@
+#include "player/ff_wrap/CodecParameters.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavutil/mem.h>
+}
+
+#include <climits>
+#include <cstring>
+#include <stdexcept>
+
+namespace ko_player::ff_wrap {
+
+void FreeCodecParameters::operator()(AVCodecParameters* parameters) const noexcept {
+    avcodec_parameters_free(&parameters);
+}
+
+CodecParametersPtr makeCodecParameters() {
+    CodecParametersPtr parameters(avcodec_parameters_alloc());
+    if (!parameters) {
+        throw std::runtime_error("avcodec_parameters_alloc failed");
+    }
+    return parameters;
+}
+
+void allocExtradata(AVCodecParameters& parameters, std::size_t size) {
+    av_freep(&parameters.extradata);
+    parameters.extradata_size = 0;
+    if (size > static_cast<std::size_t>(INT_MAX) - AV_INPUT_BUFFER_PADDING_SIZE) {
+        throw std::runtime_error("allocExtradata failed to alloc side");
+    }
+    parameters.extradata = static_cast<std::uint8_t*>(av_malloc(size + AV_INPUT_BUFFER_PADDING_SIZE));
+    if (parameters.extradata == nullptr) {
+        throw std::runtime_error("allocExtradata failed to alloc side");
+    }
+    std::memset(parameters.extradata + size, 0, AV_INPUT_BUFFER_PADDING_SIZE);
+    parameters.extradata_size = static_cast<int>(size);
+}
+
+} // namespace ko_player::ff_wrap

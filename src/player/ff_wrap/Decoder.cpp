@@ -1,0 +1,54 @@
+#include "player/ff_wrap/Decoder.h"
+
+#include "player/ff_wrap/FfmpegError.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavutil/dict.h>
+}
+
+#include <stdexcept>
+
+namespace ko_player::ff_wrap {
+namespace {
+
+/// Frees the options on every path out of the constructor.
+class Options {
+public:
+    Options() = default;
+    Options(const Options&) = delete;
+    Options& operator=(const Options&) = delete;
+    ~Options() { av_dict_free(&dictionary_); }
+
+    AVDictionary** address() noexcept { return &dictionary_; }
+
+private:
+    AVDictionary* dictionary_ = nullptr;
+};
+
+} // namespace
+
+void Decoder::Free::operator()(AVCodecContext* context) const noexcept {
+    avcodec_free_context(&context);
+}
+
+Decoder::Decoder(const AVCodecParameters* parameters, AVRational timeBase)
+    : context_(avcodec_alloc_context3(nullptr)) {
+    if (!context_) {
+        throw std::runtime_error("Decoder.ctor: avcodec_alloc_context3 failed");
+    }
+    const int filled = avcodec_parameters_to_context(context_.get(), parameters);
+    if (filled < 0) {
+        throw std::runtime_error("Decoder.ctor: params to context failed: " + errorText(filled));
+    }
+    context_->pkt_timebase = timeBase;
+    const AVCodec* codec = avcodec_find_decoder(context_->codec_id);
+    Options options;
+    av_dict_set_int(options.address(), "refcounted_frames", 1, 0);
+    const int opened = avcodec_open2(context_.get(), codec, options.address());
+    if (opened < 0) {
+        throw std::runtime_error("Decoder.ctor: avcodec_open failed: " + errorText(opened));
+    }
+}
+
+} // namespace ko_player::ff_wrap

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <memory>
+
+struct AVFrame;
+
+namespace ko_player::ff_wrap {
+
+/// Owns one FFmpeg frame, empty at first. Travels between threads as std::shared_ptr<Frame>; never copied.
+class Frame {
+public:
+    /// Throws std::runtime_error "Frame av_frame_alloc failed".
+    Frame();
+
+    [[nodiscard]] AVFrame* get() noexcept { return frame_.get(); }
+    [[nodiscard]] const AVFrame* get() const noexcept { return frame_.get(); }
+    AVFrame* operator->() noexcept { return frame_.get(); }
+    const AVFrame* operator->() const noexcept { return frame_.get(); }
+
+private:
+    struct Free {
+        void operator()(AVFrame* frame) const noexcept;
+    };
+    std::unique_ptr<AVFrame, Free> frame_;
+};
+
+} // namespace ko_player::ff_wrap

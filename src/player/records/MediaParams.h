@@ -1,0 +1,41 @@
+#pragma once
+
+extern "C" {
+#include <libavutil/rational.h>
+}
+
+#include <cstdint>
+#include <iosfwd>
+
+namespace ko_player {
+
+/// Geometry and pixel format of a picture.
+struct VideoParams {
+    int format = -1; ///< an AVPixelFormat, -1 for none
+    int width = 0;   ///< pixels
+    int height = 0;  ///< pixels
+    AVRational sampleAspectRatio{0, 1};
+
+    friend bool operator==(const VideoParams& a, const VideoParams& b) {
+        return a.format == b.format && a.width == b.width && a.height == b.height &&
+               a.sampleAspectRatio.num == b.sampleAspectRatio.num &&
+               a.sampleAspectRatio.den == b.sampleAspectRatio.den;
+    }
+};
+
+/// As log lines show it: " fmt: 0, w: 1920, h: 1080, sar: 1/1".
+std::ostream& operator<<(std::ostream& out, const VideoParams& params);
+
+/// Format of interleaved or planar sound.
+struct AudioParams {
+    int format = -1;    ///< an AVSampleFormat, -1 for none
+    int sampleRate = 0; ///< Hz
+    int channels = 0;
+    std::uint64_t channelLayout = 0; ///< FFmpeg channel mask
+    int frameSize = 0;               ///< bytes of one sample in all channels
+    int bytesPerSecond = 0;
+
+    friend bool operator==(const AudioParams&, const AudioParams&) = default;
+};
+
+} // namespace ko_player
