@@ -1,0 +1,280 @@
+#include "flv/FlvHandler.h"
+
+#include "base/Log.h"
+#include "flv/AacConfig.h"
+#include "flv/CodecMapping.h"
+#include "flv/FillPacket.h"
+#include "flv/SeiFilter.h"
+#include "player/ff_wrap/ChannelLayout.h"
+
+extern "C" {
+#include <libavcodec/packet.h>
+#include <libavutil/channel_layout.h>
+}
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <span>
+#include <string_view>
+
+namespace ko_player {
+namespace {
+
+/// Sizes from this on are no sizes of pictures but garbage.
+constexpr std::int64_t kFrameSizeEnd = 8000;
+
+/// Truncates; what does not fit becomes the nearest value that does, and what is no number becomes 0.
+std::int64_t toInt64(double value) {
+    constexpr double kEnd = 9223372036854775808.0; // 2^63
+    if (std::isnan(value)) {
+        return 0;
+    }
+    if (value >= kEnd) {
+        return std::numeric_limits<std::int64_t>::max();
+    }
+    if (value < -kEnd) {
+        return std::numeric_limits<std::int64_t>::min();
+    }
+    return static_cast<std::int64_t>(value);
+}
+
+AVCodecID vcodecFromMeta(std::int64_t value) {
+    const AVCodecID codec = videoCodecOf(value);
+    if (codec == AV_CODEC_ID_NONE) {
+        base::logAt("ko_player::FlvHandler::vcodecFromMeta", "unknown vcodec: ", value);
+    }
+    return codec;
+}
+
+AVCodecID acodecFromMeta(std::int64_t value) {
+    const AVCodecID codec = audioCodecOf(value);
+    if (codec == AV_CODEC_ID_NONE) {
+        base::logAt("ko_player::FlvHandler::acodecFromMeta", "unknown acodec: ", value);
+    }
+    return codec;
+}
+
+int videoFrameSize(std::int64_t value) {
+    if (value < 1 || value >= kFrameSizeEnd) {
+        base::logAt("ko_player::FlvHandler::videoFrameSize", "bad size: ", value);
+        return 0;
+    }
+    return static_cast<int>(value);
+}
+
+/// What one onMetaData message says.
+struct MetaInfo {
+    Metadata position;
+    AVCodecID videoCodec = AV_CODEC_ID_NONE;
+    int width = 0;
+    int height = 0;
+    AVCodecID audioCodec = AV_CODEC_ID_NONE;
+    int sampleRate = 0;
+    std::int64_t sampleSize = 0;
+    int channels = 0;
+};
+
+void interpret(MetaInfo& info, std::string_view key, std::int64_t value) {
+    if (key == "absolute_time") {
+        info.position.absoluteTime = value;
+    } else if (key == "fragmentPosition") {
+        info.position.fragmentPosition = value;
+    } else if (key == "fragmentDuration") {
+        info.position.fragmentDuration = value;
+    } else if (key == "videocodecid") {
+        info.videoCodec = vcodecFromMeta(value);
+    } else if (key == "width") {
+        info.width = videoFrameSize(value);
+    } else if (key == "height") {
+        info.height = videoFrameSize(value);
+    } else if (key == "audiocodecid") {
+        // A whole FLV audio header byte, with the SoundFormat in its upper half.
+        info.audioCodec = acodecFromMeta(value >> 4);
+    } else if (key == "audiosamplerate") {
+        info.sampleRate = static_cast<int>(value);
+    } else if (key == "audiosamplesize") {
+        info.sampleSize = value;
+    } else if (key == "audiochannels") {
+        info.channels = static_cast<int>(value);
+    }
+}
+
+std::span<const std::uint8_t> payloadOf(const flv::Packet& packet) {
+    return {packet.data, packet.size};
+}
+
+void setExtradata(AVCodecParameters& params, std::span<const std::uint8_t> bytes) {
+    ff_wrap::allocExtradata(params, bytes.size());
+    std::copy(bytes.begin(), bytes.end(), params.extradata);
+}
+
+bool hasExtradata(const AVCodecParameters& params) {
+    return params.extradata != nullptr && params.extradata_size > 0;
+}
+
+} // namespace
+
+FlvHandler::FlvHandler()
+    : audioParams_(ff_wrap::makeCodecParameters()), videoParams_(ff_wrap::makeCodecParameters()) {
+    audioParams_->codec_type = AVMEDIA_TYPE_AUDIO;
+    videoParams_->codec_type = AVMEDIA_TYPE_VIDEO;
+}
+
+void FlvHandler::onHeader(bool audio, bool video) {
+    base::logAt("ko_player::FlvHandler::onHeader", "audio: ", audio, ", video: ", video);
+}
+
+void FlvHandler::onError(const std::string& message) {
+    base::logAt("ko_player::FlvHandler::onError", "flv parser error: ", message);
+}
+
+void FlvHandler::onScriptData(const flv::NumberProperties& properties) {
+    MetaInfo info;
+    for (const auto& [key, value] : properties) {
+        interpret(info, key, toInt64(value));
+    }
+    if (info.videoCodec != AV_CODEC_ID_NONE) {
+        handleVideoMetaInfo(info.videoCodec, info.width, info.height);
+    }
+    if (info.audioCodec != AV_CODEC_ID_NONE) {
+        handleAudioMetaInfo(info.audioCodec, info.sampleRate, info.sampleSize, info.channels);
+    }
+    if (info.position.hasPosition() && onMetadata) {
+        onMetadata(info.position);
+    }
+}
+
+void FlvHandler::handleVideoMetaInfo(AVCodecID codec, int width, int height) {
+    base::logAt("ko_player::FlvHandler::handleVideoMetaInfo", "vcodec: ", codecLogName(codec), ", w: ", width,
+                ", h: ", height);
+    videoParams_->codec_id = codec;
+    videoParams_->format = AV_PIX_FMT_YUV420P;
+    videoParams_->width = width;
+    videoParams_->height = height;
+}
+
+void FlvHandler::handleAudioMetaInfo(AVCodecID codec, int sampleRate, std::int64_t sampleSize, int channels) {
+    constexpr std::string_view kFunction = "ko_player::FlvHandler::handleAudioMetaInfo";
+    base::logAt(kFunction, "acodec: ", codecLogName(codec), ", samplerate: ", sampleRate, ", ch: ", channels,
+                ", samplesize: ", sampleSize);
+    audioParams_->codec_id = codec;
+    if ((channels != 1 && channels != 2) || sampleRate < 1) {
+        base::logAt(kFunction, "ivalid channels or rate");
+        return;
+    }
+    av_channel_layout_uninit(&audioParams_->ch_layout);
+    audioParams_->ch_layout = ff_wrap::layoutFromMask(ff_wrap::defaultLayoutMask(channels), channels);
+    audioParams_->sample_rate = sampleRate;
+    audioParams_->bits_per_coded_sample = static_cast<int>(sampleSize);
+    if (codec == AV_CODEC_ID_AAC && !hasExtradata(*audioParams_)) {
+        generateAacExtraData(sampleRate, channels);
+    }
+}
+
+void FlvHandler::generateAacExtraData(int sampleRate, int channels) {
+    const auto aac = makeAacConfig(sampleRate, channels);
+    if (!aac) {
+        base::logAt("ko_player::FlvHandler::generateAacExtraData", "ivalid aac sample_rate: ", sampleRate);
+        return;
+    }
+    setExtradata(*audioParams_, aac->config);
+    std::copy(aac->behind.begin(), aac->behind.end(), audioParams_->extradata + aac->config.size());
+}
+
+void FlvHandler::onVideoTag(const flv::VideoPacket& packet) {
+    const auto payload = payloadOf(packet);
+    if (firstVideoPending_) {
+        onFirstVideoData(packet);
+        if (packet.isSequenceHeader) {
+            return;
+        }
+    } else if (packet.isSequenceHeader) {
+        pendingVideoSideData_.assign(payload.begin(), payload.end());
+        return;
+    }
+    if (isSupplementalOnly(videoParams_->codec_id, payload)) {
+        return;
+    }
+    auto filled = std::make_shared<ff_wrap::Packet>();
+    FillPacket(*filled, packet.data, packet.size, packet.timestamp, pendingVideoSideData_,
+               packet.isKeyFrame ? AV_PKT_FLAG_KEY : 0);
+    if (onVideoPacket) {
+        onVideoPacket(std::move(filled));
+    }
+}
+
+void FlvHandler::onFirstVideoData(const flv::VideoPacket& packet) {
+    constexpr std::string_view kFunction = "ko_player::FlvHandler::onFirstVideoData";
+    base::logAt(kFunction, "first video frame with sps-value: ", packet.isSequenceHeader,
+                ", size: ", packet.size);
+    firstVideoPending_ = false;
+    if (packet.isSequenceHeader) {
+        setExtradata(*videoParams_, payloadOf(packet));
+    } else {
+        base::logAt(kFunction, "first video frame is not AVC");
+    }
+    if (videoParams_->codec_id == AV_CODEC_ID_NONE) {
+        base::logAt(kFunction, "no video meta info, use default");
+        handleVideoMetaInfo(AV_CODEC_ID_H264, 0, 0);
+    }
+    if (onVideoParams) {
+        onVideoParams(videoParams_.get());
+    }
+}
+
+void FlvHandler::onAudioTag(const flv::AudioPacket& packet) {
+    if (firstAudioPending_) {
+        if (!onFirstAudioData(packet) || packet.isSequenceHeader) {
+            return;
+        }
+    } else if (packet.isSequenceHeader) {
+        const auto payload = payloadOf(packet);
+        pendingAudioSideData_.assign(payload.begin(), payload.end());
+        return;
+    }
+    auto filled = std::make_shared<ff_wrap::Packet>();
+    FillPacket(*filled, packet.data, packet.size, packet.timestamp, pendingAudioSideData_, 0);
+    if (onAudioPacket) {
+        onAudioPacket(std::move(filled));
+    }
+}
+
+bool FlvHandler::onFirstAudioData(const flv::AudioPacket& packet) {
+    constexpr std::string_view kFunction = "ko_player::FlvHandler::onFirstAudioData";
+    base::logAt(kFunction, "first audio frame: fmt: ", packet.soundFormat, ", rate: ", packet.sampleRate,
+                ", ch: ", packet.channels, ", s16: ", packet.is16Bit);
+    firstAudioPending_ = false;
+    const AVCodecID codec = acodecFromMeta(packet.soundFormat);
+    if (codec == AV_CODEC_ID_NONE) {
+        base::logAt(kFunction, "codec of packet is unsupported");
+        return false;
+    }
+    if (codec != audioParams_->codec_id) {
+        base::logAt(kFunction, "codec in metadata is not equal to codec of packet: must: ",
+                    static_cast<int>(audioParams_->codec_id), ", received: ", static_cast<int>(codec));
+        return false;
+    }
+    if (codec == AV_CODEC_ID_AAC) {
+        initAacExtradataFromPacket(packet);
+    }
+    if (onAudioParams) {
+        onAudioParams(audioParams_.get());
+    }
+    return true;
+}
+
+void FlvHandler::initAacExtradataFromPacket(const flv::AudioPacket& packet) {
+    constexpr std::string_view kFunction = "ko_player::FlvHandler::initAacExtradataFromPacket";
+    if (packet.isSequenceHeader && packet.size > 0) {
+        setExtradata(*audioParams_, payloadOf(packet));
+        base::logAt(kFunction, "copy from pack: ", packet.size, " bytes");
+    } else if (hasExtradata(*audioParams_)) {
+        base::logAt(kFunction, "using defaults from metadata: ", audioParams_->extradata_size, " bytes");
+    } else {
+        base::logAt(kFunction, "ERROR: no aac config in packet or in metadata");
+    }
+}
+
+} // namespace ko_player

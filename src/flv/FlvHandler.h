@@ -1,0 +1,70 @@
+#pragma once
+
+#include "flv/Observer.h"
+#include "player/ff_wrap/CodecParameters.h"
+#include "player/ff_wrap/Packet.h"
+#include "player/records/Metadata.h"
+
+extern "C" {
+#include <libavcodec/codec_id.h>
+#include <libavcodec/codec_par.h>
+}
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace ko_player {
+
+/// Turns what the tag reader finds into codec parameters and FFmpeg packets (time base 1/1000). Everything,
+/// callbacks included, happens on the thread that feeds the reader. Allocation failures are thrown as
+/// std::runtime_error or std::bad_alloc; anything else that is wrong is logged and costs one packet or one
+/// kind of stream.
+class FlvHandler final : public flv::Observer {
+public:
+    using ParamsCallback = std::function<bool(const AVCodecParameters*)>;
+    using PacketCallback = std::function<void(std::shared_ptr<ff_wrap::Packet>)>;
+
+    /// Throws std::runtime_error "avcodec_parameters_alloc failed".
+    FlvHandler();
+
+    // Set these before the first byte; an empty one is skipped. The results of the two that announce
+    // parameters are ignored. The parameters belong to the handler and may change later: copy what is kept.
+    std::function<void(const Metadata&)> onMetadata;
+    ParamsCallback onVideoParams;
+    PacketCallback onVideoPacket;
+    ParamsCallback onAudioParams;
+    PacketCallback onAudioPacket;
+
+    void onHeader(bool audio, bool video) override;
+    void onVideoTag(const flv::VideoPacket& packet) override;
+    void onAudioTag(const flv::AudioPacket& packet) override;
+    void onScriptData(const flv::NumberProperties& properties) override;
+    void onError(const std::string& message) override;
+
+    [[nodiscard]] const AVCodecParameters& videoParams() const { return *videoParams_; }
+    [[nodiscard]] const AVCodecParameters& audioParams() const { return *audioParams_; }
+
+    /// Codec configuration that the next audio packet is to carry as new extradata.
+    [[nodiscard]] std::vector<std::uint8_t>& pendingAudioSideData() { return pendingAudioSideData_; }
+
+private:
+    void handleVideoMetaInfo(AVCodecID codec, int width, int height);
+    void handleAudioMetaInfo(AVCodecID codec, int sampleRate, std::int64_t sampleSize, int channels);
+    void generateAacExtraData(int sampleRate, int channels);
+    void onFirstVideoData(const flv::VideoPacket& packet);
+    /// False where this packet goes no further.
+    bool onFirstAudioData(const flv::AudioPacket& packet);
+    void initAacExtradataFromPacket(const flv::AudioPacket& packet);
+
+    bool firstVideoPending_ = true;
+    bool firstAudioPending_ = true;
+    std::vector<std::uint8_t> pendingVideoSideData_;
+    std::vector<std::uint8_t> pendingAudioSideData_;
+    ff_wrap::CodecParametersPtr audioParams_;
+    ff_wrap::CodecParametersPtr videoParams_;
+};
+
+} // namespace ko_player
