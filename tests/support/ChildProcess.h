@@ -1,0 +1,79 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace mediaworker::test {
+
+/// A program that a test runs. It is killed when this object goes, and by the system when the thread that
+/// started it ends, so that a test that is killed leaves nothing behind. Not thread-safe.
+class ChildProcess {
+public:
+    struct Options {
+        std::vector<std::string> command = {}; ///< the program, looked up in PATH, and its arguments
+        std::vector<std::pair<std::string, std::string>> environment =
+            {};                            ///< added to, or replacing, our own
+        std::filesystem::path output = {}; ///< standard output = {}; empty: discarded
+        std::filesystem::path errors = {}; ///< standard error; empty: our own
+        bool hasInput = false;             ///< standard input is fed by write()
+    };
+
+    /// Throws std::system_error when the program cannot be started.
+    explicit ChildProcess(const Options& options);
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+    ~ChildProcess();
+
+    /// Blocks until the program has room for everything. False when it no longer reads.
+    [[nodiscard]] bool write(std::span<const std::uint8_t> bytes);
+    void closeInput();
+
+    /// Waits for the end. The exit status, or 128 + the signal that ended it.
+    int wait();
+    /// The same, empty when the time is over first.
+    std::optional<int> waitFor(std::chrono::milliseconds limit);
+    [[nodiscard]] bool isRunning() { return !waitFor(std::chrono::milliseconds(0)); }
+
+    void signal(int number);
+
+    [[nodiscard]] pid_t id() const noexcept { return pid_; }
+
+private:
+    pid_t pid_ = -1;
+    int input_ = -1; ///< our end of a socket pair; -1 when closed
+    std::optional<int> status_;
+};
+
+/// Runs a command to its end and gives its standard output. Throws std::runtime_error with what it wrote to
+/// standard error when it fails.
+std::string runCommand(const std::vector<std::string>& command,
+                       const std::vector<std::pair<std::string, std::string>>& environment = {});
+
+/// A folder in the temporary directory that is removed with all its contents.
+class TemporaryFolder {
+public:
+    TemporaryFolder();
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    ~TemporaryFolder();
+
+    [[nodiscard]] const std::filesystem::path& path() const noexcept { return path_; }
+    [[nodiscard]] std::filesystem::path operator/(const char* name) const { return path_ / name; }
+
+private:
+    std::filesystem::path path_;
+};
+
+/// The whole file. Throws std::runtime_error when it cannot be read.
+[[nodiscard]] std::string readFile(const std::filesystem::path& path);
+void writeFile(const std::filesystem::path& path, std::string_view text);
+
+} // namespace mediaworker::test
