@@ -68,6 +68,11 @@ public:
     /// Abandons what is queued, and ends both sides' waits.
     void stop() { change(State::Stopped); }
 
+    [[nodiscard]] bool isStopped() const {
+        const std::lock_guard lock(mutex_);
+        return state_ == State::Stopped;
+    }
+
     [[nodiscard]] std::uint64_t bytesHeld() const {
         const std::lock_guard lock(mutex_);
         return bytes_;

@@ -26,7 +26,9 @@ bool PauseCtrl::wait() {
     if (reasons_ == 0) {
         return false;
     }
+    ++waiting_;
     changed_.wait(lock, [&] { return reasons_ == 0 || stopped_; });
+    --waiting_;
     return !stopped_ && resumeReason_ == PauseReason::User;
 }
 
@@ -34,6 +36,11 @@ void PauseCtrl::stop() {
     const std::lock_guard lock(mutex_);
     stopped_ = true;
     changed_.notify_all();
+}
+
+int PauseCtrl::waiting() const {
+    const std::lock_guard lock(mutex_);
+    return waiting_;
 }
 
 bool PauseCtrl::isPaused() const {

@@ -32,6 +32,8 @@ public:
     void stop();
 
     [[nodiscard]] bool isPaused() const;
+    /// How many threads stand still in wait().
+    [[nodiscard]] int waiting() const;
 
 private:
     void change(PauseReason reason, bool add);
@@ -44,6 +46,7 @@ private:
     PauseReason resumeReason_ = PauseReason::None; ///< whose removal last emptied the set
     bool disabled_ = false;
     bool stopped_ = false;
+    int waiting_ = 0;
 };
 
 } // namespace ko_player::details

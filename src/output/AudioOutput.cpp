@@ -1,0 +1,121 @@
+#include "output/AudioOutput.h"
+
+#include "base/Log.h"
+#include "base/Saturating.h"
+#include "base/ThreadName.h"
+#include "player/ff_wrap/FfmpegError.h"
+
+extern "C" {
+#include <libavutil/frame.h>
+}
+
+#include <chrono>
+#include <cmath>
+#include <exception>
+#include <utility>
+
+namespace ko_player {
+namespace {
+
+using std::chrono::milliseconds;
+
+// Each pause is 20 ms shorter than the part written before it, so the device's buffer is kept ahead of the
+// device.
+constexpr milliseconds kPauseAfterLargePart{380};
+constexpr milliseconds kPauseAfterSmallPart{180};
+constexpr int kPartsPerLogLine = 100;
+
+} // namespace
+
+AudioOutput::AudioOutput(std::shared_ptr<FrameQueue> frames, const AudioParams& out,
+                         std::shared_ptr<AudioHandler> handler, std::shared_ptr<PlayerState> state,
+                         base::Clock& clock)
+    : state_(std::move(state)), frames_(std::move(frames)), handler_(std::move(handler)), clock_(clock),
+      converter_(out), buffer_(out), thread_([this] { audioTask(); }) {}
+
+AudioOutput::~AudioOutput() {
+    frames_->close();
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+void AudioOutput::join() {
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+void AudioOutput::audioTask() {
+    base::setThreadName("audio output");
+    try {
+        playParts();
+    } catch (const std::exception& error) {
+        base::logAt("ko_player::AudioOutput::audioTask", "exception: ", error.what());
+    }
+    frames_->close();
+    base::logLine("audioTask is finished");
+}
+
+void AudioOutput::playParts() {
+    for (;;) {
+        milliseconds pause = kPauseAfterSmallPart;
+        if (std::exchange(resync_, false)) {
+            buffer_.prime();
+            pause = kPauseAfterLargePart;
+        }
+        fill();
+        writeBuffered();
+        clock_.sleepUntil(base::addClamped(clock_.now(), pause));
+        if (frames_->isEnded() && buffer_.bufferedBytes() < buffer_.partSize()) {
+            writeBuffered();
+            return;
+        }
+    }
+}
+
+void AudioOutput::fill() {
+    while (buffer_.bufferedBytes() < buffer_.partSize()) {
+        const auto frame = frames_->waitPop();
+        if (!frame) {
+            return;
+        }
+        handleFrame(*(*frame)->get());
+    }
+}
+
+void AudioOutput::handleFrame(const AVFrame& frame) {
+    const auto [size, bytes] = converter_.convert(frame);
+    if (bytes == nullptr || size < 1) {
+        base::logAt("ko_player::AudioOutput::handleFrame", "conversion failed: ", ff_wrap::errorText(size));
+        return;
+    }
+    const double durationMs = details::frameDuration(frame.nb_samples, frame.sample_rate);
+    lastTimestampMs_ = frame.pts;
+    endTimestampMs_ = base::addSaturated(frame.pts, base::toInt64Saturated(std::ceil(durationMs)));
+    if (std::exchange(firstFrame_, false)) {
+        firstTimestampMs_ = frame.pts;
+    }
+    buffer_.append(bytes, static_cast<std::size_t>(size));
+}
+
+void AudioOutput::writeBuffered() {
+    constexpr auto kName = "ko_player::AudioOutput::writeBuffered";
+    if (state_->pauseCtrl->wait()) {
+        resync_ = true;
+    }
+    const auto part = buffer_.front();
+    if (handler_ && !part.empty()) {
+        handler_->onAudioData(part.data(), static_cast<int>(part.size()));
+    }
+    const bool wasLarge = buffer_.consumePart();
+    ++partsWritten_;
+    if (wasLarge) {
+        base::logAt(kName, "AudioBuf big fragment is written: ", partsWritten_);
+    }
+    if (partsWritten_ % kPartsPerLogLine == 0) {
+        base::logAt(kName, "AudioBuf ", partsWritten_, " parts were written");
+    }
+}
+
+} // namespace ko_player

@@ -1,0 +1,166 @@
+#include "output/VideoOutput.h"
+
+#include "base/Log.h"
+#include "base/ThreadName.h"
+#include "output/VideoConvert.h"
+#include "player/ff_wrap/FfmpegError.h"
+
+extern "C" {
+#include <libavutil/frame.h>
+#include <libavutil/imgutils.h>
+}
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <utility>
+
+namespace ko_player {
+
+VideoOutput::VideoOutput(std::shared_ptr<FrameQueue> frames, std::shared_ptr<MetadataQueue> metadata,
+                         std::shared_ptr<VideoState> state, int firstTimeout, int nextTimeout,
+                         std::shared_ptr<VideoHandler> handler, base::Clock& clock)
+    : frames_(std::move(frames)), metadata_(std::move(metadata)), handler_(std::move(handler)),
+      state_(std::move(state)), clock_(clock), firstTimeout_(std::max(firstTimeout, 1)),
+      nextTimeout_(std::max(nextTimeout, 1)), timeout_(firstTimeout_), thread_([this] { showTask(); }) {}
+
+VideoOutput::~VideoOutput() {
+    frames_->close();
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+void VideoOutput::join() {
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+void VideoOutput::showTask() {
+    base::setThreadName("video output");
+    try {
+        showPictures();
+    } catch (const std::exception& error) {
+        base::logAt("ko_player::VideoOutput::showTask", "exception: ", error.what());
+    }
+    frames_->close();
+    if (handler_) {
+        handler_->onStopped();
+    }
+    base::logLine("showTask is finished");
+}
+
+void VideoOutput::showPictures() {
+    setDeadline(firstTimeout_);
+    while (const std::shared_ptr<ff_wrap::Frame> frame = waitForPicture()) {
+        setDeadline(nextTimeout_);
+        const AVFrame& picture = *frame->get();
+        if (!handleFirstFrame(picture)) {
+            continue;
+        }
+        const bool converted = convert(picture);
+        waitWhilePaused();
+        syncTime(picture.pts);
+        state_->lastShownMs = picture.pts;
+        if (converted && handler_) {
+            handler_->onFrame(converter_->buffer(), converter_->bufferSize(), picture.pts);
+        }
+        deliverMetadata(picture.pts);
+    }
+}
+
+std::shared_ptr<ff_wrap::Frame> VideoOutput::waitForPicture() {
+    for (;;) {
+        auto why = details::NoElement::Ended;
+        if (auto frame = frames_->waitPopUntil(clock_, deadline_, why)) {
+            return std::move(*frame);
+        }
+        if (why == details::NoElement::Ended) {
+            return nullptr;
+        }
+        base::logLine("video frame waiting timeout: ", timeout_);
+        if (!handler_ || !handler_->onFrameTimeout()) {
+            return nullptr;
+        }
+        setDeadline(timeout_);
+    }
+}
+
+bool VideoOutput::handleFirstFrame(const AVFrame& picture) {
+    if (converter_ && picture.height == converter_->in().height && picture.width == converter_->in().width &&
+        picture.format == converter_->in().format) {
+        return true;
+    }
+    constexpr auto kName = "ko_player::VideoOutput::handleFirstFrame";
+    const VideoParams in{picture.format, picture.width, picture.height, picture.sample_aspect_ratio};
+    base::logAt(kName, "inParams: ", in);
+    if (av_image_get_buffer_size(static_cast<AVPixelFormat>(in.format), in.width, in.height, 1) <= 0) {
+        base::logAt(kName, " invalid: ", in);
+        return false;
+    }
+    VideoParams out;
+    std::uint8_t* buffer = nullptr;
+    if (handler_) {
+        buffer = handler_->onVideoParams(in, out);
+    } else {
+        out = in;
+    }
+    converter_ = std::make_unique<VideoConvert>(in, out, buffer);
+    return true;
+}
+
+bool VideoOutput::convert(const AVFrame& picture) {
+    int result = 0;
+    {
+        const ResourceGuard guard = handler_ ? handler_->lockFrameBuffer() : ResourceGuard();
+        result = converter_->convert(picture);
+    }
+    if (result < 0) {
+        base::logLine("conversion failed: ", ff_wrap::errorText(result));
+        return false;
+    }
+    return true;
+}
+
+void VideoOutput::waitWhilePaused() {
+    if (state_->pauseCtrl->wait()) {
+        base::logLine("Resync after pause");
+        presentation_.reset();
+        setDeadline(nextTimeout_);
+    }
+}
+
+void VideoOutput::syncTime(std::int64_t ptsMs) {
+    const PresentationClock::Release release =
+        presentation_.next(ptsMs, state_->newestPushedMs, clock_.now());
+    if (release.notice == PresentationClock::Notice::BigDifference) {
+        base::logLine("There is to big difference: ", release.deltaMs);
+    } else if (release.notice == PresentationClock::Notice::NegativeDelta) {
+        base::logLine("Negative video frame time delta");
+    }
+    if (release.mustWait) {
+        clock_.sleepUntil(release.showTime);
+    }
+}
+
+void VideoOutput::deliverMetadata(std::int64_t ptsMs) {
+    const auto isDue = [ptsMs](const Metadata& record) { return record.timestampMs <= ptsMs; };
+    while (const std::optional<Metadata> record = metadata_->tryPopIf(isDue)) {
+        if (!handler_) {
+            continue;
+        }
+        if (record->absoluteTime >= 1) {
+            handler_->onMetadataValue(record->absoluteTime);
+        } else if (record->fragmentPosition >= 1 && record->fragmentDuration >= 1) {
+            handler_->onMetadataPair(record->fragmentPosition, record->fragmentDuration);
+        }
+    }
+}
+
+void VideoOutput::setDeadline(int seconds) {
+    timeout_ = seconds;
+    deadline_ = base::addClamped(clock_.now(), std::chrono::seconds(seconds));
+}
+
+} // namespace ko_player

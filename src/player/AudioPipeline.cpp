@@ -1,0 +1,113 @@
+#include "player/AudioPipeline.h"
+
+#include "base/Log.h"
+#include "player/ff_wrap/ChannelLayout.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavutil/channel_layout.h>
+#include <libavutil/rational.h>
+#include <libavutil/samplefmt.h>
+}
+
+#include <stdexcept>
+#include <utility>
+
+namespace ko_player {
+namespace {
+
+constexpr std::uint64_t kPacketCapacityBytes = 0x100000;
+constexpr std::size_t kFrameCapacity = 100;
+constexpr AVRational kMilliseconds{1, 1000};
+constexpr std::uint64_t kPacketsPerLogLine = 1000;
+constexpr std::uint64_t kStereoDownmix = AV_CH_STEREO_LEFT | AV_CH_STEREO_RIGHT;
+static_assert(kStereoDownmix == 0x60000000);
+
+AudioParams inputParams(const AVCodecContext& context) {
+    const std::uint64_t contextLayout = ff_wrap::maskOf(context.ch_layout);
+    AudioParams in;
+    in.format = context.sample_fmt;
+    in.sampleRate = context.sample_rate;
+    in.channels = context.ch_layout.nb_channels;
+    in.channelLayout = contextLayout != 0 && ff_wrap::channelsOfMask(contextLayout) == in.channels
+                           ? contextLayout
+                           : ff_wrap::defaultLayoutMask(in.channels);
+    if (in.channelLayout != contextLayout) {
+        in.channelLayout &= ~kStereoDownmix;
+        in.channels = ff_wrap::channelsOfMask(in.channelLayout);
+    }
+    return in;
+}
+
+} // namespace
+
+AudioPipeline::AudioPipeline(std::shared_ptr<AudioHandler> handler, std::shared_ptr<PlayerState> state,
+                             base::Clock& clock)
+    : state_(std::move(state)), packets_(std::make_shared<PacketChannel>(kPacketCapacityBytes)),
+      frames_(std::make_shared<FrameQueue>(kFrameCapacity)), handler_(std::move(handler)), clock_(clock) {}
+
+bool AudioPipeline::open(const AVCodecParameters* parameters) {
+    if (decoder_) {
+        throw std::logic_error("AudioPipeline::open second call");
+    }
+    auto decoder = std::make_unique<ff_wrap::Decoder>(parameters, kMilliseconds);
+    AudioParams out;
+    if (!getOutParams(inputParams(*decoder->context()), out)) {
+        return false;
+    }
+    const auto format = static_cast<AVSampleFormat>(out.format);
+    out.frameSize = av_samples_get_buffer_size(nullptr, out.channels, 1, format, 1);
+    out.bytesPerSecond = av_samples_get_buffer_size(nullptr, out.channels, out.sampleRate, format, 1);
+    if (out.frameSize < 1 || out.bytesPerSecond < 1) {
+        throw std::logic_error("AudioPipeline: bad out parameters");
+    }
+    decoder_ = std::make_unique<QueuedDecoder>(std::move(decoder), packets_, frames_, "audio decoder");
+    output_ = std::make_unique<AudioOutput>(frames_, out, handler_, state_, clock_);
+    base::logAt("ko_player::AudioPipeline::open", "AudioPipeline has been openned");
+    return true;
+}
+
+bool AudioPipeline::getOutParams(const AudioParams& in, AudioParams& out) {
+    if (!handler_) {
+        out = in;
+        return true;
+    }
+    if (!handler_->onAudioParams(in, out)) {
+        base::logAt("ko_player::AudioPipeline::getOutParams", "outHandler.onAudioParams return false");
+        return false;
+    }
+    return true;
+}
+
+void AudioPipeline::countPacket() {
+    ++packetCount_;
+    if (packetCount_ % kPacketsPerLogLine == 0) {
+        base::logAt("ko_player::AudioPipeline::push", "AudioPipeline pack count: ", packetCount_);
+    }
+}
+
+details::PushResult AudioPipeline::push(const std::shared_ptr<ff_wrap::Packet>& packet,
+                                        details::Blocking blocking) {
+    return packets_->push(packet, blocking);
+}
+
+void AudioPipeline::close() {
+    packets_->close();
+    if (!decoder_) {
+        frames_->abort();
+    }
+}
+
+void AudioPipeline::joinDecoder() {
+    if (decoder_) {
+        decoder_->join();
+    }
+}
+
+void AudioPipeline::joinOutput() {
+    if (output_) {
+        output_->join();
+    }
+}
+
+} // namespace ko_player

@@ -1,0 +1,94 @@
+#include "player/LocalFile.h"
+
+#include "base/Log.h"
+#include "base/Saturating.h"
+
+extern "C" {
+#include <libavcodec/packet.h>
+#include <libavformat/avformat.h>
+#include <libavutil/avutil.h>
+#include <libavutil/error.h>
+}
+
+#include <array>
+#include <new>
+
+namespace ko_player {
+namespace {
+
+constexpr int kNoStream = -1;
+
+/// FFmpeg's text for a file that cannot be opened, with the shorter buffer that this line has always had.
+std::string openErrorText(int code) {
+    std::array<char, 64> text{};
+    av_strerror(code, text.data(), text.size());
+    return text.data();
+}
+
+} // namespace
+
+std::int64_t toMilliseconds(std::int64_t timestamp, AVRational timeBase) {
+    const double seconds = static_cast<double>(timeBase.num) / static_cast<double>(timeBase.den);
+    return base::toInt64Saturated(seconds * (static_cast<double>(timestamp) * 1000.0));
+}
+
+void rescaleToMilliseconds(AVPacket& packet, AVRational timeBase) {
+    if (timeBase.num == 1 && timeBase.den == 1000) {
+        return;
+    }
+    if (packet.dts != AV_NOPTS_VALUE) {
+        packet.dts = toMilliseconds(packet.dts, timeBase);
+    } else if (packet.pts != AV_NOPTS_VALUE) {
+        packet.pts = toMilliseconds(packet.pts, timeBase);
+    }
+}
+
+void Player::LocalFile::CloseInput::operator()(AVFormatContext* input) const noexcept {
+    avformat_close_input(&input);
+}
+
+void Player::playFile(const char* path) {
+    AVFormatContext* opened = nullptr;
+    const int openResult = avformat_open_input(&opened, path, nullptr, nullptr);
+    if (openResult != 0) {
+        base::logLine("couldn't open file ", path, " : ", openErrorText(openResult));
+        return;
+    }
+    localFile_ = std::make_unique<LocalFile>();
+    localFile_->context.reset(opened);
+    if (avformat_find_stream_info(opened, nullptr) < 0) {
+        base::logLine("couldn't find stream information");
+        return;
+    }
+    av_dump_format(opened, 0, path, 0);
+
+    int videoStream = kNoStream;
+    for (unsigned i = 0; i < opened->nb_streams; ++i) {
+        const AVCodecParameters* parameters = opened->streams[i]->codecpar;
+        const std::lock_guard lock(mutex_);
+        if (parameters->codec_type == AVMEDIA_TYPE_VIDEO) {
+            startVideo(parameters);
+            videoStream = static_cast<int>(i);
+        } else if (parameters->codec_type == AVMEDIA_TYPE_AUDIO) {
+            startAudio(parameters);
+        } else {
+            base::logLine("format ctx stream: ", static_cast<int>(parameters->codec_type));
+        }
+    }
+
+    for (ff_wrap::Packet packet; av_read_frame(opened, packet.get()) >= 0; av_packet_unref(packet.get())) {
+        // The audio pipeline is opened but gets nothing here: a local file shows its pictures only.
+        if (packet->stream_index != videoStream) {
+            continue;
+        }
+        rescaleToMilliseconds(*packet.get(), opened->streams[videoStream]->time_base);
+        auto queued = std::make_shared<ff_wrap::Packet>();
+        if (av_packet_ref(queued->get(), packet.get()) < 0) {
+            throw std::bad_alloc();
+        }
+        const std::lock_guard lock(mutex_);
+        pushVideo(queued);
+    }
+}
+
+} // namespace ko_player

@@ -1,0 +1,177 @@
+#include "player/Player.h"
+
+#include "base/Log.h"
+#include "player/BufferWatcher.h"
+#include "player/LocalFile.h"
+
+#include <exception>
+#include <stdexcept>
+#include <utility>
+
+namespace ko_player {
+
+using details::Blocking;
+using details::PauseReason;
+
+Player::Player(std::shared_ptr<VideoHandler> videoHandler, std::shared_ptr<AudioHandler> audioHandler,
+               base::Clock& clock)
+    : clock_(clock), pauseCtrl_(std::make_shared<details::PauseCtrl>()),
+      videoState_(std::make_shared<VideoState>(pauseCtrl_)),
+      playerState_(std::make_shared<PlayerState>(pauseCtrl_)), flvHandler_(std::make_shared<FlvHandler>()),
+      reader_(flvHandler_.get()), video_(std::move(videoHandler), videoState_, clock),
+      audio_(std::move(audioHandler), playerState_, clock) {
+    flvHandler_->onVideoParams = [this](const AVCodecParameters* parameters) {
+        startVideo(parameters);
+        return true;
+    };
+    flvHandler_->onVideoPacket = [this](const std::shared_ptr<ff_wrap::Packet>& packet) {
+        pushVideo(packet);
+    };
+    flvHandler_->onAudioParams = [this](const AVCodecParameters* parameters) {
+        return startAudio(parameters);
+    };
+    flvHandler_->onAudioPacket = [this](const std::shared_ptr<ff_wrap::Packet>& packet) {
+        pushAudio(packet);
+    };
+    flvHandler_->onMetadata = [this](const Metadata& metadata) { video_.setPendingMetadata(metadata); };
+}
+
+Player::~Player() {
+    watcher_.reset();
+    pauseCtrl_->stop(); // the output threads may wait there
+}
+
+void Player::start(Buffering buffering, FrameTimeouts timeouts) {
+    const std::lock_guard lock(mutex_);
+    watcher_ = std::make_unique<BufferWatcher>(
+        timeouts.nextSeconds, [this](std::uint64_t generation) { cancelBuffering(generation); }, clock_);
+    buffering_.enable(buffering == Buffering::On);
+    beginBuffering();
+    video_.start(timeouts.firstSeconds, timeouts.nextSeconds);
+}
+
+bool Player::consume(const std::uint8_t* data, std::size_t size) {
+    const std::lock_guard lock(mutex_);
+    try {
+        return reader_.consume("ko_player::Player::consumeImpl", data, size);
+    } catch (const std::exception& error) {
+        base::logAt("ko_player::Player::consume", "consume failed with exception: ", error.what());
+        return false;
+    }
+}
+
+void Player::setPause(bool paused) {
+    base::logAt("ko_player::Player::setPause", "paused: ", paused);
+    if (paused) {
+        pauseCtrl_->set(PauseReason::User);
+    } else {
+        pauseCtrl_->clear(PauseReason::User);
+    }
+}
+
+void Player::stop() {
+    const std::lock_guard lock(mutex_);
+    if (watcher_) {
+        watcher_->disarm();
+    }
+    pauseCtrl_->clear(PauseReason::Buffering);
+    buffering_.enable(false);
+    video_.close();
+    audio_.close();
+    video_.joinDecoder();
+    video_.joinOutput();
+    audio_.joinDecoder();
+    audio_.joinOutput();
+}
+
+void Player::startVideo(const AVCodecParameters* parameters) {
+    video_.open(parameters);
+}
+
+bool Player::startAudio(const AVCodecParameters* parameters) {
+    try {
+        return audio_.open(parameters);
+    } catch (const std::exception& error) {
+        base::logAt("ko_player::Player::startAudio", "failed with exception: ", error.what());
+        return false;
+    }
+}
+
+void Player::pushVideo(const std::shared_ptr<ff_wrap::Packet>& packet) {
+    using Result = VideoPipeline::PushResult;
+    // While buffering the picture stands still, so a full channel can only be left by ending the buffering;
+    // while playing, waiting for room is what paces the reader.
+    const bool wasBuffering = buffering_.isBuffering();
+    Result result = video_.push(packet, wasBuffering ? Blocking::No : Blocking::Yes);
+    if (result == Result::Full && wasBuffering) {
+        finishBuffering();
+        result = video_.push(packet, Blocking::Yes);
+    }
+    switch (result) {
+    case Result::NotOpened:
+        return;
+    case Result::Ended:
+        throw std::runtime_error("Player::VideoPipeline stopped");
+    case Result::Full:
+        base::logAt("ko_player::Player::pushVideo", "WARN!: vpipeline.push would block in not buffering");
+        return;
+    case Result::Pushed:
+        afterPush();
+        return;
+    }
+}
+
+void Player::afterPush() {
+    switch (buffering_.afterPush(videoState_->newestPushedMs, videoState_->lastShownMs)) {
+    case BufferingRules::Action::Begin:
+        beginBuffering();
+        break;
+    case BufferingRules::Action::Finish:
+        finishBuffering();
+        break;
+    case BufferingRules::Action::None:
+        break;
+    }
+}
+
+void Player::pushAudio(const std::shared_ptr<ff_wrap::Packet>& packet) {
+    // The reverse of video: while the picture stands still for buffering the reader may wait for room, while
+    // it plays sound must never hold up the reader.
+    const Blocking blocking = buffering_.isBuffering() ? Blocking::Yes : Blocking::No;
+    audio_.countPacket();
+    if (!audio_.isOpened()) {
+        return;
+    }
+    if (audio_.push(packet, blocking) == details::PushResult::Full) {
+        base::logAt("ko_player::Player::pushAudio", "buf video, ignore audio");
+    }
+}
+
+void Player::beginBuffering() {
+    if (!buffering_.begin()) {
+        return;
+    }
+    base::logAt("ko_player::Player::beginBuffering", "buf start: p: ", videoState_->lastShownMs,
+                ", l: ", videoState_->newestPushedMs);
+    pauseCtrl_->set(PauseReason::Buffering);
+    watcher_->arm();
+}
+
+void Player::finishBuffering() {
+    watcher_->disarm();
+    const std::int64_t l = videoState_->newestPushedMs;
+    base::logAt("ko_player::Player::finishBuffering", "buf end: p: ", videoState_->lastShownMs, ", l: ", l);
+    if (buffering_.finish(l)) {
+        pauseCtrl_->clear(PauseReason::Buffering);
+    }
+}
+
+void Player::cancelBuffering(std::uint64_t generation) {
+    base::logAt("ko_player::Player::cancelBuffering", "buf canceled: ", generation);
+    const std::lock_guard lock(mutex_);
+    if (buffering_.isBuffering() && generation == watcher_->generation()) {
+        finishBuffering();
+    }
+}
+
+} // namespace ko_player

@@ -1,0 +1,117 @@
+#include "player/QueuedDecoder.h"
+
+#include "base/Log.h"
+#include "base/ThreadName.h"
+#include "player/ff_wrap/FfmpegError.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavutil/error.h>
+#include <libavutil/frame.h>
+}
+
+#include <exception>
+#include <utility>
+
+namespace ko_player {
+namespace {
+
+constexpr auto kDecode = "ko_player::QueuedDecoder::decode";
+constexpr auto kDecodeTask = "ko_player::QueuedDecoder::decodeTask";
+
+} // namespace
+
+QueuedDecoder::QueuedDecoder(std::unique_ptr<ff_wrap::Decoder> decoder,
+                             std::shared_ptr<PacketChannel> packets, std::shared_ptr<FrameQueue> frames,
+                             const char* threadName)
+    : decoder_(std::move(decoder)), packets_(std::move(packets)), frames_(std::move(frames)),
+      threadName_(threadName), thread_([this] { decodeTask(); }) {}
+
+QueuedDecoder::~QueuedDecoder() {
+    if (thread_.joinable()) {
+        stop();
+        thread_.join();
+    }
+}
+
+void QueuedDecoder::stop() {
+    packets_->stop();
+    frames_->abort();
+}
+
+void QueuedDecoder::join() {
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+void QueuedDecoder::decodeTask() {
+    base::setThreadName(threadName_);
+    try {
+        decodeFrames();
+    } catch (const std::exception& error) {
+        base::logAt(kDecodeTask, "exception: ", error.what());
+    }
+    stop();
+    base::logAt(kDecodeTask, "is finished");
+}
+
+void QueuedDecoder::decodeFrames() {
+    for (;;) {
+        auto frame = std::make_shared<ff_wrap::Frame>();
+        if (decode(*frame) != DecodeResult::Frame) {
+            return;
+        }
+        // Presentation runs on decode time stamps, which the pipeline has made monotonic.
+        (*frame)->pts = (*frame)->pkt_dts;
+        if (!frames_->push(std::move(frame))) {
+            return;
+        }
+    }
+}
+
+QueuedDecoder::DecodeResult QueuedDecoder::decode(ff_wrap::Frame& frame) {
+    AVCodecContext* const context = decoder_->context();
+    for (;;) {
+        const int received = avcodec_receive_frame(context, frame.get());
+        if (received >= 0) {
+            return DecodeResult::Frame;
+        }
+        if (received == AVERROR_EOF) {
+            base::logAt(kDecode, "readFrame eof");
+            avcodec_flush_buffers(context);
+            return DecodeResult::EndOfStream;
+        }
+        if (received == AVERROR(EAGAIN)) {
+            if (!sendPacket()) {
+                return DecodeResult::NoMoreInput;
+            }
+            continue;
+        }
+        base::logAt(kDecode, "readFrame err: ", ff_wrap::errorText(received));
+        if (packets_->isStopped()) { // a codec that fails without end must not outlive a stop
+            return DecodeResult::NoMoreInput;
+        }
+    }
+}
+
+bool QueuedDecoder::sendPacket() {
+    std::shared_ptr<ff_wrap::Packet> packet = std::exchange(pendingPacket_, nullptr);
+    if (!packet) {
+        packet = packets_->pop();
+    }
+    if (!packet) {
+        return false;
+    }
+    const int sent = avcodec_send_packet(decoder_->context(), packet->get());
+    if (sent == AVERROR(EAGAIN)) {
+        base::logAt(kDecode, "sendPacket EAGAIN!!!");
+        pendingPacket_ = std::move(packet);
+    }
+    if (sent < 0) {
+        base::logAt(kDecode, "sendPacket error: ", ff_wrap::errorText(sent));
+    }
+    return true;
+}
+
+} // namespace ko_player

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "player/details/MediaQueues.h"
+#include "player/ff_wrap/Decoder.h"
+
+#include <memory>
+#include <thread>
+
+namespace ko_player {
+
+/// Turns packets into frames on a thread of its own, from a packet channel into a frame queue. Its thread is
+/// the only user of the codec context.
+class QueuedDecoder {
+public:
+    /// Starts the thread, which is called `threadName` (at most 15 characters, a literal). Throws
+    /// std::system_error.
+    QueuedDecoder(std::unique_ptr<ff_wrap::Decoder> decoder, std::shared_ptr<PacketChannel> packets,
+                  std::shared_ptr<FrameQueue> frames, const char* threadName);
+    /// Abandons what is queued and joins the thread.
+    ~QueuedDecoder();
+    QueuedDecoder(const QueuedDecoder&) = delete;
+    QueuedDecoder& operator=(const QueuedDecoder&) = delete;
+
+    /// Stops the channel and aborts the frame queue, so that both neighbours of the thread and the thread
+    /// itself end. Thread-safe.
+    void stop();
+
+    /// Waits for the thread to end by itself, which it does once the channel is closed and drained. Throws
+    /// std::system_error when called from that thread.
+    void join();
+
+private:
+    enum class DecodeResult { NoMoreInput = -1, EndOfStream = 0, Frame = 1 };
+
+    void decodeTask();
+    void decodeFrames();
+    [[nodiscard]] DecodeResult decode(ff_wrap::Frame& frame);
+    /// False when there is no more input.
+    [[nodiscard]] bool sendPacket();
+
+    std::unique_ptr<ff_wrap::Decoder> decoder_;
+    std::shared_ptr<ff_wrap::Packet>
+        pendingPacket_; ///< refused by the codec, offered again first; the thread's own
+    const std::shared_ptr<PacketChannel> packets_;
+    const std::shared_ptr<FrameQueue> frames_;
+    const char* const threadName_;
+    std::thread thread_;
+};
+
+} // namespace ko_player

@@ -1,0 +1,58 @@
+#pragma once
+
+#include "base/Clock.h"
+#include "output/VideoOutput.h"
+#include "player/QueuedDecoder.h"
+#include "player/records/Handlers.h"
+#include "player/records/Metadata.h"
+#include "player/records/PlayerState.h"
+
+#include <memory>
+
+struct AVCodecParameters;
+
+namespace ko_player {
+
+/// Packet channel, queued decoder and video output, joined. Used by the thread that feeds the player; the
+/// decoder and output threads run inside.
+class VideoPipeline {
+public:
+    enum class PushResult { NotOpened, Full, Ended, Pushed };
+
+    VideoPipeline(std::shared_ptr<VideoHandler> handler, std::shared_ptr<VideoState> state,
+                  base::Clock& clock);
+
+    /// Starts the output; time-outs in seconds.
+    void start(int firstTimeout, int nextTimeout);
+
+    /// Starts the decoder. Throws std::logic_error "VideoPipeline::open when not started" or
+    /// "VideoPipeline::open second call", and what ff_wrap::Decoder throws.
+    void open(const AVCodecParameters* parameters);
+
+    /// Makes the packet's decode time stamp (milliseconds) monotonic and queues it.
+    PushResult push(const std::shared_ptr<ff_wrap::Packet>& packet, details::Blocking blocking);
+
+    /// Tied to the next video packet that is pushed; replaces a record that still waits for one.
+    void setPendingMetadata(const Metadata& metadata) { pendingMetadata_ = metadata; }
+
+    /// No more input: what is queued plays out, then both threads end.
+    void close();
+    void joinDecoder();
+    void joinOutput();
+
+private:
+    void makeMonotonic(ff_wrap::Packet& packet);
+    void queueMetadata(std::int64_t timestampMs);
+
+    const std::shared_ptr<VideoState> state_;
+    Metadata pendingMetadata_;
+    const std::shared_ptr<MetadataQueue> metadata_;
+    const std::shared_ptr<PacketChannel> packets_;
+    const std::shared_ptr<FrameQueue> frames_;
+    const std::shared_ptr<VideoHandler> handler_;
+    base::Clock& clock_;
+    std::unique_ptr<VideoOutput> output_;    ///< null until start()
+    std::unique_ptr<QueuedDecoder> decoder_; ///< null until open(); ends before the output does
+};
+
+} // namespace ko_player

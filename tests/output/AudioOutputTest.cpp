@@ -1,0 +1,237 @@
+#include "output/AudioOutput.h"
+#include "FakeHandlers.h"
+#include "Frames.h"
+#include "support/LogCapture.h"
+#include "support/ManualClock.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+namespace ko_player {
+namespace {
+
+using details::PauseReason;
+using mediaworker::test::FakeAudioHandler;
+using mediaworker::test::LogCapture;
+using mediaworker::test::makeSound;
+using mediaworker::test::ManualClock;
+using std::chrono::milliseconds;
+
+/// 8000 Hz mono 16 bit: 16 bytes a millisecond, a large part is 6400 bytes, a small one 3200.
+class AudioOutputTest : public testing::Test {
+protected:
+    ~AudioOutputTest() override {
+        pause->stop();
+        frames->close();
+        while (output && !log.contains("audioTask is finished")) {
+            clock.advance(milliseconds(400));
+        }
+    }
+
+    void start() {
+        AudioParams out;
+        out.format = AV_SAMPLE_FMT_S16;
+        out.sampleRate = 8000;
+        out.channels = 1;
+        out.channelLayout = AV_CH_LAYOUT_MONO;
+        output = std::make_unique<AudioOutput>(frames, out, handler, state, clock);
+    }
+    void pushMs(int ms) {
+        ASSERT_TRUE(frames->push(makeSound(nextPts_, ms * 8)));
+        nextPts_ += ms;
+    }
+    /// Waits for the pause between parts, checks its length and lets it pass.
+    void passPause(milliseconds expected) {
+        clock.waitForWaiters(1);
+        EXPECT_EQ(clock.earliestDeadline() - clock.now(), expected);
+        clock.advance(expected);
+    }
+    void waitUntilPaused() const {
+        while (pause->waiting() == 0) {
+            std::this_thread::yield();
+        }
+    }
+    [[nodiscard]] std::vector<std::size_t> partSizes() const {
+        std::vector<std::size_t> sizes;
+        for (const auto& part : handler->parts()) {
+            sizes.push_back(part.size());
+        }
+        return sizes;
+    }
+
+    LogCapture log;
+    ManualClock clock;
+    std::shared_ptr<FrameQueue> frames = std::make_shared<FrameQueue>(1000);
+    std::shared_ptr<details::PauseCtrl> pause = std::make_shared<details::PauseCtrl>();
+    std::shared_ptr<PlayerState> state = std::make_shared<PlayerState>(pause);
+    std::shared_ptr<FakeAudioHandler> handler = std::make_shared<FakeAudioHandler>();
+    std::unique_ptr<AudioOutput> output;
+
+private:
+    std::int64_t nextPts_ = 1000;
+};
+
+TEST_F(AudioOutputTest, WritesALargePartThenSmallOnesOnARhythm) {
+    for (int i = 0; i < 10; ++i) {
+        pushMs(100);
+    }
+    start();
+    handler->waitForParts(1);
+    passPause(milliseconds(380));
+    EXPECT_TRUE(log.contains("ko_player::AudioOutput::writeBuffered: AudioBuf big fragment is written: 1"));
+    handler->waitForParts(2);
+    passPause(milliseconds(180));
+    handler->waitForParts(3);
+    passPause(milliseconds(180));
+    handler->waitForParts(4);
+    EXPECT_THAT(partSizes(), testing::ElementsAre(6400, 3200, 3200, 3200));
+}
+
+TEST_F(AudioOutputTest, KeepsEveryByteInOrder) {
+    ASSERT_TRUE(frames->push(makeSound(0, 3000)));
+    ASSERT_TRUE(frames->push(makeSound(0, 3300, 8000, 1, AV_SAMPLE_FMT_S16, 0x70)));
+    frames->abort();
+    start();
+    while (!log.contains("audioTask is finished")) {
+        clock.advance(milliseconds(400));
+    }
+    std::vector<std::uint8_t> all;
+    for (const auto& part : handler->parts()) {
+        all.insert(all.end(), part.begin(), part.end());
+    }
+    ASSERT_EQ(all.size(), 12600U);
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        const auto expected = i < 6000 ? i : i - 6000 + 0x70;
+        ASSERT_EQ(all[i], static_cast<std::uint8_t>(expected)) << "byte " << i;
+    }
+}
+
+TEST_F(AudioOutputTest, WritesNothingWhileTheQueueIsOpenButShort) {
+    start();
+    pushMs(400);
+    handler->waitForParts(1);
+    pushMs(150);
+    passPause(milliseconds(380));
+    // 150 ms are there, 200 are wanted: it waits for more.
+    while (frames->size() > 0) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(handler->parts().size(), 1U);
+    frames->abort();
+    handler->waitForParts(2);
+    EXPECT_THAT(partSizes(), testing::ElementsAre(6400, 2400));
+}
+
+TEST_F(AudioOutputTest, DrainsOneAndAHalfPartsAfterTheEnd) {
+    start();
+    pushMs(700); // a large part, then 300 ms stay: one and a half small parts
+    handler->waitForParts(1);
+    clock.waitForWaiters(1);
+    frames->abort();
+    clock.advance(milliseconds(380));
+    handler->waitForParts(2);
+    EXPECT_THAT(partSizes(), testing::ElementsAre(6400, 3200));
+    EXPECT_FALSE(log.contains("audioTask is finished"));
+    passPause(milliseconds(180));
+    handler->waitForParts(3);
+    output->join();
+    EXPECT_THAT(partSizes(), testing::ElementsAre(6400, 3200, 1600));
+    EXPECT_TRUE(log.contains("audioTask is finished"));
+}
+
+TEST_F(AudioOutputTest, PrimesAgainAfterAUsersPause) {
+    for (int i = 0; i < 20; ++i) {
+        pushMs(100);
+    }
+    start();
+    handler->waitForParts(1);
+    clock.waitForWaiters(1);
+    pause->set(PauseReason::User);
+    clock.advance(milliseconds(380));
+    waitUntilPaused();
+    pause->clear(PauseReason::User);
+    // The small part that was due is written first; the next cycle is a large one.
+    handler->waitForParts(2);
+    passPause(milliseconds(180));
+    handler->waitForParts(3);
+    passPause(milliseconds(380));
+    EXPECT_THAT(partSizes(), testing::ElementsAre(6400, 3200, 6400));
+    EXPECT_TRUE(log.contains("ko_player::AudioOutput::writeBuffered: AudioBuf big fragment is written: 3"));
+}
+
+TEST_F(AudioOutputTest, ABufferingPauseDoesNotPrime) {
+    for (int i = 0; i < 20; ++i) {
+        pushMs(100);
+    }
+    pause->set(PauseReason::Buffering);
+    start();
+    waitUntilPaused();
+    EXPECT_TRUE(handler->parts().empty());
+    pause->clear(PauseReason::Buffering);
+    handler->waitForParts(1);
+    passPause(milliseconds(380));
+    handler->waitForParts(2);
+    passPause(milliseconds(180));
+    handler->waitForParts(3);
+    EXPECT_THAT(partSizes(), testing::ElementsAre(6400, 3200, 3200));
+}
+
+TEST_F(AudioOutputTest, CountsParts) {
+    start();
+    pushMs(400);
+    handler->waitForParts(1);
+    for (std::size_t i = 2; i <= 100; ++i) {
+        pushMs(200);
+        passPause(milliseconds(i == 2 ? 380 : 180));
+        handler->waitForParts(i);
+    }
+    clock.waitForWaiters(1);
+    EXPECT_TRUE(log.contains("ko_player::AudioOutput::writeBuffered: AudioBuf 100 parts were written"));
+}
+
+TEST_F(AudioOutputTest, DropsFramesThatCannotBeConverted) {
+    auto broken = makeSound(0, 800);
+    (*broken)->format = 9999;
+    ASSERT_TRUE(frames->push(broken));
+    pushMs(400);
+    start();
+    handler->waitForParts(1);
+    EXPECT_THAT(partSizes(), testing::ElementsAre(6400));
+    int dropped = 0;
+    for (const auto& line : log.lines()) {
+        dropped += line.starts_with("ko_player::AudioOutput::handleFrame: conversion failed: ") ? 1 : 0;
+    }
+    EXPECT_EQ(dropped, 1);
+    (*broken)->format = AV_SAMPLE_FMT_S16;
+}
+
+TEST_F(AudioOutputTest, RecordsTimeStamps) {
+    start();
+    pushMs(100);
+    ASSERT_TRUE(frames->push(makeSound(5000, 2401))); // 300.125 ms
+    handler->waitForParts(1);
+    EXPECT_EQ(output->firstTimestampMs(), 1000);
+    EXPECT_EQ(output->lastTimestampMs(), 5000);
+    EXPECT_EQ(output->endTimestampMs(), 5301);
+}
+
+TEST_F(AudioOutputTest, FramesStillQueuedWhenClosedAreNotPlayed) {
+    for (int i = 0; i < 8; ++i) {
+        pushMs(100);
+    }
+    frames->close();
+    start();
+    while (!log.contains("audioTask is finished")) {
+        clock.advance(milliseconds(400));
+    }
+    EXPECT_TRUE(handler->parts().empty());
+}
+
+TEST_F(AudioOutputTest, RefusesParametersWithoutASize) {
+    EXPECT_THROW(AudioOutput(frames, AudioParams{}, handler, state, clock), std::logic_error);
+}
+
+} // namespace
+} // namespace ko_player
