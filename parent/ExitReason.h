@@ -1,0 +1,13 @@
+#pragma once
+
+#include <QString>
+
+namespace mediaworker::parent {
+
+enum class WorkerMode { Stream, Export };
+
+/// The worker's exit code in words, without a full stop: "the stream ended". `crashed` is true when the
+/// process was killed or ended by a signal; the code means nothing then.
+[[nodiscard]] QString exitReason(WorkerMode mode, int exitCode, bool crashed);
+
+} // namespace mediaworker::parent

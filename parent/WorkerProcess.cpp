@@ -1,0 +1,348 @@
+#include "parent/WorkerProcess.h"
+
+#include "parent/RandomName.h"
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QLocalServer>
+#include <QLocalSocket>
+#include <QStandardPaths>
+
+#include <algorithm>
+#include <exception>
+#include <type_traits>
+#include <variant>
+
+namespace mediaworker::parent {
+
+namespace {
+
+constexpr int kRecentLogLines = 100;
+// What may wait unread in this process; more waits in the system's buffer, and then in the worker.
+constexpr qint64 kLinkReadBufferBytes = 1 << 20;
+constexpr int kKillWaitMs = 5000;
+
+// The worker writes this, and the type of the command as a raw byte, when it begins to carry out a command.
+constexpr char kCommandLine[] = "Command from parent process: ";
+
+QString defaultProgram() {
+    const QString name = QStringLiteral("mediaworker");
+    const QString beside = QStandardPaths::findExecutable(name, {QCoreApplication::applicationDirPath()});
+    return beside.isEmpty() ? name : beside;
+}
+
+} // namespace
+
+WorkerProcess::WorkerProcess(QObject* parent) : QObject(parent) {
+    commandTimer_.setSingleShot(true);
+    commandTimer_.setTimerType(Qt::PreciseTimer);
+    connect(&commandTimer_, &QTimer::timeout, this, &WorkerProcess::writeCommands);
+    connectTimer_.setSingleShot(true);
+    connect(&connectTimer_, &QTimer::timeout, this, &WorkerProcess::connectTimedOut);
+}
+
+WorkerProcess::~WorkerProcess() {
+    if (process_ != nullptr) {
+        process_->disconnect(this);
+        process_->kill();
+        process_->waitForFinished(kKillWaitMs);
+    }
+    dropLink();
+}
+
+bool WorkerProcess::start(const StreamJob& job) {
+    if (isRunning()) {
+        return fail(QStringLiteral("a worker runs already"));
+    }
+    frames_.reset();
+    try {
+        frames_ = std::make_unique<FrameChannel>();
+    } catch (const std::exception& e) {
+        return fail(QString::fromLocal8Bit(e.what()));
+    }
+    mode_ = WorkerMode::Stream;
+    if (!listen()) {
+        return false;
+    }
+    QStringList arguments{job.url, frames_->name(), serverName_};
+    if (!job.proxyUrl.isEmpty()) {
+        arguments << job.proxyUrl;
+        if (!job.proxyType.isEmpty()) {
+            arguments << job.proxyType;
+        }
+    }
+    launch(arguments);
+    return true;
+}
+
+bool WorkerProcess::start(const ExportJob& job) {
+    if (isRunning()) {
+        return fail(QStringLiteral("a worker runs already"));
+    }
+    frames_.reset();
+    mode_ = WorkerMode::Export;
+    if (!listen()) {
+        return false;
+    }
+    launch({QStringLiteral("export"), job.url, QString::number(job.durationMs), job.outputPath, serverName_});
+    return true;
+}
+
+bool WorkerProcess::fail(const QString& why) {
+    error_ = why;
+    return false;
+}
+
+bool WorkerProcess::listen() {
+    dropLink();
+    reader_ = {};
+    lines_ = {};
+    commands_.clear();
+    recentLog_.clear();
+    error_.clear();
+    serverName_ = randomName();
+    server_ = new QLocalServer(this);
+    server_->setSocketOptions(QLocalServer::UserAccessOption);
+    server_->setMaxPendingConnections(1);
+    connect(server_, &QLocalServer::newConnection, this, &WorkerProcess::acceptLink);
+    return server_->listen(serverName_) || fail(server_->errorString());
+}
+
+void WorkerProcess::launch(const QStringList& arguments) {
+    process_ = new QProcess(this);
+    process_->setStandardInputFile(QProcess::nullDevice());
+    process_->setStandardOutputFile(QProcess::nullDevice());
+    if (!extraEnvironment_.isEmpty()) {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        for (auto variable = extraEnvironment_.cbegin(); variable != extraEnvironment_.cend(); ++variable) {
+            environment.insert(variable.key(), variable.value());
+        }
+        process_->setProcessEnvironment(environment);
+    }
+    connect(process_, &QProcess::readyReadStandardError, this, &WorkerProcess::readLog);
+    connect(process_, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this,
+            &WorkerProcess::processEnded);
+    connect(process_, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
+        if (error == QProcess::FailedToStart) {
+            error_ = process_->errorString();
+            connectTimer_.stop();
+            dropLink();
+            process_->deleteLater();
+            process_ = nullptr;
+            Q_EMIT startFailed(error_);
+        }
+    });
+
+    QStringList command = programPrefix_;
+    command << (program_.isEmpty() ? defaultProgram() : program_) << arguments;
+    const QString program = command.takeFirst();
+    if (connectTimeout_ > std::chrono::milliseconds::zero()) {
+        connectTimer_.start(connectTimeout_);
+    }
+    process_->start(program, command, QIODevice::ReadOnly);
+}
+
+bool WorkerProcess::isRunning() const {
+    return process_ != nullptr;
+}
+
+bool WorkerProcess::isConnected() const { return greeted_ && linkOpen_; }
+
+qint64 WorkerProcess::processId() const {
+    return process_ != nullptr ? process_->processId() : 0;
+}
+
+// The first connection is the worker's; the server goes, and with it its name, so that nobody comes second.
+void WorkerProcess::acceptLink() {
+    link_ = server_->nextPendingConnection();
+    if (!link_) {
+        return;
+    }
+    link_->setParent(this);
+    link_->setReadBufferSize(kLinkReadBufferBytes);
+    connect(link_, &QLocalSocket::readyRead, this, &WorkerProcess::readLink);
+    linkOpen_ = true;
+    connect(link_, &QLocalSocket::disconnected, this, [this] {
+        linkOpen_ = false;
+        Q_EMIT linkClosed();
+    });
+    server_->disconnect(this);
+    server_->close();
+    server_->deleteLater();
+    server_ = nullptr;
+    connectTimer_.stop();
+    readLink();
+}
+
+void WorkerProcess::readLink() {
+    // A slot may close the link or start another worker: what is left of this one is nobody's business then.
+    const QPointer<QLocalSocket> link = link_;
+    while (link && link == link_ && link->bytesAvailable() > 0) {
+        reader_.feed(link->readAll());
+        while (link && link == link_) {
+            const std::optional<Message> message = reader_.next();
+            if (!message) {
+                break;
+            }
+            deliver(*message);
+        }
+    }
+}
+
+void WorkerProcess::deliver(const Message& message) {
+    std::visit(
+        [this](const auto& m) {
+            using T = std::decay_t<decltype(m)>;
+            if constexpr (std::is_same_v<T, Connected>) {
+                greeted_ = true;
+                writeCommands();
+                Q_EMIT connected(m.pid);
+            } else if constexpr (std::is_same_v<T, FrameShown>) {
+                Q_EMIT frame(m.ptsMs);
+            } else if constexpr (std::is_same_v<T, Fragment>) {
+                Q_EMIT fragment(m.position, m.duration);
+            } else if constexpr (std::is_same_v<T, AbsoluteTime>) {
+                Q_EMIT absoluteTime(m.value);
+            } else if constexpr (std::is_same_v<T, FormatChanged>) {
+                Q_EMIT formatChanged();
+            } else if constexpr (std::is_same_v<T, Progress>) {
+                Q_EMIT progress(m.percent);
+            } else {
+                Q_EMIT malformed(m.type, m.size);
+            }
+        },
+        message);
+}
+
+void WorkerProcess::readLog() {
+    if (process_ != nullptr) {
+        lines_.feed(process_->readAllStandardError(), [this](const QByteArray& line) { takeLogLine(line); });
+    }
+}
+
+void WorkerProcess::takeLogLine(const QByteArray& line) {
+    // Other text that a library left without a newline may stand before it.
+    constexpr int kPrefix = sizeof(kCommandLine) - 1;
+    if (line.size() > kPrefix && line.mid(line.size() - kPrefix - 1, kPrefix) == kCommandLine) {
+        commands_.acknowledged(static_cast<std::uint8_t>(line.back()));
+        writeCommands();
+    }
+    const QString text = QString::fromUtf8(line);
+    recentLog_ << text;
+    if (recentLog_.size() > kRecentLogLines) {
+        recentLog_.removeFirst();
+    }
+    Q_EMIT logLine(text);
+}
+
+bool WorkerProcess::acceptsCommands() const {
+    return isRunning() && mode_ == WorkerMode::Stream;
+}
+
+bool WorkerProcess::setVolume(int percent) {
+    const bool queued =
+        acceptsCommands() && commands_.pushVolume(static_cast<std::uint32_t>(std::clamp(percent, 0, 100)));
+    writeCommands();
+    return queued;
+}
+
+bool WorkerProcess::pause() {
+    const bool queued = acceptsCommands() && commands_.pushPause();
+    writeCommands();
+    return queued;
+}
+
+bool WorkerProcess::resume() {
+    const bool queued = acceptsCommands() && commands_.pushResume();
+    writeCommands();
+    return queued;
+}
+
+bool WorkerProcess::stopAudio() {
+    const bool queued = acceptsCommands() && commands_.pushStopAudio();
+    writeCommands();
+    return queued;
+}
+
+void WorkerProcess::writeCommands() {
+    if (!isConnected()) {
+        return;
+    }
+    const auto now = std::chrono::steady_clock::now();
+    const QByteArray bytes = commands_.take(now);
+    if (!bytes.isEmpty()) {
+        writeRaw(bytes);
+    }
+    if (const auto deadline = commands_.deadline()) {
+        const auto wait = std::chrono::ceil<std::chrono::milliseconds>(*deadline - now);
+        commandTimer_.start(std::max(wait, std::chrono::milliseconds::zero()));
+    } else {
+        commandTimer_.stop();
+    }
+}
+
+bool WorkerProcess::writeRaw(const QByteArray& bytes) {
+    if (!linkOpen_) {
+        return false;
+    }
+    const bool written = link_->write(bytes) == bytes.size();
+    link_->flush();
+    return written;
+}
+
+void WorkerProcess::disconnectLink() {
+    connectTimer_.stop();
+    dropLink();
+}
+
+// The socket may be in the middle of a signal, so it dies later; its descriptor closes now.
+void WorkerProcess::dropLink() {
+    commandTimer_.stop();
+    greeted_ = false;
+    linkOpen_ = false;
+    if (link_) {
+        link_->disconnect(this);
+        link_->abort();
+        link_->deleteLater();
+        link_.clear();
+    }
+    if (server_ != nullptr) {
+        server_->disconnect(this);
+        server_->close();
+        server_->deleteLater();
+        server_ = nullptr;
+    }
+}
+
+void WorkerProcess::terminate() {
+    if (process_ != nullptr) {
+        process_->terminate();
+    }
+}
+
+void WorkerProcess::kill() {
+    if (process_ != nullptr) {
+        process_->kill();
+    }
+}
+
+bool WorkerProcess::waitForFinished(std::chrono::milliseconds timeout) {
+    return process_ == nullptr || process_->waitForFinished(static_cast<int>(timeout.count()));
+}
+
+void WorkerProcess::processEnded(int exitCode, QProcess::ExitStatus status) {
+    readLog();
+    lines_.finish([this](const QByteArray& line) { takeLogLine(line); });
+    // The last messages may still lie in the system's buffer. A worker that is gone cannot add to them.
+    while (linkOpen_ && link_->waitForReadyRead(0)) {
+        readLink();
+    }
+    readLink();
+    connectTimer_.stop();
+    dropLink();
+    process_->deleteLater();
+    process_ = nullptr;
+    Q_EMIT finished(exitCode, status == QProcess::CrashExit);
+}
+
+} // namespace mediaworker::parent

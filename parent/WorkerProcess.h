@@ -1,0 +1,154 @@
+#pragma once
+
+#include "parent/CommandQueue.h"
+#include "parent/ExitReason.h"
+#include "parent/FrameChannel.h"
+#include "parent/LineSplitter.h"
+#include "parent/MessageReader.h"
+
+#include <QMap>
+#include <QObject>
+#include <QPointer>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QTimer>
+
+#include <chrono>
+#include <memory>
+
+class QLocalServer;
+class QLocalSocket;
+
+namespace mediaworker::parent {
+
+/// Shows one stream, or one local file when `url` begins with "file".
+struct StreamJob {
+    QString url;
+    QString proxyUrl;  ///< empty: none
+    QString proxyType; ///< "socks5", or anything else for an HTTP proxy
+};
+
+/// Records a stream into an MP4 file.
+struct ExportJob {
+    QString url;
+    int durationMs = 0; ///< expected length: what progress is measured against
+    QString outputPath;
+};
+
+/// One worker process and the link to it.
+///
+/// Survives whatever the worker does: it may never connect, send garbage, or die at any moment. What it says
+/// is read as it comes and kept in bounded buffers. Lives in a thread with an event loop; all functions and
+/// signals belong to that thread. Slots may call anything here, and may delete the object with deleteLater().
+class WorkerProcess : public QObject {
+    Q_OBJECT
+
+public:
+    explicit WorkerProcess(QObject* parent = nullptr);
+    /// Kills a worker that still runs, waits for its end, and removes everything that was shared with it.
+    ~WorkerProcess() override;
+
+    /// The worker's program file. Default: "mediaworker" beside this program's own file, else in the PATH.
+    void setProgram(const QString& path) { program_ = path; }
+    /// A command that runs the worker (the worker's program and arguments follow it), for instance to put it
+    /// into a namespace of its own.
+    void setProgramPrefix(const QStringList& command) { programPrefix_ = command; }
+    /// Variables that the worker gets in addition to this process's environment.
+    void setExtraEnvironment(const QMap<QString, QString>& variables) { extraEnvironment_ = variables; }
+    /// How long the worker has to connect before connectTimedOut(). Zero: for ever. Default: 10 s.
+    void setConnectTimeout(std::chrono::milliseconds timeout) { connectTimeout_ = timeout; }
+
+    /// Starts a worker. False with errorString() when the link or the frame channel cannot be made, or a
+    /// worker runs already; a program that cannot be run is reported by startFailed(). An object can be used
+    /// for one worker after the other.
+    [[nodiscard]] bool start(const StreamJob& job);
+    [[nodiscard]] bool start(const ExportJob& job);
+
+    [[nodiscard]] bool isRunning() const;
+    [[nodiscard]] bool isConnected() const;
+    [[nodiscard]] WorkerMode mode() const noexcept { return mode_; }
+    [[nodiscard]] const QString& errorString() const noexcept { return error_; }
+    /// The started process (of the program prefix, if there is one), 0 when none runs.
+    [[nodiscard]] qint64 processId() const;
+    [[nodiscard]] const QString& serverName() const noexcept { return serverName_; }
+    /// The last lines of the worker's standard error, newest last.
+    [[nodiscard]] const QStringList& recentLog() const noexcept { return recentLog_; }
+
+    /// The pictures of a stream job, until the next start() or destruction; null for an export.
+    [[nodiscard]] FrameChannel* frames() const noexcept { return frames_.get(); }
+
+    // Commands. Queued until the worker is connected, and then written at a pace that it can follow. False
+    // when there is no worker in stream mode, or it does not take commands any more and the queue is full.
+
+    /// Starts the sound if it is off. 0 to 100.
+    bool setVolume(int percent);
+    bool pause();
+    bool resume();
+    bool stopAudio();
+
+    /// Writes bytes to the link at once, past the command queue: to try a worker with packets that no parent
+    /// would send. False when there is no link.
+    bool writeRaw(const QByteArray& bytes);
+
+    /// Closes the link: a worker ends by itself at that, at once. An export's file is left unfinished.
+    void disconnectLink();
+    /// Asks the system to end the worker.
+    void terminate();
+    void kill();
+    /// Waits for the worker's end, with all signals that belong to it. False when the time is over.
+    bool waitForFinished(std::chrono::milliseconds timeout);
+
+Q_SIGNALS:
+    void connected(qint64 pid); ///< process id as the worker sees it
+    void frame(qint64 ptsMs);   ///< a picture's time has come: read it from frames()
+    void fragment(qint64 position, qint64 duration);
+    void absoluteTime(qint64 value);
+    void formatChanged();                 ///< the picture size is new, or the first one is known
+    void progress(int percent);           ///< of an export
+    void malformed(int type, int size);   ///< a message that a worker does not send; it was skipped
+    void logLine(const QString& line);    ///< one line of the worker's standard error
+    void linkClosed();                    ///< the worker has closed its end
+    void connectTimedOut();               ///< no link within the connect time-out; the worker still runs
+    void startFailed(const QString& why); ///< the program could not be run; no finished() follows
+    /// The worker is gone; nothing comes after this. `exitCode` means nothing when `crashed`.
+    void finished(int exitCode, bool crashed);
+
+private:
+    [[nodiscard]] bool listen();
+    void launch(const QStringList& arguments);
+    [[nodiscard]] bool fail(const QString& why);
+    void acceptLink();
+    void readLink();
+    void deliver(const Message& message);
+    void readLog();
+    void takeLogLine(const QByteArray& line);
+    void writeCommands();
+    [[nodiscard]] bool acceptsCommands() const;
+    void processEnded(int exitCode, QProcess::ExitStatus status);
+    void dropLink();
+
+    QString program_;
+    QStringList programPrefix_;
+    QMap<QString, QString> extraEnvironment_;
+    std::chrono::milliseconds connectTimeout_{10000};
+
+    WorkerMode mode_ = WorkerMode::Stream;
+    QString serverName_;
+    QString error_;
+    QStringList recentLog_;
+
+    std::unique_ptr<FrameChannel> frames_;
+    QProcess* process_ = nullptr;    ///< a child of this object
+    QLocalServer* server_ = nullptr; ///< a child of this object
+    QPointer<QLocalSocket> link_;    ///< a child of this object once accepted
+    bool linkOpen_ = false;
+    bool greeted_ = false; ///< the worker's first message has arrived: it takes commands
+    MessageReader reader_;
+    LineSplitter lines_;
+    CommandQueue commands_;
+    QTimer commandTimer_;
+    QTimer connectTimer_;
+};
+
+} // namespace mediaworker::parent
