@@ -1,5 +1,6 @@
 #include "support/FlvWriter.h"
 
+#include <algorithm>
 #include <bit>
 
 namespace mediaworker::test {
@@ -18,11 +19,14 @@ void append(Bytes& out, std::uint64_t value, unsigned count) {
 }
 
 void append(Bytes& out, std::span<const std::uint8_t> bytes) {
-    out.insert(out.end(), bytes.begin(), bytes.end());
+    // Resized first: GCC 12 takes the insertion of a range into a short vector for an overflow.
+    const std::size_t before = out.size();
+    out.resize(before + bytes.size());
+    std::copy(bytes.begin(), bytes.end(), out.data() + before);
 }
 
 void append(Bytes& out, std::string_view text) {
-    out.insert(out.end(), text.begin(), text.end());
+    append(out, std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
 }
 
 Bytes typed(std::uint8_t type, std::string_view text, unsigned lengthBytes) {
