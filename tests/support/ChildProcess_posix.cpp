@@ -1,5 +1,7 @@
 #include "support/ChildProcess.h"
 
+#include "support/Descriptor.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
@@ -25,24 +27,6 @@ int checked(int result, const char* what) {
     }
     return result;
 }
-
-/// Closes a descriptor on every path out.
-class Descriptor {
-public:
-    explicit Descriptor(int value) : value_(value) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (value_ >= 0) {
-            ::close(value_);
-        }
-    }
-    [[nodiscard]] int get() const noexcept { return value_; }
-    [[nodiscard]] int release() noexcept { return std::exchange(value_, -1); }
-
-private:
-    int value_;
-};
 
 int openForOutput(const std::filesystem::path& path) {
     const char* name = path.empty() ? "/dev/null" : path.c_str();

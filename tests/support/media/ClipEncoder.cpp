@@ -1,4 +1,5 @@
 #include "support/ChildProcess.h"
+#include "support/Descriptor.h"
 #include "support/media/Clip.h"
 #include "support/media/TestPicture.h"
 
@@ -11,7 +12,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 namespace mediaworker::test {
 namespace {
@@ -55,18 +55,15 @@ class FileLock {
 public:
     explicit FileLock(const std::filesystem::path& path)
         : descriptor_(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
-        if (descriptor_ < 0) {
+        if (descriptor_.get() < 0) {
             throw std::system_error(errno, std::generic_category(), path.string());
         }
-        while (::flock(descriptor_, LOCK_EX) != 0 && errno == EINTR) {
+        while (::flock(descriptor_.get(), LOCK_EX) != 0 && errno == EINTR) {
         }
     }
-    FileLock(const FileLock&) = delete;
-    FileLock& operator=(const FileLock&) = delete;
-    ~FileLock() { ::close(descriptor_); }
 
 private:
-    int descriptor_;
+    Descriptor descriptor_;
 };
 
 std::vector<std::string> videoArguments(const ClipSpec& spec) {

@@ -1,0 +1,64 @@
+#include "support/qt/PulseSink.h"
+#include "support/qt/Tone.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numbers>
+#include <thread>
+
+namespace mediaworker::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+std::vector<std::int16_t> sine(double hz, double level, int count, int rate) {
+    std::vector<std::int16_t> samples;
+    for (int i = 0; i < count; ++i) {
+        samples.push_back(
+            static_cast<std::int16_t>(level * 32767 * std::sin(2 * std::numbers::pi * hz * i / rate)));
+    }
+    return samples;
+}
+
+TEST(Tone, MeasuresLevelAndFrequency) {
+    const auto samples = sine(440, 0.5, 44100, 44100);
+    EXPECT_NEAR(toneLevel(samples, 44100, 440), 0.5, 0.005);
+    EXPECT_LT(toneLevel(samples, 44100, 880), 0.01);
+    EXPECT_NEAR(rms(samples), 0.5 * std::numbers::sqrt2 / 2, 0.005);
+    EXPECT_NEAR(dominantFrequency(samples, 44100), 440, 1);
+}
+
+TEST(Tone, FindsNothingInSilence) {
+    const std::vector<std::int16_t> silence(44100);
+    EXPECT_EQ(dominantFrequency(silence, 44100), 0);
+    EXPECT_EQ(rms(silence), 0);
+    EXPECT_EQ(toneLevel({}, 44100, 440), 0);
+}
+
+TEST(PulseSink, RecordsWhatIsPlayed) {
+    PulseSink sink;
+    EXPECT_EQ(sink.playingStreams(), 0);
+    ChildProcess player({.command = {"ffmpeg", "-v", "error", "-re", "-f", "lavfi", "-i",
+                                     "aevalsrc=0.5*sin(2*PI*700*t):s=44100", "-f", "pulse", "test"},
+                         .environment = sink.environment()});
+    for (int i = 0; i < 200 && sink.playingStreams() == 0; ++i) {
+        std::this_thread::sleep_for(20ms);
+    }
+    ASSERT_EQ(sink.playingStreams(), 1);
+    std::this_thread::sleep_for(500ms);
+    const auto samples = sink.record(1000ms);
+    ASSERT_GT(samples.size(), 30000U);
+    EXPECT_NEAR(dominantFrequency(samples, PulseSink::kRate), 700, 2);
+    EXPECT_NEAR(toneLevel(samples, PulseSink::kRate, 700), 0.5, 0.1);
+}
+
+TEST(PulseSink, RecordsSilenceWhenNobodyPlays) {
+    PulseSink sink;
+    const auto samples = sink.record(300ms);
+    EXPECT_GT(samples.size(), 4000U);
+    EXPECT_EQ(rms(samples), 0);
+}
+
+} // namespace
+} // namespace mediaworker::test
