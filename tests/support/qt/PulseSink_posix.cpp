@@ -52,7 +52,7 @@ std::vector<std::pair<std::string, std::string>> PulseSink::environment() const 
             {"PULSE_RUNTIME_PATH", folder + "/pulse"},
             {"HOME", folder},
             {"XDG_CONFIG_HOME", folder},
-            {"PULSE_SERVER", ""},
+            {"PULSE_SERVER", "unix:" + folder + "/pulse/native"},
             {"DBUS_SESSION_BUS_ADDRESS", "disabled:"}};
 }
 
