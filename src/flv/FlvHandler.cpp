@@ -1,6 +1,7 @@
 #include "flv/FlvHandler.h"
 
 #include "base/Log.h"
+#include "base/Saturating.h"
 #include "flv/AacConfig.h"
 #include "flv/CodecMapping.h"
 #include "flv/FillPacket.h"
@@ -13,9 +14,6 @@ extern "C" {
 }
 
 #include <algorithm>
-#include <cmath>
-#include <cstring>
-#include <limits>
 #include <span>
 #include <string_view>
 
@@ -24,21 +22,6 @@ namespace {
 
 /// Sizes from this on are no sizes of pictures but garbage.
 constexpr std::int64_t kFrameSizeEnd = 8000;
-
-/// Truncates; what does not fit becomes the nearest value that does, and what is no number becomes 0.
-std::int64_t toInt64(double value) {
-    constexpr double kEnd = 9223372036854775808.0; // 2^63
-    if (std::isnan(value)) {
-        return 0;
-    }
-    if (value >= kEnd) {
-        return std::numeric_limits<std::int64_t>::max();
-    }
-    if (value < -kEnd) {
-        return std::numeric_limits<std::int64_t>::min();
-    }
-    return static_cast<std::int64_t>(value);
-}
 
 AVCodecID vcodecFromMeta(std::int64_t value) {
     const AVCodecID codec = videoCodecOf(value);
@@ -133,7 +116,7 @@ void FlvHandler::onError(const std::string& message) {
 void FlvHandler::onScriptData(const flv::NumberProperties& properties) {
     MetaInfo info;
     for (const auto& [key, value] : properties) {
-        interpret(info, key, toInt64(value));
+        interpret(info, key, base::toInt64Saturated(value));
     }
     if (info.videoCodec != AV_CODEC_ID_NONE) {
         handleVideoMetaInfo(info.videoCodec, info.width, info.height);
