@@ -68,7 +68,7 @@ QByteArray CommandQueue::writeIdleBytes(int count) {
     if (idleBytesLeft_ == 0) {
         idleBytesLeft_ = idlePacket().size();
     }
-    const QByteArray bytes = idlePacket().right(idleBytesLeft_).left(count);
+    QByteArray bytes = idlePacket().right(idleBytesLeft_).left(count);
     idleBytesLeft_ -= bytes.size();
     if (idleBytesLeft_ == 0) {
         written(MessageType::Volume);

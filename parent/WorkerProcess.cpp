@@ -146,7 +146,9 @@ bool WorkerProcess::isRunning() const {
     return process_ != nullptr;
 }
 
-bool WorkerProcess::isConnected() const { return greeted_ && linkOpen_; }
+bool WorkerProcess::isConnected() const {
+    return greeted_ && linkOpen_;
+}
 
 qint64 WorkerProcess::processId() const {
     return process_ != nullptr ? process_->processId() : 0;
@@ -155,7 +157,7 @@ qint64 WorkerProcess::processId() const {
 // The first connection is the worker's; the server goes, and with it its name, so that nobody comes second.
 void WorkerProcess::acceptLink() {
     link_ = server_->nextPendingConnection();
-    if (!link_) {
+    if (link_ == nullptr) {
         return;
     }
     link_->setParent(this);
@@ -176,10 +178,10 @@ void WorkerProcess::acceptLink() {
 
 void WorkerProcess::readLink() {
     // A slot may close the link or start another worker: what is left of this one is nobody's business then.
-    const QPointer<QLocalSocket> link = link_;
-    while (link && link == link_ && link->bytesAvailable() > 0) {
+    QLocalSocket* const link = link_;
+    while (link != nullptr && link == link_ && link->bytesAvailable() > 0) {
         reader_.feed(link->readAll());
-        while (link && link == link_) {
+        while (link != nullptr && link == link_) {
             const std::optional<Message> message = reader_.next();
             if (!message) {
                 break;
@@ -300,11 +302,11 @@ void WorkerProcess::dropLink() {
     commandTimer_.stop();
     greeted_ = false;
     linkOpen_ = false;
-    if (link_) {
+    if (link_ != nullptr) {
         link_->disconnect(this);
         link_->abort();
         link_->deleteLater();
-        link_.clear();
+        link_ = nullptr;
     }
     if (server_ != nullptr) {
         server_->disconnect(this);

@@ -8,7 +8,6 @@
 
 #include <QMap>
 #include <QObject>
-#include <QPointer>
 #include <QProcess>
 #include <QString>
 #include <QStringList>
@@ -48,6 +47,8 @@ public:
     explicit WorkerProcess(QObject* parent = nullptr);
     /// Kills a worker that still runs, waits for its end, and removes everything that was shared with it.
     ~WorkerProcess() override;
+    WorkerProcess(const WorkerProcess&) = delete;
+    WorkerProcess& operator=(const WorkerProcess&) = delete;
 
     /// The worker's program file. Default: "mediaworker" beside this program's own file, else in the PATH.
     void setProgram(const QString& path) { program_ = path; }
@@ -108,7 +109,7 @@ Q_SIGNALS:
     void progress(int percent);           ///< of an export
     void malformed(int type, int size);   ///< a message that a worker does not send; it was skipped
     void logLine(const QString& line);    ///< one line of the worker's standard error
-    void linkClosed();                    ///< the worker has closed its end
+    void linkClosed();                    ///< the worker has closed its end, while it was still seen alive
     void connectTimedOut();               ///< no link within the connect time-out; the worker still runs
     void startFailed(const QString& why); ///< the program could not be run; no finished() follows
     /// The worker is gone; nothing comes after this. `exitCode` means nothing when `crashed`.
@@ -141,7 +142,7 @@ private:
     std::unique_ptr<FrameChannel> frames_;
     QProcess* process_ = nullptr;    ///< a child of this object
     QLocalServer* server_ = nullptr; ///< a child of this object
-    QPointer<QLocalSocket> link_;    ///< a child of this object once accepted
+    QLocalSocket* link_ = nullptr;   ///< a child of this object once accepted
     bool linkOpen_ = false;
     bool greeted_ = false; ///< the worker's first message has arrived: it takes commands
     MessageReader reader_;

@@ -7,7 +7,6 @@
 #include <QFile>
 #include <QLocalSocket>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -15,9 +14,6 @@
 
 using namespace mediaworker::parent;
 using std::chrono::milliseconds;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 /// GoogleTest finds it in the namespace of the type.
 inline void PrintTo(const QStringList& list, std::ostream* out) {
@@ -53,13 +49,13 @@ int openDescriptors() {
 /// Each test has a temporary directory of its own, so that leftovers are its own as well.
 class WorkerProcessTest : public ::testing::Test {
 protected:
-    WorkerProcessTest() {
+    void SetUp() override {
         temporary_ = QDir::tempPath() + QStringLiteral("/mwt-%1").arg(QCoreApplication::applicationPid());
         QDir().mkpath(temporary_);
         qputenv("TMPDIR", QFile::encodeName(temporary_));
         makeWorker();
     }
-    ~WorkerProcessTest() override {
+    void TearDown() override {
         worker_.reset();
         EXPECT_EQ(leftovers(), QStringList());
         QDir(temporary_).removeRecursively();
