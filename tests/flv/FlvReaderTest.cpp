@@ -191,6 +191,20 @@ TEST_F(FlvReaderTest, KeepsTheErrorOfATagThatStraddledTwoPieces) {
     EXPECT_EQ(observer_.events.size(), 1U);
 }
 
+TEST_F(FlvReaderTest, KeepsEverythingBehindAnErrorUntilTheBufferIsFull) {
+    const Bytes bad = FlvWriter().header().tag(1, 0, Bytes(10, 0)).take();
+    EXPECT_TRUE(consume(Bytes(bad.begin(), bad.begin() + 20))); // header and back-pointer, 7 bytes unread
+    Bytes rest(bad.begin() + 20, bad.end());
+    rest.resize(FlvReader::kMaxSliceBytes);
+    EXPECT_FALSE(consume(rest));
+    const Bytes mebibyte(FlvReader::kMaxSliceBytes, 0);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_FALSE(consume(mebibyte));
+    }
+    EXPECT_FALSE(consume(Bytes(FlvReader::kMaxSliceBytes - 7, 0)));
+    EXPECT_EQ(overflow({0}), "FlatBuffer.push gt maxSize");
+}
+
 TEST_F(FlvReaderTest, ReadsThreeMebibytesAtOnce) {
     FlvWriter writer;
     writer.header();
@@ -287,6 +301,22 @@ TEST(FlvReaderObserver, ThatThrowsMeetsTheSameTagAgainAndLosesNone) {
         EXPECT_TRUE(reader.consume("prefix", next.data(), next.size()));
         EXPECT_THAT(observer.timestamps, ElementsAre(1, 2, 3, 4)) << cut;
     }
+}
+
+TEST(FlvReaderObserver, ThatThrowsMeetsTheTagAgainWithTheNextByte) {
+    ThrowingObserver observer;
+    FlvReader reader(&observer);
+    const auto feed = [&reader](const Bytes& bytes) {
+        return reader.consume("prefix", bytes.data(), bytes.size());
+    };
+    // A long tag in two pieces comes first: what it needed must not delay the short one behind it.
+    const Bytes stream = FlvWriter().header().audio(1, 0x2E, Bytes(5000, 1)).take();
+    EXPECT_TRUE(feed(Bytes(stream.begin(), stream.begin() + 1000)));
+    EXPECT_TRUE(feed(Bytes(stream.begin() + 1000, stream.end())));
+    EXPECT_THROW((void)feed(FlvWriter().audio(2, 0x2E, Bytes{1}).take()), std::runtime_error);
+    observer.throws = false;
+    EXPECT_TRUE(feed({8}));
+    EXPECT_THAT(observer.timestamps, ElementsAre(1, 2));
 }
 
 } // namespace
