@@ -1,0 +1,57 @@
+#include "Camera.h"
+
+#include "support/media/Clip.h"
+#include "support/media/FlvStream.h"
+#include "support/qt/Pacing.h"
+
+#include <memory>
+#include <vector>
+
+namespace mediaworker::demo {
+
+namespace {
+
+std::vector<test::TimedBytes> film(std::chrono::seconds duration) {
+    test::ClipSpec spec;
+    spec.widthPx = Camera::kWidthPx;
+    spec.heightPx = Camera::kHeightPx;
+    spec.fps = Camera::kFps;
+    spec.frames = static_cast<int>(duration.count()) * Camera::kFps;
+    spec.gop = Camera::kFps;
+    spec.zeroLatency = true;
+    spec.audio = test::AudioCodec::Aac;
+    spec.toneHz = 440;
+    spec.toneLevel = 0.2;
+    return test::makeFlv(test::encode(spec));
+}
+
+} // namespace
+
+Camera::Camera(std::chrono::seconds duration) {
+    const auto pieces = std::make_shared<const std::vector<test::TimedBytes>>(film(duration));
+    server_.route("/live.flv", [this, pieces](test::HttpResponse& response) {
+        {
+            const std::lock_guard lock(mutex_);
+            begin_ = std::chrono::steady_clock::now();
+        }
+        response.header("Content-Type", "video/x-flv");
+        test::PaceOptions pace;
+        pace.burstMs = kBufferedMs;
+        test::servePaced(response, *pieces, pace);
+    });
+}
+
+QString Camera::url() const {
+    return QString::fromStdString(server_.url("/live.flv"));
+}
+
+std::optional<std::int64_t> Camera::filmedMs() const {
+    const std::lock_guard lock(mutex_);
+    if (!begin_) {
+        return std::nullopt;
+    }
+    const auto elapsed = std::chrono::steady_clock::now() - *begin_;
+    return kBufferedMs + std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count();
+}
+
+} // namespace mediaworker::demo
