@@ -1,0 +1,148 @@
+#include "Session.h"
+
+#include "support/ChildProcess.h"
+#include "support/qt/HttpServer.h"
+#include "support/qt/Pacing.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+namespace mediaworker::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(CommandLine, WithTooFewArgumentsEndsWithOneAndSaysNothing) {
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{}, {"http://127.0.0.1/"}, {"http://127.0.0.1/", "channel"}}) {
+        const TemporaryFolder folder;
+        std::vector<std::string> command = {MEDIAWORKER_PROGRAM};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        ChildProcess worker({.command = command, .output = folder / "out", .errors = folder / "err"});
+        EXPECT_EQ(worker.wait(), 1) << arguments.size();
+        EXPECT_EQ(readFile(folder / "out"), "");
+        EXPECT_EQ(readFile(folder / "err"), "");
+    }
+}
+
+struct UrlCase {
+    const char* name;
+    const char* scheme;
+    const char* path;
+    const char* line;
+    bool disablesBuffering;
+};
+
+class UrlOf : public testing::TestWithParam<UrlCase> {};
+
+TEST_P(UrlOf, DecidesOnTimeOutsAndBuffering) {
+    const RefusingPort port;
+    Session session;
+    session.start(GetParam().scheme + std::string("://127.0.0.1:") + std::to_string(port.port()) +
+                  GetParam().path);
+    ASSERT_EQ(session.waitForExit(), 3) << session.logText();
+    EXPECT_EQ(session.log().front().text, GetParam().line);
+    EXPECT_EQ(session.hasLine("disable buffering"), GetParam().disablesBuffering);
+    EXPECT_EQ(session.hasLineBeginning("ko_player::Player::beginBuffering: buf start"),
+              !GetParam().disablesBuffering);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, UrlOf,
+    testing::Values(
+        UrlCase{"Live", "http", "/live.flv",
+                "set timeouts for live local: first frame 5 seconds, inter frame 3 seconds", false},
+        UrlCase{"LiveCloud", "https", "/live.flv",
+                "set timeouts for live cloud: first frame 8 seconds, inter frame 5 seconds", false},
+        UrlCase{"Archive", "http", "/archive/1",
+                "set timeouts for archive local: first frame 10 seconds, inter frame 5 seconds", false},
+        UrlCase{"ArchiveCloud", "https", "/archive/1",
+                "set timeouts for archive cloud: first frame 13 seconds, inter frame 7 seconds", false},
+        UrlCase{"CapitalArchiveIsLive", "http", "/Archive/1",
+                "set timeouts for live local: first frame 5 seconds, inter frame 3 seconds", false},
+        UrlCase{"ArchiveAtSpeedOne", "http", "/archive/1?speed=1",
+                "set timeouts for archive local: first frame 10 seconds, inter frame 5 seconds", false},
+        UrlCase{"ArchiveAtSpeedTwo", "http", "/archive/1?speed=2",
+                "set timeouts for archive local: first frame 10 seconds, inter frame 5 seconds", true},
+        UrlCase{"ArchiveAtHalfSpeed", "http", "/archive/1?speed=0.5",
+                "set timeouts for archive local: first frame 10 seconds, inter frame 5 seconds", true},
+        UrlCase{"LiveAtSpeedFour", "http", "/live.flv?speed=4",
+                "set timeouts for live local: first frame 5 seconds, inter frame 3 seconds", false}),
+    [](const auto& instance) { return instance.param.name; });
+
+TEST(BrokenStream, EndsTheWorkerWithOneAndTheShortChunkInTheLog) {
+    HttpServer server;
+    server.route("/live.flv", [](HttpResponse& response) {
+        response.send("<html>no camera here</html>");
+        response.waitForClientToLeave();
+    });
+    Session session;
+    session.start(server.url("/live.flv"));
+    ASSERT_EQ(session.waitForExit(), 1) << session.logText();
+    EXPECT_TRUE(session.hasLine("ko_player::Player::consumeImpl: ec: Invalid argument, what: invalid header"))
+        << session.logText();
+    EXPECT_EQ(session.log().back().text, "<html>no camera here</html>");
+}
+
+TEST(BrokenStream, OfALongChunkIsNotLogged) {
+    HttpServer server;
+    server.route("/live.flv", [](HttpResponse& response) {
+        response.send(std::string(1024, 'x'));
+        response.waitForClientToLeave();
+    });
+    Session session;
+    session.start(server.url("/live.flv"));
+    ASSERT_EQ(session.waitForExit(), 1) << session.logText();
+    EXPECT_EQ(session.log().back().text,
+              "ko_player::Player::consumeImpl: ec: Invalid argument, what: invalid header");
+}
+
+TEST(BrokenStream, AfterGoodPicturesEndsTheWorkerWithOne) {
+    const Clip clip = encode(ClipSpec{});
+    HttpServer server;
+    server.route("/live.flv", [&](HttpResponse& response) {
+        auto pieces = makeFlv(clip);
+        pieces.resize(40);
+        servePaced(response, pieces, {.burstMs = 1000});
+        FlvWriter broken;
+        broken.tagHeader(77, 5, 0);
+        response.send(broken.bytes());
+        response.waitForClientToLeave();
+    });
+    Session session;
+    session.start(server.url("/live.flv"));
+    ASSERT_EQ(session.waitForExit(), 1) << session.logText();
+    EXPECT_TRUE(
+        session.hasLine("ko_player::Player::consumeImpl: ec: Invalid argument, what: undef tag type:77"))
+        << session.logText();
+}
+
+TEST(LocalFile, ThatEndsEndsTheWorkerWithFour) {
+    const Clip clip = encode(ClipSpec{});
+    const std::string file = encodedFile(ClipSpec{}).string();
+    Session session;
+    session.start("file:///" + file);
+    ASSERT_EQ(session.waitForExit(), 4) << session.logText();
+    EXPECT_TRUE(session.hasLine("video thread has stopped")) << session.logText();
+    EXPECT_TRUE(session.hasLine("video thread has stopped unexpectedly, exit"));
+    EXPECT_TRUE(session.hasLine("set timeouts for file file:///" + file +
+                                ": first frame 1 seconds, inter frame 1 seconds"));
+    EXPECT_EQ(session.shown().size(), clip.video.size());
+}
+
+TEST(Crash, EndsTheWorkerWithOne) {
+    HttpServer server;
+    server.route("/live.flv", [](HttpResponse& response) {
+        response.sendHeader();
+        response.waitForClientToLeave();
+    });
+    Session session;
+    session.start(server.url("/live.flv"));
+    ASSERT_TRUE(session.waitUntil([&] { return session.connectedPid().has_value(); }));
+    ASSERT_EQ(::kill(static_cast<pid_t>(session.worker().processId()), SIGSEGV), 0);
+    EXPECT_EQ(session.waitForExit(), 1) << session.logText();
+}
+
+} // namespace
+} // namespace mediaworker::test

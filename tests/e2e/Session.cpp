@@ -1,0 +1,152 @@
+#include "Session.h"
+
+#include "support/ChildProcess.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QTimer>
+
+#include <algorithm>
+#include <sstream>
+#include <stdexcept>
+
+namespace mediaworker::test {
+
+Session::Session() : Session(Options{}) {}
+
+Session::Session(const Options& options) : options_(options) {
+    using parent::WorkerProcess;
+    worker_.setProgram(QStringLiteral(MEDIAWORKER_PROGRAM));
+    worker_.setProgramPrefix(options.prefix);
+    QMap<QString, QString> variables;
+    for (const auto& [name, value] : options.environment) {
+        variables.insert(QString::fromStdString(name), QString::fromStdString(value));
+    }
+    worker_.setExtraEnvironment(variables);
+    QObject::connect(&worker_, &WorkerProcess::connected, [this](qint64 pid) { connectedPid_ = pid; });
+    QObject::connect(&worker_, &WorkerProcess::frame, [this](qint64 ptsMs) { takeFrame(ptsMs); });
+    QObject::connect(&worker_, &WorkerProcess::formatChanged, [this] { ++formatChanges_; });
+    QObject::connect(&worker_, &WorkerProcess::malformed, [this] { ++malformed_; });
+    QObject::connect(&worker_, &WorkerProcess::absoluteTime, [this](qint64 value) {
+        positions_.push_back({.absoluteTime = value, .framesBefore = shown_.size()});
+    });
+    QObject::connect(&worker_, &WorkerProcess::fragment, [this](qint64 position, qint64 duration) {
+        positions_.push_back(
+            {.fragmentPosition = position, .fragmentDuration = duration, .framesBefore = shown_.size()});
+    });
+    QObject::connect(&worker_, &WorkerProcess::logLine, [this](const QString& line) {
+        log_.push_back({line.toStdString(), Clock::now()});
+    });
+    QObject::connect(&worker_, &WorkerProcess::finished, [this](int exitCode, bool crashed) {
+        endedAt_ = Clock::now();
+        exitCode_ = crashed ? -1 : exitCode;
+    });
+}
+
+void Session::start(const std::string& url) {
+    parent::StreamJob job;
+    job.url = QString::fromStdString(url);
+    job.proxyUrl = QString::fromStdString(options_.proxyUrl);
+    job.proxyType = QString::fromStdString(options_.proxyType);
+    if (!worker_.start(job)) {
+        throw std::runtime_error("the worker cannot be started: " + worker_.errorString().toStdString());
+    }
+}
+
+void Session::takeFrame(qint64 ptsMs) {
+    Shown shown;
+    shown.ptsMs = ptsMs;
+    shown.when = Clock::now();
+    if (options_.readsPictures && worker_.frames() != nullptr) {
+        shown.hasPicture =
+            worker_.frames()->withPicture([&](const std::uint8_t* bgra, int width, int height) {
+                const BgraView view{bgra, width, height, std::ptrdiff_t{4} * width};
+                shown.widthPx = width;
+                shown.heightPx = height;
+                shown.numbers = readFrameNumbers(view);
+                shown.patchError = options_.readsPatches ? largestPatchError(view) : 0;
+            });
+    }
+    shown_.push_back(shown);
+}
+
+bool Session::waitUntil(const std::function<bool()>& isDone, std::chrono::milliseconds limit) {
+    const auto deadline = Clock::now() + limit;
+    // A wake-up now and then, for conditions that no event announces.
+    QTimer ticks;
+    ticks.start(5);
+    while (!isDone()) {
+        if (Clock::now() > deadline) {
+            return false;
+        }
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    return true;
+}
+
+bool Session::waitForFrames(std::size_t count, std::chrono::milliseconds limit) {
+    return waitUntil([&] { return shown_.size() >= count || exitCode_; }, limit) && shown_.size() >= count;
+}
+
+bool Session::waitForLine(const std::string& line, int count, std::chrono::milliseconds limit) {
+    return waitUntil([&] { return countLines(line) >= count || exitCode_; }, limit) &&
+           countLines(line) >= count;
+}
+
+std::optional<int> Session::waitForExit(std::chrono::milliseconds limit) {
+    waitUntil([&] { return exitCode_.has_value(); }, limit);
+    return exitCode_;
+}
+
+void Session::listen(std::chrono::milliseconds duration) {
+    waitUntil([] { return false; }, duration);
+}
+
+std::vector<std::int64_t> Session::stamps() const {
+    std::vector<std::int64_t> result;
+    for (const Shown& shown : shown_) {
+        result.push_back(shown.ptsMs);
+    }
+    return result;
+}
+
+int Session::countLines(const std::string& line) const {
+    return static_cast<int>(
+        std::count_if(log_.begin(), log_.end(), [&](const LogLine& logged) { return logged.text == line; }));
+}
+
+bool Session::hasLineBeginning(const std::string& begin) const {
+    return std::any_of(log_.begin(), log_.end(),
+                       [&](const LogLine& logged) { return logged.text.starts_with(begin); });
+}
+
+std::string Session::logText() const {
+    std::string text;
+    for (const LogLine& line : log_) {
+        text += line.text + "\n";
+    }
+    return text;
+}
+
+std::int64_t Session::residentBytes() const {
+    std::istringstream status;
+    try {
+        status.str(readFile("/proc/" + std::to_string(worker_.processId()) + "/status"));
+    } catch (const std::runtime_error&) {
+        return 0;
+    }
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("VmRSS:")) {
+            return std::stoll(line.substr(6)) * 1024;
+        }
+    }
+    return 0;
+}
+
+FlvOptions lasting(const Clip& clip, std::chrono::milliseconds duration) {
+    FlvOptions options;
+    options.repeats = static_cast<int>((duration.count() + clip.durationMs() - 1) / clip.durationMs());
+    return options;
+}
+
+} // namespace mediaworker::test
