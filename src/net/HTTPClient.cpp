@@ -1,0 +1,60 @@
+#include "net/HTTPClient.h"
+
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QUrl>
+
+#include <utility>
+
+namespace CorvaneClient::Net {
+namespace {
+
+/// The first status whose body is kept back from the consumer: an error page is no stream.
+constexpr int kFirstStatusWithoutData = 300;
+
+/// 0 when there is none: another scheme, or a connection that failed before the headers.
+int statusOf(const QNetworkReply& reply) {
+    return reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+}
+
+bool isRedirect(int status) {
+    return status == 301 || status == 302 || status == 303 || status == 305 || status == 307 || status == 308;
+}
+
+} // namespace
+
+HTTPClient::HTTPClient() {
+    manager_.setRedirectPolicy(QNetworkRequest::NoLessSafeRedirectPolicy);
+}
+
+void HTTPClient::get(const QString& url, OnData onData, OnFinished onFinished) {
+    QNetworkRequest request{QUrl(url, QUrl::TolerantMode)};
+    request.setRawHeader("Accept", "*/*");
+    QNetworkReply* reply = manager_.get(request);
+    // Bound only now that this response is known to be the last one: Qt throws a redirect's body away as it
+    // comes but counts it as unread, so a bound would stop a redirect with a large body before it is
+    // followed.
+    connect(reply, &QNetworkReply::metaDataChanged, this, [reply] {
+        if (!isRedirect(statusOf(*reply))) {
+            reply->setReadBufferSize(kReadBufferBytes);
+        }
+    });
+    connect(reply, &QNetworkReply::finished, this, [reply, onData, onFinished = std::move(onFinished)] {
+        if (statusOf(*reply) < kFirstStatusWithoutData) {
+            onData(reply->readAll());
+        }
+        onFinished();
+    });
+    connect(reply, &QIODevice::readyRead, this, [reply, onData = std::move(onData)] {
+        const int status = statusOf(*reply);
+        if (status < kFirstStatusWithoutData) {
+            onData(reply->readAll());
+        } else if (!isRedirect(status) && reply->error() == QNetworkReply::NoError) {
+            // Nobody reads this body, so one larger than the buffer would never finish. Its end is told now.
+            // (With an error set it has been received whole, and the end is on its way.)
+            reply->abort();
+        }
+    });
+}
+
+} // namespace CorvaneClient::Net
