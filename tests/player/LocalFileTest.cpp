@@ -1,0 +1,80 @@
+#include "player/LocalFile.h"
+#include "FakeHandlers.h"
+#include "Packets.h"
+#include "support/LogCapture.h"
+#include "support/media/Clip.h"
+
+extern "C" {
+#include <libavutil/avutil.h>
+}
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+namespace ko_player {
+namespace {
+
+using mediaworker::test::FakeAudioHandler;
+using mediaworker::test::FakeVideoHandler;
+using mediaworker::test::LogCapture;
+using mediaworker::test::makePacket;
+
+TEST(LocalFileTime, IsConvertedToMilliseconds) {
+    struct Row {
+        AVRational timeBase;
+        std::int64_t dts;
+        std::int64_t pts;
+        std::int64_t expectedDts;
+        std::int64_t expectedPts;
+    };
+    constexpr auto kNone = AV_NOPTS_VALUE;
+    const Row rows[] = {
+        {{1, 90000}, 90000, 93600, 1000, 93600},
+        {{1, 90000}, kNone, 45000, kNone, 500},
+        {{1, 90000}, kNone, kNone, kNone, kNone},
+        {{1, 1000}, 77, 78, 77, 78},
+        {{1, 90000}, 89999, 0, 999, 0},
+        {{1, 90000}, -89999, 0, -999, 0},
+        {{1001, 30000}, 30, 0, 1001, 0},
+        {{1, 1}, std::numeric_limits<std::int64_t>::max(), 0, std::numeric_limits<std::int64_t>::max(), 0},
+        {{1, 0}, 0, 0, 0, 0},
+    };
+    for (const Row& row : rows) {
+        const auto packet = makePacket(row.dts, 1);
+        (*packet)->pts = row.pts;
+        rescaleToMilliseconds(*packet->get(), row.timeBase);
+        EXPECT_EQ((*packet)->dts, row.expectedDts);
+        EXPECT_EQ((*packet)->pts, row.expectedPts);
+    }
+}
+
+class LocalFileTest : public testing::Test {
+protected:
+    LogCapture log;
+    std::shared_ptr<FakeVideoHandler> video = std::make_shared<FakeVideoHandler>();
+    std::shared_ptr<FakeAudioHandler> audio = std::make_shared<FakeAudioHandler>();
+    Player player{video, audio};
+};
+
+TEST_F(LocalFileTest, AMissingFileIsLogged) {
+    player.start(Buffering::Off, {1, 1});
+    player.playFile("/nowhere/at all.mp4");
+    EXPECT_TRUE(log.contains("couldn't open file /nowhere/at all.mp4 : No such file or directory"));
+}
+
+TEST_F(LocalFileTest, ShowsThePicturesOfAFile) {
+    mediaworker::test::ClipSpec spec;
+    spec.frames = 5;
+    spec.audio = mediaworker::test::AudioCodec::Aac;
+    spec.zeroLatency = true;
+    const auto file = mediaworker::test::encodedFile(spec);
+    player.start(Buffering::Off, {5, 5});
+    player.playFile(file.c_str());
+    video->waitForShown(5);
+    EXPECT_TRUE(audio->parts().empty()) << "a local file shows its pictures only";
+    EXPECT_TRUE(log.contains("ko_player::AudioPipeline::open: AudioPipeline has been openned"));
+}
+
+} // namespace
+} // namespace ko_player
