@@ -1,0 +1,7 @@
+#pragma once
+
+#include "app/CommandLine.h"
+
+class QNetworkProxy;
+
+[[nodiscard]] QNetworkProxy toNetworkProxy(const ProxySettings& settings);

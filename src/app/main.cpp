@@ -1,0 +1,41 @@
+#include "app/ApplicationProxy.h"
+#include "app/CommandLine.h"
+#include "app/fault_guard.h"
+#include "player/ff_wrap/FfmpegLog.h"
+#include "stream/ExitCodes.h"
+#include "stream/FfpStream.h"
+
+#include "base/Log.h"
+
+#include <QCoreApplication>
+#include <QNetworkProxy>
+
+#include <variant>
+
+namespace {
+
+int run(const StreamCommand& command) {
+    if (command.proxy) {
+        QNetworkProxy::setApplicationProxy(toNetworkProxy(*command.proxy));
+    }
+    const FfpStream stream(command.url, command.channelName, command.serverName);
+    return QCoreApplication::exec();
+}
+
+int run(const ExportCommand& /*command*/) {
+    base::logLine("export mode is not available in this build");
+    return exit_code::kFailure;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (!hasEnoughArguments(argc)) {
+        return exit_code::kFailure;
+    }
+    fault_guard::silenceFaultDialogs();
+    fault_guard::installCrashFilter();
+    ko_player::ff_wrap::installFfmpegLog();
+    const QCoreApplication application(argc, argv);
+    return std::visit([](const auto& command) { return run(command); }, parseCommandLine(argc, argv));
+}

@@ -1,0 +1,134 @@
+#include "stream/FfpStream.h"
+
+#include "base/Log.h"
+#include "stream/AudioHandler.h"
+#include "stream/ExitCodes.h"
+#include "stream/LocalPath.h"
+#include "stream/PictureGeometry.h"
+#include "stream/QtAudioDevice.h"
+#include "stream/StreamTiming.h"
+#include "stream/VideoHandler.h"
+
+#include <cstdlib>
+#include <exception>
+
+namespace {
+
+/// A rejected chunk shorter than this is most likely a server's message, worth reading.
+constexpr int kShortestSilentChunk = 1024;
+
+} // namespace
+
+FfpStream::FfpStream(const QString& url, const QString& channelName, const QString& serverName)
+    : StreamBase(channelName, serverName),
+      audio_([this](const std::function<void()>& function) { runOnLinkThread(function); },
+             makeQtAudioDevice) {
+    auto video = std::make_shared<VideoHandler>(VideoHandler::Callables{
+        [this] { onVideoStopped(); },
+        [this](const ko_player::VideoParams& in, ko_player::VideoParams& out) {
+            return onVideoParams(in, out);
+        },
+        [this](const std::uint8_t*, int, std::int64_t pts) { sendFrame(pts); },
+        [this](std::int64_t value) { sendAbsoluteTime(value); },
+        [this](std::int64_t first, std::int64_t second) { sendFragment(first, second); },
+        [this] { return lockPicture(); }});
+    auto audio = std::make_shared<AudioHandler>(
+        AudioHandler::Callables{[this](const ko_player::AudioParams& in, ko_player::AudioParams& out) {
+                                    return audio_.setParams(in, out);
+                                },
+                                [this](const std::uint8_t* data, int size) { audio_.write(data, size); }});
+    player_ = std::make_unique<ko_player::Player>(std::move(video), std::move(audio));
+
+    const StreamTiming timing = streamTiming(url);
+    for (const std::string& line : timing.logLines) {
+        base::logLine(line);
+    }
+    player_->start(timing.buffering ? ko_player::Buffering::On : ko_player::Buffering::Off,
+                   {timing.firstFrameSeconds, timing.nextFrameSeconds});
+    openCommands();
+
+    if (timing.isHttp) {
+        httpClient_.get(
+            url, [this](const QByteArray& bytes) { onData(bytes); }, [this] { onFinished(); });
+    } else {
+        playLocalFile(url);
+    }
+}
+
+FfpStream::~FfpStream() {
+    stopping_ = true;
+    // Sound may be on its way to the device, so the link thread has to outlive the engine.
+    runOnLinkThread([this] { closeCommands(); });
+    player_.reset();
+    audio_.stop();
+    stopLinkThread();
+}
+
+void FfpStream::setPause(bool paused) {
+    if (player_) {
+        player_->setPause(paused);
+    }
+}
+
+void FfpStream::setVolume(int percent) {
+    audio_.setVolume(percent);
+}
+
+void FfpStream::stopAudio() {
+    audio_.stop();
+}
+
+void FfpStream::startAudio() {
+    audio_.start();
+}
+
+void FfpStream::playLocalFile(const QString& url) {
+    try {
+        player_->playFile(localPath(url).c_str());
+    } catch (const std::exception& e) {
+        // The video thread has ended, and ends the process with the code that says so.
+        base::logAt("FfpStream::playLocalFile", e.what());
+    }
+}
+
+void FfpStream::onData(const QByteArray& bytes) {
+    if (!player_) {
+        return;
+    }
+    if (!player_->consume(reinterpret_cast<const std::uint8_t*>(bytes.constData()),
+                          static_cast<std::size_t>(bytes.size()))) {
+        if (bytes.size() < kShortestSilentChunk) {
+            base::logLine(bytes.toStdString());
+        }
+        std::_Exit(exit_code::kFailure);
+    }
+}
+
+void FfpStream::onFinished() {
+    base::logLine("http reader finished");
+    stopping_ = true;
+    if (player_) {
+        player_->stop();
+    }
+    std::_Exit(exit_code::kResponseEnded);
+}
+
+std::uint8_t* FfpStream::onVideoParams(const ko_player::VideoParams& in, ko_player::VideoParams& out) {
+    const PictureGeometry geometry = pictureGeometry(in);
+    out = geometry.params;
+    if (geometry.rule == AspectRule::Stretched) {
+        base::logAt(__func__, "Out video resize to: ", out);
+    } else if (geometry.rule == AspectRule::Ignored) {
+        base::logAt(__func__, "Out video ignore invalid sar: ", out);
+    }
+    setupPicture(static_cast<std::uint32_t>(out.width), static_cast<std::uint32_t>(out.height));
+    return picture();
+}
+
+void FfpStream::onVideoStopped() {
+    base::logLine("video thread has stopped");
+    if (!stopping_) {
+        base::logLine("video thread has stopped unexpectedly, exit");
+        std::_Exit(exit_code::kVideoStopped);
+    }
+}

@@ -1,0 +1,44 @@
+#include "stream/QtAudioDevice.h"
+
+#include <QAudioOutput>
+#include <QIODevice>
+
+#include <new>
+
+namespace {
+
+class QtAudioDevice final : public AudioDevice {
+public:
+    explicit QtAudioDevice(const QAudioFormat& format) : output_(new QAudioOutput(format)) {}
+    QtAudioDevice(const QtAudioDevice&) = delete;
+    QtAudioDevice& operator=(const QtAudioDevice&) = delete;
+    ~QtAudioDevice() override {
+        output_->stop();
+        // Its timers and the back end's queued calls may still be on their way.
+        output_->deleteLater();
+    }
+
+    void setBufferSize(int bytes) override { output_->setBufferSize(bytes); }
+    void start() override { io_ = output_->start(); }
+    QAudio::Error error() const override { return output_->error(); }
+    bool isWritable() const override { return io_ != nullptr; }
+    int bytesFree() const override { return output_->bytesFree(); }
+    qint64 write(const char* data, qint64 size) override { return io_->write(data, size); }
+    QString errorString() const override { return io_->errorString(); }
+    double volume() const override { return output_->volume(); }
+    void setVolume(double volume) override { output_->setVolume(volume); }
+
+private:
+    QAudioOutput* output_;    ///< deleted by the event loop
+    QIODevice* io_ = nullptr; ///< the output's
+};
+
+} // namespace
+
+std::unique_ptr<AudioDevice> makeQtAudioDevice(const QAudioFormat& format) {
+    try {
+        return std::make_unique<QtAudioDevice>(format);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}

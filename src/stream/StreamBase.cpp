@@ -1,0 +1,156 @@
+#include "stream/StreamBase.h"
+
+#include "base/Log.h"
+#include "ipc/SocketHandler.h"
+#include "stream/ExitCodes.h"
+#include "stream/PrivateFile.h"
+
+#include <QDir>
+#include <QtEndian>
+
+#include <cstdlib>
+#include <utility>
+
+namespace Ostra {
+
+namespace message_type = Corvane::Ipc::message_type;
+using Corvane::Ipc::makeMessage;
+
+StreamBase::StreamBase(const QString& channelName, const QString& serverName)
+    : semaphore_(channelName, 1, QSystemSemaphore::Open) {
+    file_.setFileName(QDir::tempPath() + QDir::separator() + channelName);
+    createPrivateFile(file_.fileName());
+    file_.open(QIODevice::ReadWrite); // a failure shows when the file is mapped
+
+    link_ = std::make_unique<Corvane::Ipc::SocketHandler>(serverName, nullptr);
+    link_->moveToThread(&linkThread_);
+    connect(link_.get(), &Corvane::Ipc::SocketHandler::newMessage, this, &StreamBase::onMessage,
+            Qt::DirectConnection);
+    connect(
+        link_.get(), &Corvane::Ipc::SocketHandler::error, this,
+        [](const QString& text) {
+            base::logWithoutNewline("Socket error: ", text.toStdString());
+            std::_Exit(exit_code::kParentGone);
+        },
+        Qt::DirectConnection);
+    connect(
+        link_.get(), &Corvane::Ipc::SocketHandler::disconnected, this,
+        [] { std::_Exit(exit_code::kParentGone); }, Qt::DirectConnection);
+    linkThread_.setObjectName(QStringLiteral("link")); // the system's name for the thread
+    linkThread_.start();
+}
+
+StreamBase::~StreamBase() {
+    stopLinkThread();
+    link_.reset();
+    file_.close(); // unmaps as well
+}
+
+void StreamBase::setupPicture(std::uint32_t width, std::uint32_t height) {
+    if (mapping_ != nullptr) {
+        file_.unmap(mapping_);
+        mapping_ = nullptr;
+    }
+    semaphore_.acquire();
+    const std::uint32_t fileBytes = width * height * 4 + kPictureOffset + kReservedBytes;
+    const std::uint64_t pictureBytes = std::uint64_t{width} * height * 4;
+    file_.resize(fileBytes);
+    // A picture beyond 4 GiB wraps the size around; the file would be too small for it.
+    if (pictureBytes <= fileBytes && file_.size() == fileBytes) {
+        mapping_ = file_.map(0, file_.size());
+    }
+    if (mapping_ == nullptr) {
+        semaphore_.release(1);
+        base::logLine("can't map the frame file: ", file_.fileName().toStdString(), ": ",
+                      file_.errorString().toStdString());
+        std::_Exit(exit_code::kFailure);
+    }
+    qToLittleEndian(width, mapping_);
+    qToLittleEndian(height, mapping_ + sizeof width);
+    semaphore_.release(1);
+    sendFormat();
+}
+
+ko_player::ResourceGuard StreamBase::lockPicture() {
+    return ko_player::ResourceGuard([this] { semaphore_.acquire(); }, [this] { semaphore_.release(1); });
+}
+
+void StreamBase::sendFrame(std::int64_t pts) {
+    link_->send(makeMessage(message_type::kFrame, qint64{pts}));
+}
+
+void StreamBase::sendAbsoluteTime(std::int64_t time) {
+    link_->send(makeMessage(message_type::kAbsoluteTime, qint64{time}));
+}
+
+void StreamBase::sendFragment(std::int64_t position, std::int64_t duration) {
+    link_->send(makeMessage(message_type::kFragment, qint64{position}, qint64{duration}));
+}
+
+void StreamBase::sendFormat() {
+    link_->send(message_type::kFormat);
+}
+
+void StreamBase::openCommands() {
+    QMetaObject::invokeMethod(
+        link_.get(),
+        [this] {
+            commands_ = Commands::Open;
+            for (const auto& message : std::exchange(early_, {})) {
+                dispatch(message);
+            }
+        },
+        Qt::QueuedConnection);
+}
+
+void StreamBase::closeCommands() {
+    commands_ = Commands::Dropped;
+}
+
+void StreamBase::runOnLinkThread(const std::function<void()>& function) {
+    if (QThread::currentThread() == &linkThread_ || linkThread_.isFinished()) {
+        function();
+        return;
+    }
+    QMetaObject::invokeMethod(link_.get(), function, Qt::BlockingQueuedConnection);
+}
+
+void StreamBase::stopLinkThread() {
+    linkThread_.quit();
+    linkThread_.wait();
+}
+
+void StreamBase::onMessage(const Corvane::Ipc::Message& message) {
+    if (commands_ == Commands::Open) {
+        dispatch(message);
+    } else if (commands_ == Commands::Kept) {
+        early_.push_back(message);
+    }
+}
+
+void StreamBase::dispatch(const Corvane::Ipc::Message& message) {
+    // The type goes out as the character of that code.
+    base::logLine("Command from parent process: ", static_cast<char>(message.type));
+    switch (message.type) {
+    case message_type::kVolume:
+        // The data counts, not the size field: a packet of size 0 repeats the volume before it.
+        if (message.data.size() == sizeof(quint32)) {
+            startAudio();
+            setVolume(static_cast<int>(qFromLittleEndian<quint32>(message.data.constData())));
+        }
+        break;
+    case message_type::kPause:
+        setPause(true);
+        break;
+    case message_type::kResume:
+        setPause(false);
+        break;
+    case message_type::kStopAudio:
+        stopAudio();
+        break;
+    default:
+        base::logLine("Unknown command");
+    }
+}
+
+} // namespace Ostra
