@@ -33,7 +33,7 @@ using mediaworker::test::VideoCodec;
 
 using Bytes = std::vector<std::uint8_t>;
 
-constexpr std::size_t kPieceSize = 64 * 1024;
+constexpr std::size_t kPieceSize = std::size_t{64} * 1024;
 
 /// The log is no part of what is measured.
 class SilentLog final : public base::LogSink {
