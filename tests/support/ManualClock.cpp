@@ -1,13 +1,14 @@
 #include "support/ManualClock.h"
 
 #include <algorithm>
+#include <thread>
 
 namespace mediaworker::test {
 
 /// Keeps a waiter listed while its thread waits. Both ends take the clock's mutex.
 class ManualClock::Registration {
 public:
-    Registration(ManualClock& clock, const Waiter& waiter) : clock_(clock), waiter_(waiter) {
+    Registration(ManualClock& clock, Waiter& waiter) : clock_(clock), waiter_(waiter) {
         const std::lock_guard lock(clock_.mutex_);
         clock_.waiters_.push_back(&waiter_);
         clock_.changed_.notify_all();
@@ -22,7 +23,7 @@ public:
 
 private:
     ManualClock& clock_;
-    const Waiter& waiter_;
+    Waiter& waiter_;
 };
 
 base::TimePoint ManualClock::now() const {
@@ -31,7 +32,7 @@ base::TimePoint ManualClock::now() const {
 }
 
 void ManualClock::sleepUntil(base::TimePoint deadline) {
-    const Waiter waiter{nullptr, nullptr, deadline};
+    Waiter waiter{nullptr, nullptr, deadline};
     const Registration registration(*this, waiter);
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [&] { return now_ >= deadline; });
@@ -39,7 +40,7 @@ void ManualClock::sleepUntil(base::TimePoint deadline) {
 
 void ManualClock::waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                             base::TimePoint deadline) {
-    const Waiter waiter{&condition, lock.mutex(), deadline};
+    Waiter waiter{&condition, lock.mutex(), deadline};
     const Registration registration(*this, waiter);
     // advance() locks the waiter's mutex before it notifies, and this thread holds that mutex from the check
     // of the time to the wait, so no wake-up is lost.
@@ -49,20 +50,33 @@ void ManualClock::waitUntil(std::condition_variable& condition, std::unique_lock
 }
 
 void ManualClock::advance(base::nanoseconds duration) {
-    std::vector<Waiter> woken;
-    {
-        const std::lock_guard lock(mutex_);
-        now_ += duration;
-        changed_.notify_all();
-        for (const Waiter* waiter : waiters_) {
-            if (waiter->condition != nullptr) {
-                woken.push_back(*waiter);
+    std::unique_lock lock(mutex_);
+    now_ += duration;
+    changed_.notify_all();
+    for (Waiter* waiter : waiters_) {
+        waiter->mustWake = waiter->condition != nullptr;
+    }
+    // A listed waiter's mutex and condition exist: it must take this clock's mutex to leave the list. Waiters
+    // hold their own mutex when they do so, hence no waiting for theirs under this one.
+    for (bool again = true; again;) {
+        again = false;
+        for (Waiter* waiter : waiters_) {
+            if (!waiter->mustWake) {
+                continue;
+            }
+            if (waiter->mutex->try_lock()) {
+                waiter->condition->notify_all();
+                waiter->mutex->unlock();
+                waiter->mustWake = false;
+            } else {
+                again = true;
             }
         }
-    }
-    for (const Waiter& waiter : woken) {
-        const std::lock_guard lock(*waiter.mutex);
-        waiter.condition->notify_all();
+        if (again) {
+            lock.unlock();
+            std::this_thread::yield();
+            lock.lock();
+        }
     }
 }
 

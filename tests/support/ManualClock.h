@@ -31,6 +31,7 @@ private:
         std::condition_variable* condition; ///< null for a sleeper
         std::mutex* mutex;
         base::TimePoint deadline;
+        bool mustWake = false; ///< advance() has not reached it yet
     };
     class Registration;
 
@@ -41,7 +42,7 @@ private:
 
     // Guarded by mutex_.
     base::TimePoint now_{std::chrono::hours(1)};
-    std::vector<const Waiter*> waiters_;
+    std::vector<Waiter*> waiters_;
 };
 
 } // namespace mediaworker::test
