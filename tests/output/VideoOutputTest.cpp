@@ -40,10 +40,11 @@ protected:
         state->newestPushedMs = std::max<std::int64_t>(state->newestPushedMs, pts);
         ASSERT_TRUE(frames->push(makePicture(pts, width, height, format)));
     }
-    /// Moves time to when the output wants to be woken, and no further.
-    void advanceToDeadline() {
-        clock.waitForWaiters(1);
-        clock.advance(clock.earliestDeadline() - clock.now());
+    /// Waits until the output sleeps for a picture that is due in that long, and lets the time pass.
+    void passSleep(milliseconds expected) {
+        const auto due = clock.now() + expected;
+        clock.waitForDeadline(due);
+        clock.advance(due - clock.now());
     }
     void waitUntilPaused() const {
         while (pause->waiting() == 0) {
@@ -80,11 +81,9 @@ TEST_F(VideoOutputTest, HoldsPicturesBackUntilTheirTime) {
     push(40);
     push(80);
     handler->waitForShown(1);
-    const auto begin = clock.now();
-    for (int i = 1; i <= 2; ++i) {
-        advanceToDeadline();
-        handler->waitForShown(static_cast<std::size_t>(i) + 1);
-        EXPECT_EQ(clock.now() - begin, milliseconds(40 * i));
+    for (const std::size_t shown : {2U, 3U}) {
+        passSleep(milliseconds(40));
+        handler->waitForShown(shown);
     }
     EXPECT_THAT(handler->shown(), ElementsAre(0, 40, 80));
 }
@@ -105,7 +104,7 @@ TEST_F(VideoOutputTest, LogsJumpsOfTheTimeStamps) {
     push(1201);
     push(1100);
     handler->waitForShown(2);
-    advanceToDeadline();
+    passSleep(milliseconds(1));
     handler->waitForShown(3);
     EXPECT_TRUE(log.contains("There is to big difference: 1201"));
     EXPECT_TRUE(log.contains("Negative video frame time delta"));
@@ -238,11 +237,10 @@ TEST_F(VideoOutputTest, APictureThatCannotBeConvertedIsTimedButNotShown) {
     std::fill_n((*empty)->data, 4, nullptr);
     ASSERT_TRUE(frames->push(empty));
     state->newestPushedMs = 40;
-    advanceToDeadline();
+    passSleep(milliseconds(40));
     push(80);
-    while (handler->shown().size() < 2) {
-        advanceToDeadline();
-    }
+    passSleep(milliseconds(40));
+    handler->waitForShown(2);
     EXPECT_THAT(handler->shown(), ElementsAre(0, 80));
     EXPECT_EQ(handler->count("lock"), 3);
     EXPECT_EQ(handler->count("unlock"), 3);
@@ -310,9 +308,10 @@ TEST_F(VideoOutputTest, DeliversMetadataWithThePictureItBelongsTo) {
     push(0);
     push(40);
     push(80);
-    while (handler->shown().size() < 3) {
-        advanceToDeadline();
-    }
+    passSleep(milliseconds(40));
+    handler->waitForShown(2);
+    passSleep(milliseconds(40));
+    handler->waitForShown(3);
     handler->waitForEvent("pair 9 9");
     EXPECT_THAT(handler->events(),
                 ElementsAre("params 64x48", "lock", "unlock", "frame 0", "value 777", "pair 5 6", "lock",

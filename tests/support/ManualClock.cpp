@@ -90,6 +90,14 @@ void ManualClock::waitForWaiters(int count) const {
     changed_.wait(lock, [&] { return pendingLocked() >= count; });
 }
 
+void ManualClock::waitForDeadline(base::TimePoint deadline) const {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] {
+        return std::any_of(waiters_.begin(), waiters_.end(),
+                           [&](const Waiter* waiter) { return waiter->deadline == deadline; });
+    });
+}
+
 base::TimePoint ManualClock::earliestDeadline() const {
     const std::lock_guard lock(mutex_);
     base::TimePoint earliest = base::TimePoint::max();

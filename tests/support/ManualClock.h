@@ -23,6 +23,9 @@ public:
     /// Blocks (in real time) until `count` threads wait on this clock for a deadline that has not passed.
     void waitForWaiters(int count) const;
 
+    /// Blocks (in real time) until some thread waits for exactly that deadline.
+    void waitForDeadline(base::TimePoint deadline) const;
+
     /// The earliest deadline anybody waits for; `TimePoint::max()` if nobody waits.
     [[nodiscard]] base::TimePoint earliestDeadline() const;
 
