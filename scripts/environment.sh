@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Read by the other scripts (". scripts/environment.sh"): makes them work from any folder, with an empty
 # environment, and fast where ccache is installed. Leaves the shell in the source folder.
 set -euo pipefail

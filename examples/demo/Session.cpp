@@ -50,6 +50,7 @@ Session::Session(SessionOptions options) : options_(std::move(options)) {
     });
     connect(&progressTimer_, &QTimer::timeout, this, &Session::printProgress);
     endTimer_.setSingleShot(true);
+    endTimer_.setTimerType(Qt::PreciseTimer);
     connect(&endTimer_, &QTimer::timeout, this, [this] {
         isEnding_ = true;
         worker_.disconnectLink();
@@ -179,12 +180,14 @@ void Session::onFinished(int exitCode, bool crashed) {
 QString Session::whatIsWrong(int exitCode, bool crashed) const {
     const QString how =
         QStringLiteral("%1 (exit code %2)").arg(exitReason(worker_.mode(), exitCode, crashed)).arg(exitCode);
-    const QString lastLine = worker_.recentLog().isEmpty() ? QString() : worker_.recentLog().last();
+    constexpr int kLogLines = 3;
+    const QStringList& log = worker_.recentLog();
+    const QString lastLines = log.mid(std::max(0, log.size() - kLogLines)).join(QStringLiteral("\n    "));
     // A stream of the user's may end whenever it likes; the camera of this program films longer than we
     // watch.
     const bool streamEnded = !crashed && (exitCode == 3 || exitCode == 4) && !options_.filmedMs;
     if (shown_.empty() || (!isEnding_ && !streamEnded)) {
-        return QStringLiteral("the worker ended: %1\n  its last line: %2").arg(how, lastLine);
+        return QStringLiteral("the worker ended: %1\n  its last words:\n    %2").arg(how, lastLines);
     }
     if (isEnding_ && (crashed || exitCode != 0)) {
         return QStringLiteral("the worker was asked to end, but: ") + how;
