@@ -104,8 +104,9 @@ AudioSink::Pass AudioSink::writePass(std::uint64_t device, const std::uint8_t*& 
     }
     const std::int64_t size = std::min<std::int64_t>(remaining, device_->bytesFree());
     const std::int64_t written = device_->write(reinterpret_cast<const char*>(data), size);
-    const std::string error = written == size ? std::string() : " " + device_->errorString().toStdString();
-    base::logLine("audio written: ", written, ", len: ", size, ", vol: ", device_->volume(), error);
+    const bool complete = written == size;
+    base::logLine("audio written: ", written, ", len: ", size, ", vol: ", device_->volume(),
+                  complete ? "" : " ", complete ? std::string() : device_->errorString().toStdString());
     if (written < 0) {
         return Pass::Failed;
     }
