@@ -31,8 +31,15 @@ double rms(std::span<const std::int16_t> samples) {
 }
 
 double dominantFrequency(std::span<const std::int16_t> samples, int rate) {
-    // A tenth of a second is enough to find the neighbourhood, all of it to find the place.
-    const auto coarse = samples.first(std::min(samples.size(), static_cast<std::size_t>(rate / 10)));
+    // The loudest tenth of a second is enough to find the neighbourhood, all of it to find the place.
+    const std::size_t window = std::min(samples.size(), static_cast<std::size_t>(rate / 10));
+    auto coarse = samples.first(window);
+    for (std::size_t at = 0; at + window <= samples.size() && window > 0; at += window) {
+        const auto part = samples.subspan(at, window);
+        if (rms(part) > rms(coarse)) {
+            coarse = part;
+        }
+    }
     constexpr double kSilence = 0.001;
     const auto strongest = [rate](std::span<const std::int16_t> part, double from, double to, double step) {
         double best = 0;
