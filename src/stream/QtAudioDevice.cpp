@@ -2,6 +2,7 @@
 
 #include <QAudioOutput>
 #include <QIODevice>
+#include <QPointer>
 
 #include <new>
 
@@ -21,16 +22,16 @@ public:
     void setBufferSize(int bytes) override { output_->setBufferSize(bytes); }
     void start() override { io_ = output_->start(); }
     QAudio::Error error() const override { return output_->error(); }
-    bool isWritable() const override { return io_ != nullptr; }
+    bool isWritable() const override { return !io_.isNull(); }
     int bytesFree() const override { return output_->bytesFree(); }
     qint64 write(const char* data, qint64 size) override { return io_->write(data, size); }
-    QString errorString() const override { return io_->errorString(); }
+    QString errorString() const override { return io_ ? io_->errorString() : QString(); }
     double volume() const override { return output_->volume(); }
     void setVolume(double volume) override { output_->setVolume(volume); }
 
 private:
-    QAudioOutput* output_;    ///< deleted by the event loop
-    QIODevice* io_ = nullptr; ///< the output's
+    QAudioOutput* output_;   ///< deleted by the event loop
+    QPointer<QIODevice> io_; ///< the output's, which deletes it when the sound server goes
 };
 
 } // namespace

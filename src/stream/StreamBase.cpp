@@ -42,7 +42,6 @@ StreamBase::StreamBase(const QString& channelName, const QString& serverName)
 
 StreamBase::~StreamBase() {
     stopLinkThread();
-    link_.reset();
     file_.close(); // unmaps as well
 }
 
@@ -116,6 +115,11 @@ void StreamBase::runOnLinkThread(const std::function<void()>& function) {
 }
 
 void StreamBase::stopLinkThread() {
+    if (link_) {
+        // Emitted by the thread itself: the socket has to go where it lives.
+        connect(
+            &linkThread_, &QThread::finished, this, [this] { link_.reset(); }, Qt::DirectConnection);
+    }
     linkThread_.quit();
     linkThread_.wait();
 }

@@ -1,0 +1,275 @@
+#include "stream/StreamBase.h"
+
+#include "support/LogCapture.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QLocalServer>
+#include <QLocalSocket>
+#include <QTemporaryDir>
+#include <QThread>
+#include <QUuid>
+#include <QtEndian>
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <mutex>
+#include <thread>
+
+namespace {
+
+using mediaworker::test::LogCapture;
+using ::testing::ElementsAre;
+using ::testing::ExitedWithCode;
+
+template <class Done>
+bool waitFor(Done done) {
+    QElapsedTimer timer;
+    timer.start();
+    while (!done() && !timer.hasExpired(10'000)) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 20);
+    }
+    return done();
+}
+
+/// Writes down what the parent commands.
+class Recorder final : public Ostra::StreamBase {
+public:
+    Recorder(const QString& channel, const QString& server, bool open = true) : StreamBase(channel, server) {
+        if (open) {
+            openCommands();
+        }
+    }
+    ~Recorder() override { stopLinkThread(); }
+
+    using StreamBase::openCommands;
+    using StreamBase::runOnLinkThread;
+
+    void setPause(bool paused) override { add(paused ? "pause" : "resume"); }
+    void setVolume(int percent) override { add("volume " + std::to_string(percent)); }
+    void stopAudio() override { add("stop audio"); }
+    void startAudio() override { add("start audio"); }
+
+    std::vector<std::string> calls() const {
+        const std::lock_guard lock(mutex_);
+        return calls_;
+    }
+
+private:
+    void add(const std::string& call) {
+        EXPECT_NE(QThread::currentThread(), QCoreApplication::instance()->thread());
+        const std::lock_guard lock(mutex_);
+        calls_.push_back(call);
+    }
+
+    mutable std::mutex mutex_;
+    std::vector<std::string> calls_; ///< guarded by mutex_
+};
+
+/// A temporary directory of the test's own while it lives. A process that a death test starts inherits it, so
+/// what that leaves behind goes with it.
+class OwnTempDir {
+public:
+    OwnTempDir() { qputenv("TMPDIR", folder_.path().toLocal8Bit()); }
+    OwnTempDir(const OwnTempDir&) = delete;
+    OwnTempDir& operator=(const OwnTempDir&) = delete;
+    ~OwnTempDir() { previous_.isNull() ? qunsetenv("TMPDIR") : qputenv("TMPDIR", previous_); }
+
+private:
+    const QByteArray previous_ = qgetenv("TMPDIR");
+    const QTemporaryDir folder_;
+};
+
+class StreamBaseTest : public ::testing::Test {
+protected:
+    StreamBaseTest() { server.listen(serverName); }
+
+    /// The parent's end of the link, with the announcement of the process read.
+    QLocalSocket* accept() {
+        if (!waitFor([&] { return server.hasPendingConnections(); })) {
+            return nullptr;
+        }
+        QLocalSocket* parent = server.nextPendingConnection();
+        if (!waitFor([&] { return parent->bytesAvailable() >= 11; })) {
+            return nullptr;
+        }
+        parent->read(11);
+        return parent;
+    }
+    /// Sends commands one by one, each when the one before has been heard.
+    void command(QLocalSocket* parent, const QByteArray& hex, LogCapture& log) {
+        const auto before = log.lines().size();
+        parent->write(QByteArray::fromHex(hex));
+        ASSERT_TRUE(waitFor([&] { return log.lines().size() > before; }));
+    }
+
+    const OwnTempDir tempDir;
+    const QString name = QStringLiteral("mw-") + QUuid::createUuid().toString(QUuid::Id128);
+    /// Not the channel's name: a local server's socket is a file of its name in the temporary directory too.
+    const QString serverName = name + QStringLiteral("-server");
+    const QString path = QDir::tempPath() + QDir::separator() + name;
+    QLocalServer server;
+};
+
+TEST_F(StreamBaseTest, CarriesOutTheParentsCommandsOnTheLinkThread) {
+    LogCapture log;
+    Recorder stream(name, serverName);
+    QLocalSocket* parent = accept();
+    ASSERT_NE(parent, nullptr);
+    command(parent, "05040064000000", log);
+    command(parent, "060000", log);
+    command(parent, "070000", log);
+    command(parent, "090000", log);
+    ASSERT_TRUE(waitFor([&] { return stream.calls().size() == 5; }));
+    EXPECT_THAT(stream.calls(), ElementsAre("start audio", "volume 100", "pause", "resume", "stop audio"));
+    EXPECT_THAT(log.lines(),
+                ElementsAre("Command from parent process: \x05", "Command from parent process: \x06",
+                            "Command from parent process: \x07", "Command from parent process: \x09"));
+}
+
+TEST_F(StreamBaseTest, VolumeWithoutDataRepeatsTheOneBeforeAndAWrongSizeIsIgnored) {
+    LogCapture log;
+    Recorder stream(name, serverName);
+    QLocalSocket* parent = accept();
+    ASSERT_NE(parent, nullptr);
+    command(parent, "0504001e000000", log);
+    command(parent, "050000", log);
+    command(parent, "0502001e00", log);
+    command(parent, "050000", log);
+    command(parent, "060000", log);
+    ASSERT_TRUE(waitFor([&] { return !stream.calls().empty() && stream.calls().back() == "pause"; }));
+    EXPECT_THAT(stream.calls(), ElementsAre("start audio", "volume 30", "start audio", "volume 30", "pause"));
+    EXPECT_FALSE(log.contains("Unknown command"));
+    EXPECT_EQ(log.lines().size(), 5U);
+}
+
+TEST_F(StreamBaseTest, UnknownTypesAreLoggedAndIgnored) {
+    LogCapture log;
+    Recorder stream(name, serverName);
+    QLocalSocket* parent = accept();
+    ASSERT_NE(parent, nullptr);
+    int unknown = 0;
+    for (const char* type : {"00", "01", "04", "08", "0b", "ff"}) {
+        parent->write(QByteArray::fromHex(QByteArray(type) + "0000"));
+        ++unknown;
+        ASSERT_TRUE(waitFor([&] { return log.count("Unknown command") == unknown; })) << type;
+    }
+    EXPECT_TRUE(stream.calls().empty());
+    EXPECT_TRUE(log.contains("Command from parent process: \x08"));
+}
+
+TEST_F(StreamBaseTest, CommandsThatComeTooEarlyAreKept) {
+    LogCapture log;
+    Recorder stream(name, serverName, /*open=*/false);
+    QLocalSocket* parent = accept();
+    ASSERT_NE(parent, nullptr);
+    parent->write(QByteArray::fromHex("060000"));
+    ASSERT_TRUE(parent->waitForBytesWritten() || parent->bytesToWrite() == 0);
+    for (int i = 0; i < 20; ++i) {
+        stream.runOnLinkThread([] {}); // lets the link thread come round
+    }
+    EXPECT_TRUE(stream.calls().empty());
+    stream.openCommands();
+    ASSERT_TRUE(waitFor([&] { return stream.calls().size() == 1; }));
+    EXPECT_THAT(stream.calls(), ElementsAre("pause"));
+}
+
+TEST_F(StreamBaseTest, SendsItsMessages) {
+    Recorder stream(name, serverName);
+    QLocalSocket* parent = accept();
+    ASSERT_NE(parent, nullptr);
+    stream.sendFrame(40);
+    stream.sendFragment(1, 2);
+    stream.sendAbsoluteTime(-1);
+    stream.sendFormat();
+    ASSERT_TRUE(waitFor([&] { return parent->bytesAvailable() >= 11 + 19 + 11 + 3; }));
+    EXPECT_EQ(parent->readAll().toHex(), "0108002800000000000000"
+                                         "02100001000000000000000200000000000000"
+                                         "030800ffffffffffffffff"
+                                         "040000");
+}
+
+TEST_F(StreamBaseTest, SetsTheFrameFileUpForAPictureAndTellsTheParentOnce) {
+    Recorder stream(name, serverName);
+    QLocalSocket* parent = accept();
+    ASSERT_NE(parent, nullptr);
+    stream.setupPicture(1920, 1080);
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(file.size(), 8'294'472);
+    stream.picture()[0] = 0xAB;
+    stream.picture()[1920 * 1080 * 4 - 1] = 0xCD;
+    EXPECT_EQ(file.read(9).toHex(), "8007000038040000ab");
+    file.seek(8'294'407);
+    EXPECT_EQ(file.read(1).toHex(), "cd");
+
+    stream.setupPicture(16, 8);
+    EXPECT_EQ(file.size(), 16 * 8 * 4 + 72);
+    ASSERT_TRUE(waitFor([&] { return parent->bytesAvailable() >= 6; }));
+    EXPECT_EQ(parent->readAll().toHex(), "040000040000");
+}
+
+TEST_F(StreamBaseTest, FrameFileIsTheOwnersOnly) {
+    Recorder stream(name, serverName);
+    const auto permissions = QFile::permissions(path);
+    EXPECT_TRUE(permissions & QFile::ReadOwner);
+    EXPECT_TRUE(permissions & QFile::WriteOwner);
+    EXPECT_FALSE(permissions & (QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther));
+}
+
+TEST_F(StreamBaseTest, HoldsTheSemaphoreWhileAPictureIsWritten) {
+    Recorder stream(name, serverName);
+    Recorder second(name, serverName); // shares file and semaphore, and does not reset its count
+    std::atomic<bool> gotIt{false};
+    std::thread other;
+    {
+        const ko_player::ResourceGuard guard = stream.lockPicture();
+        other = std::thread([&] {
+            const ko_player::ResourceGuard theirs = second.lockPicture();
+            gotIt = true;
+        });
+        EXPECT_FALSE(gotIt);
+    }
+    other.join();
+    EXPECT_TRUE(gotIt);
+}
+
+class StreamBaseDeathTest : public StreamBaseTest {
+protected:
+    StreamBaseDeathTest() { ::testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+};
+
+TEST_F(StreamBaseDeathTest, FrameFileThatCannotBeMappedEndsTheProcessWithCode1) {
+    EXPECT_EXIT(
+        {
+            QDir(QDir::tempPath()).mkdir(name); // a folder in the file's place
+            Recorder stream(name, serverName);
+            stream.setupPicture(16, 16);
+        },
+        ExitedWithCode(1), "can't map the frame file: ");
+}
+
+TEST_F(StreamBaseDeathTest, PictureThatWrapsTheSizeAroundEndsTheProcessWithCode1) {
+    EXPECT_EXIT(
+        {
+            Recorder stream(name, serverName);
+            stream.setupPicture(65536, 16384);
+        },
+        ExitedWithCode(1), "can't map the frame file: ");
+}
+
+TEST_F(StreamBaseDeathTest, ParentThatGoesEndsTheProcessWithCode0) {
+    EXPECT_EXIT(
+        {
+            Recorder stream(name, serverName);
+            QLocalSocket* parent = accept();
+            parent->disconnectFromServer();
+            waitFor([] { return false; });
+            std::_Exit(9);
+        },
+        ExitedWithCode(0), "");
+}
+
+} // namespace
