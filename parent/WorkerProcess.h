@@ -24,8 +24,8 @@ namespace mediaworker::parent {
 /// Shows one stream, or one local file when `url` begins with "file".
 struct StreamJob {
     QString url;
-    QString proxyUrl;  ///< empty: none
-    QString proxyType; ///< "socks5", or anything else for an HTTP proxy
+    QString proxyUrl = {};  ///< empty: none
+    QString proxyType = {}; ///< "socks5", or anything else for an HTTP proxy
 };
 
 /// Records a stream into an MP4 file.

@@ -70,7 +70,7 @@ void Session::start() {
     }
     clock_.start();
     watchdog_.start(kFirstPictureMs);
-    if (!worker_.start(parent::StreamJob{options_.url, {}, {}})) {
+    if (!worker_.start(parent::StreamJob{options_.url})) {
         end(worker_.errorString());
         return;
     }
@@ -183,9 +183,10 @@ QString Session::whatIsWrong(int exitCode, bool crashed) const {
     constexpr int kLogLines = 3;
     const QStringList& log = worker_.recentLog();
     const QString lastLines = log.mid(std::max(0, log.size() - kLogLines)).join(QStringLiteral("\n    "));
-    // A stream of the user's may end whenever it likes; the camera of this program films longer than we
-    // watch.
-    const bool streamEnded = !crashed && (exitCode == 3 || exitCode == 4) && !options_.filmedMs;
+    // A stream of the user's may end whenever it likes (and a local file ends with no more pictures); the
+    // camera of this program films longer than we watch.
+    const int endOfInput = options_.url.startsWith(QStringLiteral("file")) ? 2 : 3;
+    const bool streamEnded = !crashed && exitCode == endOfInput && !options_.filmedMs;
     if (shown_.empty() || (!isEnding_ && !streamEnded)) {
         return QStringLiteral("the worker ended: %1\n  its last words:\n    %2").arg(how, lastLines);
     }

@@ -91,7 +91,7 @@ protected:
         QObject::connect(&w, &WorkerProcess::logLine, [this](const QString& line) { log_ << line; });
     }
 
-    bool start(const char* script) { return worker_->start(StreamJob{QString::fromLatin1(script), {}, {}}); }
+    bool start(const char* script) { return worker_->start(StreamJob{QString::fromLatin1(script)}); }
     bool waitForEnd() {
         return eventually([this] { return !worker_->isRunning(); });
     }
