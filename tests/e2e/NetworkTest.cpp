@@ -27,8 +27,8 @@ protected:
     /// The worker shows the whole clip and ends with the response.
     static void expectWholeClip(Session& session) {
         ASSERT_EQ(session.waitForExit(), 3) << session.logText();
-        EXPECT_EQ(session.shown().size(), 40U) << session.logText();
-        EXPECT_EQ(session.shown().back().numbers.top, 39);
+        EXPECT_GE(session.shown().size(), 40 - kLostAtTheEnd) << session.logText();
+        EXPECT_EQ(session.lastPictureNumber(), 39);
     }
 
     static void expectNothingShown(Session& session) {
@@ -82,7 +82,8 @@ TEST_F(Network, ShowsWhatCameBeforeAReset) {
     Session session;
     session.start(server_.url("/live.flv"));
     ASSERT_EQ(session.waitForExit(), 3) << session.logText();
-    EXPECT_EQ(session.shown().size(), 20U);
+    EXPECT_GE(session.shown().size(), 20 - kLostAtTheEnd);
+    EXPECT_EQ(session.lastPictureNumber(), 19);
     EXPECT_TRUE(session.hasLine("http reader finished"));
 }
 
@@ -151,7 +152,7 @@ TEST_P(Proxy, CarriesTheStreamOfAHostThatOnlyItKnows) {
     Session session({.proxyUrl = proxy.url(), .proxyType = GetParam().type});
     session.start("http://camera.test/live.flv");
     ASSERT_EQ(session.waitForExit(), 3) << session.logText();
-    EXPECT_EQ(session.shown().size(), 40U) << session.logText();
+    EXPECT_EQ(session.lastPictureNumber(), 39) << session.logText();
     ASSERT_FALSE(proxy.requests().empty());
     EXPECT_EQ(proxy.requests().back().host, "camera.test");
     EXPECT_EQ(proxy.requests().back().credentials, credentials);

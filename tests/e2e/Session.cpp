@@ -110,6 +110,14 @@ std::vector<std::int64_t> Session::stamps() const {
     return result;
 }
 
+std::optional<int> Session::lastPictureNumber() {
+    std::optional<int> number;
+    frames().withPicture([&](const std::uint8_t* bgra, int width, int height) {
+        number = readFrameNumber({bgra, width, height, std::ptrdiff_t{4} * width});
+    });
+    return number;
+}
+
 int Session::countLines(const std::string& line) const {
     return static_cast<int>(
         std::count_if(log_.begin(), log_.end(), [&](const LogLine& logged) { return logged.text == line; }));

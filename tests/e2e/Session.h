@@ -79,6 +79,8 @@ public:
 
     [[nodiscard]] const std::vector<Shown>& shown() const { return shown_; }
     [[nodiscard]] std::vector<std::int64_t> stamps() const;
+    /// The number of the picture in the frame file now, also after the worker's end.
+    [[nodiscard]] std::optional<int> lastPictureNumber();
     [[nodiscard]] const std::vector<LogLine>& log() const { return log_; }
     [[nodiscard]] int countLines(const std::string& line) const;
     [[nodiscard]] bool hasLine(const std::string& line) const { return countLines(line) > 0; }
@@ -114,6 +116,10 @@ private:
 
 /// Tolerances of time are multiplied by this: sanitizers and busy machines are slow.
 inline constexpr int kSlowness = MEDIAWORKER_TEST_SLOWNESS;
+
+/// How many of the last frame messages may be missing when the worker ends with the stream: it ends at once
+/// after the last picture, and what it has just handed to the link may not be on its way yet.
+inline constexpr std::size_t kLostAtTheEnd = 1;
 
 /// The clip's length repeated until it lasts at least that long.
 [[nodiscard]] FlvOptions lasting(const Clip& clip, std::chrono::milliseconds duration);
