@@ -2,10 +2,9 @@
 #include "app/CommandLine.h"
 #include "app/fault_guard.h"
 #include "player/ff_wrap/FfmpegLog.h"
+#include "record/control/FfpExport.h"
 #include "stream/ExitCodes.h"
 #include "stream/FfpStream.h"
-
-#include "base/Log.h"
 
 #include <QCoreApplication>
 #include <QNetworkProxy>
@@ -22,9 +21,9 @@ int run(const StreamCommand& command) {
     return QCoreApplication::exec();
 }
 
-int run(const ExportCommand& /*command*/) {
-    base::logLine("export mode is not available in this build");
-    return exit_code::kFailure;
+int run(const ExportCommand& command) {
+    const FfpExport recording(command.url, command.outputPath, command.durationMs, command.serverName);
+    return QCoreApplication::exec();
 }
 
 } // namespace

@@ -1,0 +1,149 @@
+#include "record/Muxer.h"
+
+#include "base/Saturating.h"
+#include "player/ff_wrap/FfmpegError.h"
+
+extern "C" {
+#include <libavcodec/packet.h>
+#include <libavformat/avformat.h>
+#include <libavutil/mathematics.h>
+}
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace ko_player {
+namespace {
+
+/// The writer keeps the packets of one stream until the other has caught up, or 10 s of time stamps have
+/// passed: without a bound a stream whose stamps stand still, and whose sound never comes, would stay in
+/// memory whole. Beyond this the packets are written as they are; only their order in the file suffers. Ten
+/// seconds of a usual camera fit.
+constexpr std::size_t kMaxHeldBytes = 12 << 20;
+
+/// What a packet costs beside its payload, roughly.
+constexpr std::size_t kPacketOverheadBytes = 512;
+
+} // namespace
+
+void Muxer::FreeContext::operator()(AVFormatContext* context) const noexcept {
+    avformat_free_context(context);
+}
+
+void Muxer::CloseIo::operator()(AVIOContext* io) const noexcept {
+    static_cast<void>(avio_close(io));
+}
+
+Muxer::Muxer(const std::string& fileName) : fileName_(fileName) {
+    if (fileName_.empty()) {
+        throw std::invalid_argument("Muxer.ctor empty filename");
+    }
+    AVFormatContext* context = nullptr;
+    const int result = avformat_alloc_output_context2(&context, nullptr, "mp4", fileName_.c_str());
+    context_.reset(context);
+    if (result < 0 || !context_) {
+        throw std::runtime_error("Muxer.ctor: " + ff_wrap::errorText(result));
+    }
+}
+
+void Muxer::addStream(const StreamSource& source, int index) {
+    if (index < 0 || index >= kStreams || static_cast<unsigned>(index) != context_->nb_streams || isOpen()) {
+        throw std::logic_error("Muxer.addStream: streams must be added in order, before the file is opened");
+    }
+    AVStream* stream = avformat_new_stream(context_.get(), nullptr);
+    if (stream == nullptr) {
+        throw std::runtime_error("Muxer: failed allocating stream");
+    }
+    const int result = avcodec_parameters_copy(stream->codecpar, source.parameters);
+    if (result < 0) {
+        throw std::runtime_error("Muxer: failed copy codec: " + ff_wrap::errorText(result));
+    }
+    stream->codecpar->codec_tag = 0; // the writer knows which one MP4 wants
+    slots_[static_cast<std::size_t>(index)].inputTimeBase = source.inputTimeBase;
+    stream->id = index;
+    stream->time_base = source.streamTimeBase;
+}
+
+void Muxer::openFile() {
+    if (isOpen() || headerWritten_) {
+        throw std::logic_error("Muxer.openFile: second call");
+    }
+    const int opened = avio_open(&context_->pb, fileName_.c_str(), AVIO_FLAG_WRITE);
+    if (opened < 0) {
+        throw std::runtime_error("Muxer.writeHeader avio_open: file: " + fileName_ +
+                                 ", err: " + ff_wrap::errorText(opened));
+    }
+    io_.reset(context_->pb);
+    const int written = avformat_write_header(context_.get(), nullptr);
+    if (written < 0) {
+        throw std::runtime_error("Muxer.writeHeader avformat_write_header: file: " + fileName_ +
+                                 ", err: " + ff_wrap::errorText(written));
+    }
+    headerWritten_ = true;
+}
+
+// By value: the packet is given up.
+bool Muxer::writePacket(std::shared_ptr<ff_wrap::Packet> packet, int index, std::string* error) {
+    if (!isOpen() || !headerWritten_) {
+        throw std::logic_error("Muxer.writePacket: no open file");
+    }
+    if (index < 0 || static_cast<unsigned>(index) >= context_->nb_streams) {
+        throw std::logic_error("Muxer.writePacket: no such stream");
+    }
+    Slot& slot = slots_[static_cast<std::size_t>(index)];
+    AVPacket& out = *packet->get();
+    const std::int64_t scaled =
+        av_rescale_q_rnd(out.dts, slot.inputTimeBase, context_->streams[index]->time_base,
+                         static_cast<AVRounding>(AV_ROUND_NEAR_INF | AV_ROUND_PASS_MINMAX));
+    const std::int64_t ts =
+        std::max(scaled, slot.isFirstPacket ? slot.last : base::addSaturated(slot.last, 1));
+    slot.isFirstPacket = false;
+    out.dts = ts;
+    out.pts = ts;
+    out.stream_index = index;
+    out.pos = -1;
+    const auto bytes = static_cast<std::size_t>(std::max(out.size, 0));
+    int result = av_interleaved_write_frame(context_.get(), &out);
+    if (result >= 0) {
+        result = boundHeldPackets(bytes);
+    }
+    if (result < 0) {
+        if (error != nullptr) {
+            *error = ff_wrap::errorText(result);
+        }
+        return false;
+    }
+    slot.last = ts;
+    return true;
+}
+
+int Muxer::boundHeldPackets(std::size_t packetBytes) {
+    if (context_->nb_streams < 2) {
+        return 0; // nothing to interleave with, so nothing is kept
+    }
+    heldBytes_ += packetBytes + kPacketOverheadBytes;
+    if (heldBytes_ < kMaxHeldBytes) {
+        return 0;
+    }
+    heldBytes_ = 0;
+    return av_interleaved_write_frame(context_.get(), nullptr);
+}
+
+void Muxer::close() {
+    if (!isOpen()) {
+        return;
+    }
+    const int trailer = headerWritten_ ? av_write_trailer(context_.get()) : 0;
+    context_->pb = nullptr;
+    const int closed = avio_close(io_.release());
+    if (trailer < 0) {
+        throw std::runtime_error("Muxer.close av_write_trailer: file: " + fileName_ +
+                                 ", err: " + ff_wrap::errorText(trailer));
+    }
+    if (closed < 0) {
+        throw std::runtime_error("Muxer.close avio_closep: file: " + fileName_ +
+                                 ", err: " + ff_wrap::errorText(closed));
+    }
+}
+
+} // namespace ko_player

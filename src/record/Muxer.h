@@ -1,0 +1,84 @@
+#pragma once
+
+#include "player/ff_wrap/Packet.h"
+
+extern "C" {
+#include <libavutil/rational.h>
+}
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+struct AVCodecParameters;
+struct AVFormatContext;
+struct AVIOContext;
+
+namespace ko_player {
+
+/// Writes packets into one MP4 file. Streams are added first, then the file is opened, then packets follow,
+/// then the file is closed; a call out of this order throws std::logic_error. One thread at a time.
+class Muxer {
+public:
+    static constexpr int kStreams = 2;
+
+    /// Where a stream's packets come from. The parameters are copied.
+    struct StreamSource {
+        const AVCodecParameters* parameters = nullptr;
+        AVRational streamTimeBase{1, 1}; ///< asked for; the file may get a finer one
+        AVRational inputTimeBase{1, 1};  ///< of the packets that will be written
+    };
+
+    /// Touches no file yet. Throws std::invalid_argument "Muxer.ctor empty filename", or std::runtime_error
+    /// "Muxer.ctor: ...".
+    explicit Muxer(const std::string& fileName);
+    /// A file that is still open is closed as it is, without an index.
+    ~Muxer() = default;
+    Muxer(const Muxer&) = delete;
+    Muxer& operator=(const Muxer&) = delete;
+
+    /// `index` counts the streams from 0. Throws std::runtime_error "Muxer: failed ...".
+    void addStream(const StreamSource& source, int index);
+
+    /// Creates the file, or empties one that is there, and writes the header. Throws std::runtime_error
+    /// "Muxer.writeHeader ..."; the object is then good for nothing but to be destroyed.
+    void openFile();
+
+    /// Writes one packet, with its decode time stamp raised where the stamps of its stream would not
+    /// increase, and as its presentation time as well. The packet's content is taken, not copied. False, with
+    /// the reason in `error` unless that is null, where it cannot be written.
+    [[nodiscard]] bool writePacket(std::shared_ptr<ff_wrap::Packet> packet, int index, std::string* error);
+
+    /// Writes the index and closes the file; does nothing without an open one. Throws std::runtime_error
+    /// "Muxer.close ..." where any of it fails: the file is closed then, but cannot be played.
+    void close();
+
+    [[nodiscard]] bool isOpen() const noexcept { return io_ != nullptr; }
+
+private:
+    struct FreeContext {
+        void operator()(AVFormatContext* context) const noexcept;
+    };
+    struct CloseIo {
+        void operator()(AVIOContext* io) const noexcept;
+    };
+    struct Slot {
+        AVRational inputTimeBase{1, 1};
+        bool isFirstPacket = true;
+        std::int64_t last = 0; ///< the last stamp written, in the stream's time base
+    };
+
+    /// Lets the writer pass on what it keeps in order to interleave the streams, before that grows too large.
+    int boundHeldPackets(std::size_t packetBytes);
+
+    std::string fileName_;
+    std::array<Slot, kStreams> slots_;
+    std::unique_ptr<AVFormatContext, FreeContext> context_;
+    std::unique_ptr<AVIOContext, CloseIo> io_; ///< set while the file is open; goes before the context
+    bool headerWritten_ = false;
+    std::size_t heldBytes_ = 0; ///< at most this many are kept by the writer
+};
+
+} // namespace ko_player

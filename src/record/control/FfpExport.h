@@ -1,0 +1,41 @@
+#pragma once
+
+#include "net/HTTPClient.h"
+#include "record/ExportProgress.h"
+#include "record/FileRecorder.h"
+
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+
+#include <memory>
+#include <optional>
+
+namespace Corvane::Ipc {
+class SocketHandler;
+}
+
+/// Records one stream into a file, tells the parent how far it is, and ends the process: with 0 when the file
+/// is complete, else with 1. Lives as long as the process, on the main thread.
+class FfpExport final : public QObject {
+    Q_OBJECT
+
+public:
+    /// Starts the request, to which the event loop brings the answer. `durationMs` is the length that is
+    /// expected. Ends the process where the file name is no good.
+    FfpExport(const QString& url, const QString& outputPath, int durationMs, const QString& serverName);
+    ~FfpExport() override;
+
+private:
+    void onData(const QByteArray& bytes);
+    void onFinished();
+    void connectLink(const QString& serverName);
+    /// Ends the process as soon as the event loop is reached; nothing is heard until then.
+    void end(int code);
+
+    ko_player::ExportProgress progress_;
+    std::unique_ptr<ko_player::FileRecorder> recorder_;
+    std::optional<CorvaneClient::Net::HTTPClient> reader_;
+    Corvane::Ipc::SocketHandler* link_ = nullptr; ///< a child of this object
+    bool ending_ = false;
+};
