@@ -31,14 +31,13 @@ void HTTPClient::get(const QString& url, OnData onData, OnFinished onFinished) {
     QNetworkRequest request{QUrl(url, QUrl::TolerantMode)};
     request.setRawHeader("Accept", "*/*");
     QNetworkReply* reply = manager_.get(request);
-    // Bound only now that this response is known to be the last one: Qt throws a redirect's body away as it
-    // comes but counts it as unread, so a bound would stop a redirect with a large body before it is
-    // followed.
-    connect(reply, &QNetworkReply::metaDataChanged, this, [reply] {
-        if (!isRedirect(statusOf(*reply))) {
-            reply->setReadBufferSize(kReadBufferBytes);
-        }
-    });
+    // From the first byte on: what a fast server has sent before a later bound takes effect is never held
+    // back again.
+    reply->setReadBufferSize(kReadBufferBytes);
+    // Qt throws a redirect's body away as it comes but counts it as unread, so the bound would stop a
+    // redirect with a large body before it is followed.
+    connect(reply, &QNetworkReply::metaDataChanged, this,
+            [reply] { reply->setReadBufferSize(isRedirect(statusOf(*reply)) ? 0 : kReadBufferBytes); });
     connect(reply, &QNetworkReply::finished, this, [reply, onData, onFinished = std::move(onFinished)] {
         if (statusOf(*reply) < kFirstStatusWithoutData) {
             onData(reply->readAll());
