@@ -1,0 +1,32 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+/// What all measurements share.
+namespace mediaworker::bench {
+
+using Clock = std::chrono::steady_clock;
+using Milliseconds = std::chrono::duration<double, std::milli>;
+
+/// The value below which that share (0 to 1) of the values lies. `values` must not be empty.
+[[nodiscard]] inline double quantile(std::vector<double> values, double share) {
+    std::sort(values.begin(), values.end());
+    const auto last = static_cast<double>(values.size() - 1);
+    return values[static_cast<std::size_t>(share * last + 0.5)];
+}
+
+[[nodiscard]] inline double median(std::vector<double> values) {
+    return quantile(std::move(values), 0.5);
+}
+
+/// Seconds of processor time, user and system, of all children that have ended and been waited for.
+[[nodiscard]] double childCpuSeconds();
+
+/// A line of /proc/PID/status in megabytes (10^6), such as "VmHWM"; 0 when it cannot be read.
+[[nodiscard]] double memoryMb(long pid, const std::string& field);
+
+} // namespace mediaworker::bench

@@ -1,0 +1,345 @@
+// The whole worker, playing 1080p25 H.264 from a server on this machine, against ffmpeg on the same stream in
+// the same run. Prints rows of the table that bench/compare puts together.
+
+#include "Measures.h"
+#include "parent/WorkerProcess.h"
+#include "support/ChildProcess.h"
+#include "support/media/Clip.h"
+#include "support/media/FlvStream.h"
+#include "support/qt/HttpServer.h"
+#include "support/qt/Pacing.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavutil/frame.h>
+#include <libavutil/mem.h>
+#include <libswscale/swscale.h>
+}
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QEventLoop>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <thread>
+
+#include <unistd.h>
+
+namespace {
+
+using namespace mediaworker;
+using bench::Clock;
+using bench::Milliseconds;
+using test::Clip;
+using test::ClipSpec;
+using test::TimedBytes;
+
+constexpr int kWidth = 1920;
+constexpr int kHeight = 1080;
+constexpr int kFps = 25;
+constexpr int kFrameMs = 1000 / kFps;
+
+void row(const char* what, const char* measured, const char* bound, bool kept) {
+    std::printf("| %s | %s | %s | %s |\n", what, measured, bound, kept ? "yes" : "NO");
+    std::fflush(stdout);
+}
+
+template <class... Values>
+std::string text(const char* format, Values... values) {
+    std::array<char, 256> buffer{};
+    std::snprintf(buffer.data(), buffer.size(), format, values...);
+    return buffer.data();
+}
+
+[[noreturn]] void fail(const std::string& what) {
+    std::cerr << "playing_bench: " << what << '\n';
+    std::exit(1);
+}
+
+ClipSpec fullHd(int frames) {
+    ClipSpec spec;
+    spec.widthPx = kWidth;
+    spec.heightPx = kHeight;
+    spec.fps = kFps;
+    spec.frames = frames;
+    spec.gop = 2 * kFps;
+    spec.bitrateKbps = 8000;
+    spec.noise = 8;
+    spec.preset = "veryfast";
+    return spec;
+}
+
+/// One worker and what it tells.
+class Player {
+public:
+    struct Shown {
+        Clock::time_point when;
+        qint64 ptsMs;
+    };
+
+    explicit Player(const std::string& url) {
+        worker_.setProgram(QStringLiteral(MEDIAWORKER_PROGRAM));
+        QObject::connect(&worker_, &parent::WorkerProcess::frame, [this](qint64 pts) {
+            shown_.push_back({Clock::now(), pts});
+            peakMb_ = std::max(peakMb_, shown_.size() % kFps == 0 ? memory("VmHWM") : 0.0);
+        });
+        QObject::connect(&worker_, &parent::WorkerProcess::finished,
+                         [this](int code, bool) { code_ = code; });
+        started_ = Clock::now();
+        if (!worker_.start(parent::StreamJob{QString::fromStdString(url), {}, {}})) {
+            fail("the worker does not start: " + worker_.errorString().toStdString());
+        }
+    }
+
+    bool waitFor(const std::function<bool()>& done, std::chrono::seconds limit = std::chrono::seconds(120)) {
+        const QDeadlineTimer deadline(limit);
+        while (!done() && !deadline.hasExpired()) {
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents | QEventLoop::AllEvents, 50);
+        }
+        return done();
+    }
+    void waitForFrames(std::size_t count) {
+        if (!waitFor([&] { return shown_.size() >= count || code_; }) || shown_.size() < count) {
+            fail("pictures are missing: " + std::to_string(shown_.size()) + "\n" +
+                 worker_.recentLog().join('\n').toStdString());
+        }
+    }
+    void kill() {
+        worker_.kill();
+        worker_.waitForFinished(std::chrono::seconds(10));
+    }
+
+    [[nodiscard]] double memory(const std::string& field) const {
+        return bench::memoryMb(worker_.processId(), field);
+    }
+    [[nodiscard]] double peakMb() const { return peakMb_; }
+    [[nodiscard]] const std::vector<Shown>& shown() const { return shown_; }
+    [[nodiscard]] Clock::time_point started() const { return started_; }
+    [[nodiscard]] bool ended() const { return code_.has_value(); }
+
+private:
+    parent::WorkerProcess worker_;
+    std::vector<Shown> shown_;
+    std::optional<int> code_;
+    double peakMb_ = 0;
+    Clock::time_point started_;
+};
+
+/// Processor time and memory of playing at the stream's own pace; the peer decodes and converts as fast as it
+/// can.
+void measurePlaying() {
+    constexpr int kPictures = 600;
+    const Clip clip = test::encode([] {
+        ClipSpec spec = fullHd(kPictures);
+        spec.bFrames = 2;
+        return spec;
+    }());
+    test::HttpServer server;
+    // "speed" keeps the worker from buffering, so that all it does is in the figure: fetch, decode, convert,
+    // pace.
+    const auto bytes = test::toBytes(test::makeFlv(clip));
+    server.route("/archive.flv", [&bytes](test::HttpResponse& response) { response.send(bytes); });
+
+    std::vector<double> ours;
+    std::vector<double> theirs;
+    double peakMb = 0;
+    for (int round = 0; round < 2; ++round) {
+        const double before = bench::childCpuSeconds();
+        std::size_t pictures = 0;
+        {
+            Player player(server.url("/archive.flv") + "?speed=16");
+            player.waitFor([&] { return player.ended(); });
+            pictures = player.shown().size();
+            peakMb = std::max(peakMb, player.peakMb());
+        }
+        const double between = bench::childCpuSeconds();
+        test::ChildProcess ffmpeg({.command = {"ffmpeg", "-v", "error", "-nostdin", "-threads", "1", "-i",
+                                               server.url("/archive.flv"), "-an", "-pix_fmt", "bgra", "-f",
+                                               "rawvideo", "-y", "/dev/null"}});
+        if (ffmpeg.wait() != 0) {
+            fail("ffmpeg does not play the stream");
+        }
+        const double after = bench::childCpuSeconds();
+        if (pictures < kPictures - 8) { // the last ones stay in the decoder
+            fail("the worker showed only " + std::to_string(pictures) + " pictures");
+        }
+        ours.push_back((between - before) * 1000 / static_cast<double>(pictures));
+        theirs.push_back((after - between) * 1000 / kPictures);
+    }
+    const double ratio = bench::median(ours) / bench::median(theirs);
+    row("playing 1080p25 H.264: CPU seconds per 1,000 pictures, whole process, against `ffmpeg -threads 1`",
+        text("%.2f × (%.2f s, %.2f s)", ratio, bench::median(ours), bench::median(theirs)).c_str(),
+        "≤ 1.10 ×", ratio <= 1.1);
+    row("resident memory of that worker, peak", text("%.0f MB", peakMb).c_str(), "< 90 MB", peakMb < 90);
+}
+
+/// From the start of the process to the first picture of a live stream that begins with one group of
+/// pictures.
+void measureStart() {
+    const Clip clip = test::encode([] {
+        ClipSpec spec = fullHd(5 * kFps);
+        spec.zeroLatency = true;
+        spec.audio = test::AudioCodec::Aac; // or ffmpeg would wait for the sound that it expects
+        return spec;
+    }());
+    test::HttpServer server;
+    server.route("/live.flv", test::pacedHandler(test::makeFlv(clip), {.burstMs = 2 * 1000}));
+    constexpr std::size_t kPictureBytes = std::size_t{kWidth} * kHeight * 3 / 2;
+
+    std::vector<double> ours;
+    std::vector<double> theirs;
+    for (int round = 0; round < 9; ++round) {
+        {
+            Player player(server.url("/live.flv"));
+            player.waitForFrames(1);
+            ours.push_back(Milliseconds(player.shown()[0].when - player.started()).count());
+            player.kill();
+        }
+        const auto begin = Clock::now();
+        const std::string command =
+            "exec ffmpeg -v fatal -nostdin -i " + server.url("/live.flv") + " -an -f rawvideo -";
+        const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+        std::vector<char> picture(kPictureBytes);
+        if (!pipe || std::fread(picture.data(), 1, picture.size(), pipe.get()) != picture.size()) {
+            fail("ffmpeg gives no picture");
+        }
+        theirs.push_back(Milliseconds(Clock::now() - begin).count());
+    }
+    const double ratio = bench::median(ours) / bench::median(theirs);
+    row("start to first picture of a live stream, against `ffmpeg -i URL`",
+        text("%.2f × (%.0f ms, %.0f ms)", ratio, bench::median(ours), bench::median(theirs)).c_str(),
+        "≤ 0.40 ×", ratio <= 0.4);
+}
+
+struct FreeCodec {
+    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
+};
+struct FreeFrame {
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+};
+struct FreeScaler {
+    void operator()(SwsContext* context) const { sws_freeContext(context); }
+};
+struct FreePacket {
+    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+};
+
+/// Milliseconds to decode and convert each picture of the clip, in this process and in the rhythm of the
+/// stream: between two pictures caches and processor go cold, for the worker as for this.
+std::vector<double> decodeAndConvert(const Clip& clip) {
+    const std::unique_ptr<AVCodecContext, FreeCodec> context(avcodec_alloc_context3(nullptr));
+    context->extradata =
+        static_cast<std::uint8_t*>(av_mallocz(clip.videoConfig.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+    std::memcpy(context->extradata, clip.videoConfig.data(), clip.videoConfig.size());
+    context->extradata_size = static_cast<int>(clip.videoConfig.size());
+    if (avcodec_open2(context.get(), avcodec_find_decoder(AV_CODEC_ID_H264), nullptr) < 0) {
+        fail("no decoder");
+    }
+    const std::unique_ptr<SwsContext, FreeScaler> scaler(
+        sws_getContext(kWidth, kHeight, AV_PIX_FMT_YUV420P, kWidth, kHeight, AV_PIX_FMT_BGRA, SWS_BICUBIC,
+                       nullptr, nullptr, nullptr));
+    const std::unique_ptr<AVFrame, FreeFrame> frame(av_frame_alloc());
+    const std::unique_ptr<AVPacket, FreePacket> packet(av_packet_alloc());
+    std::vector<std::uint8_t> picture(std::size_t{kWidth} * kHeight * 4);
+    std::array<std::uint8_t*, 4> planes{picture.data()};
+    const std::array<int, 4> lines{kWidth * 4};
+    std::vector<double> result;
+    auto due = Clock::now();
+    for (const auto& coded : clip.video) {
+        due += std::chrono::milliseconds(kFrameMs);
+        std::this_thread::sleep_until(due);
+        const auto begin = Clock::now();
+        av_new_packet(packet.get(), static_cast<int>(coded.bytes.size()));
+        std::memcpy(packet->data, coded.bytes.data(), coded.bytes.size());
+        avcodec_send_packet(context.get(), packet.get());
+        av_packet_unref(packet.get());
+        if (avcodec_receive_frame(context.get(), frame.get()) >= 0) {
+            sws_scale(scaler.get(), frame->data, frame->linesize, 0, kHeight, planes.data(), lines.data());
+            result.push_back(Milliseconds(Clock::now() - begin).count());
+        }
+    }
+    return result;
+}
+
+/// From the last byte of a picture sent to its frame message received, less the time to decode and convert
+/// it. The pictures' stamps run a shade slower than the pictures come, so that the presentation clock never
+/// adds a wait: what is left is the way through sockets, threads and queues.
+void measureLatency() {
+    constexpr int kPictures = 300;
+    constexpr int kSkipped = 50; // start-up: decoder, first mapping
+    const Clip clip = test::encode([] {
+        ClipSpec spec = fullHd(kPictures);
+        spec.zeroLatency = true;
+        return spec;
+    }());
+    const std::vector<double> work = decodeAndConvert(clip);
+    if (work.size() != kPictures) {
+        fail("the clip does not decode one picture a packet");
+    }
+    Clip slow = clip;
+    std::map<qint64, std::size_t> pictureOf;
+    for (std::size_t i = 0; i < slow.video.size(); ++i) {
+        slow.video[i].dtsMs = slow.video[i].ptsMs = static_cast<std::int64_t>(i) * (kFrameMs - 1);
+        pictureOf[slow.video[i].dtsMs] = i;
+    }
+    const auto pieces = test::makeFlv(slow);
+    std::vector<Clock::time_point> sent(kPictures);
+    test::HttpServer server;
+    server.route("/archive.flv", [&](test::HttpResponse& response) {
+        std::size_t picture = 0;
+        auto due = Clock::now();
+        for (const TimedBytes& piece : pieces) {
+            if (piece.kind == test::PieceKind::Video) {
+                due += std::chrono::milliseconds(kFrameMs);
+                if (!response.sleepUntil(due)) {
+                    return;
+                }
+            }
+            if (!response.send(piece.bytes)) {
+                return;
+            }
+            if (piece.kind == test::PieceKind::Video) {
+                sent[picture++] = Clock::now();
+            }
+        }
+        response.waitForClientToLeave();
+    });
+    Player player(server.url("/archive.flv") + "?speed=2");
+    player.waitForFrames(kPictures);
+    std::vector<double> added;
+    for (const auto& shown : player.shown()) {
+        const std::size_t picture = pictureOf.at(shown.ptsMs);
+        if (picture >= kSkipped) {
+            added.push_back(Milliseconds(shown.when - sent[picture]).count() - work[picture]);
+        }
+    }
+    player.kill();
+    const double middle = bench::median(added);
+    const double worst = bench::quantile(added, 0.99);
+    row("last byte of a picture sent to frame message received, less its decode + convert time: median",
+        text("%+.2f ms (decode + convert %.2f ms)", middle, bench::median(work)).c_str(), "≤ +3 ms",
+        middle <= 3);
+    row("the same: 99th percentile", text("%+.2f ms", worst).c_str(), "≤ +10 ms", worst <= 10);
+}
+
+} // namespace
+
+/// With an argument, only the measurement of that name.
+int main(int argc, char** argv) {
+    const QCoreApplication application(argc, argv);
+    const std::map<std::string, void (*)()> measurements = {
+        {"latency", measureLatency}, {"playing", measurePlaying}, {"start", measureStart}};
+    for (const auto& [name, measure] : measurements) {
+        if (argc < 2 || name == argv[1]) {
+            measure();
+        }
+    }
+    return 0;
+}
