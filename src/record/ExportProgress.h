@@ -12,21 +12,21 @@ public:
     static constexpr std::int64_t kToleranceMs = 10'000;
 
     /// `durationMs` is the length asked for. Without a positive one there is no progress.
-    explicit ExportProgress(std::int64_t durationMs) : durationMs_(durationMs) {}
+    explicit ExportProgress(int durationMs) : durationMs_(durationMs) {}
 
     struct Step {
         bool isOver = false;        ///< the recording is to be finished
         std::optional<int> percent; ///< to be told to the parent, 0 to 100
     };
 
-    /// Takes the largest time stamp (milliseconds) that the stream has had. A percentage is told when it has
-    /// changed; beyond the end each further one is told as 100 again.
+    /// Takes the largest time stamp (milliseconds, not negative) that the stream has had. A percentage is
+    /// told when it has changed; beyond the end each further one is told as 100 again.
     [[nodiscard]] Step update(std::int64_t dtsMs);
 
-    [[nodiscard]] std::int64_t durationMs() const noexcept { return durationMs_; }
+    [[nodiscard]] int durationMs() const noexcept { return durationMs_; }
 
 private:
-    std::int64_t durationMs_;
+    int durationMs_;
     std::int32_t last_ = 0; ///< percent, not clamped
 };
 

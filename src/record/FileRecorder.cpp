@@ -1,6 +1,7 @@
 #include "record/FileRecorder.h"
 
 #include "base/Log.h"
+#include "player/ff_wrap/FfmpegError.h"
 
 extern "C" {
 #include <libavcodec/codec_par.h>
@@ -141,7 +142,7 @@ void FileRecorder::beginRecordStreams(bool forced) {
     }
     buffering_ = false;
     base::logAt(kFunction, "try add video stream");
-    muxer_.addStream({&handler_->videoParams(), kVideoTimeBase, kMilliseconds}, kVideoStream);
+    muxer_.addStream({videoParameters().get(), kVideoTimeBase, kMilliseconds}, kVideoStream);
     if (!audioStarted_) {
         base::logAt(kFunction, "no audio when ", maxVideoDts_, " ms of video already buffered");
     }
@@ -159,6 +160,27 @@ void FileRecorder::beginRecordStreams(bool forced) {
             throw std::runtime_error("video packet mux error: " + error);
         }
     }
+}
+
+// A stream that was joined in its middle may bring its decoder configuration behind the first pictures. The
+// file must have one: without it FFmpeg's writer takes the first picture for the configuration.
+ff_wrap::CodecParametersPtr FileRecorder::videoParameters() const {
+    auto parameters = ff_wrap::makeCodecParameters();
+    const int copied = avcodec_parameters_copy(parameters.get(), &handler_->videoParams());
+    if (copied < 0) {
+        throw std::runtime_error("Muxer: failed copy codec: " + ff_wrap::errorText(copied));
+    }
+    for (auto packet = bufferedVideo_.begin();
+         packet != bufferedVideo_.end() && parameters->extradata_size == 0; ++packet) {
+        std::size_t size = 0;
+        const std::uint8_t* config =
+            av_packet_get_side_data((*packet)->get(), AV_PKT_DATA_NEW_EXTRADATA, &size);
+        if (config != nullptr) {
+            ff_wrap::allocExtradata(*parameters, size);
+            std::copy_n(config, size, parameters->extradata);
+        }
+    }
+    return parameters;
 }
 
 bool FileRecorder::addAudioStream(const AVCodecParameters& parameters) {

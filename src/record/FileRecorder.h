@@ -2,6 +2,7 @@
 
 #include "flv/FlvHandler.h"
 #include "flv/FlvReader.h"
+#include "player/ff_wrap/CodecParameters.h"
 #include "player/ff_wrap/Packet.h"
 #include "record/Muxer.h"
 
@@ -56,6 +57,7 @@ private:
     void pushAudio(PacketPtr packet);
     [[nodiscard]] bool isReadyForHeader() const;
     void beginRecordStreams(bool forced);
+    [[nodiscard]] ff_wrap::CodecParametersPtr videoParameters() const;
     [[nodiscard]] bool addAudioStream(const AVCodecParameters& parameters);
     void finishFile();
 

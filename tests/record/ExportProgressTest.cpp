@@ -1,0 +1,54 @@
+#include "record/ExportProgress.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace ko_player {
+namespace {
+
+struct Case {
+    const char* name;
+    int durationMs;
+    std::vector<std::int64_t> dtsMs;
+    std::string expected; ///< a percentage, '-' for nothing, "over"
+};
+
+class ExportProgressOf : public testing::TestWithParam<Case> {};
+
+TEST_P(ExportProgressOf, TellsEachPercentageOnceAndFinishesInTime) {
+    ExportProgress progress(GetParam().durationMs);
+    std::string told;
+    for (const std::int64_t dts : GetParam().dtsMs) {
+        const auto step = progress.update(dts);
+        EXPECT_FALSE(step.isOver && step.percent);
+        told += told.empty() ? "" : " ";
+        told += step.isOver ? "over" : step.percent ? std::to_string(*step.percent) : "-";
+    }
+    EXPECT_EQ(told, GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Durations, ExportProgressOf,
+    testing::Values(
+        Case{"Half", 60000, {30000, 30000, 30599, 30600}, "50 - - 51"},
+        Case{"NothingAtTheBegin", 60000, {0, 1, 599, 600}, "- - - 1"},
+        Case{"Skipping", 60000, {600, 6000, 59999}, "1 10 99"}, Case{"FarBeyond", 60000, {75000}, "over"},
+        Case{"JustBeyond", 60000, {70000, 70001}, "100 over"},
+        Case{"ClampedAgainForEachPercentage", 60000, {60000, 60599, 60600, 70000}, "100 - 100 100"},
+        Case{"OverAgain", 60000, {70001, 70001}, "over over"},
+        Case{"NoDuration", 0, {0, 40, 10000, 10001}, "- - - over"},
+        Case{"NegativeDuration", -1000, {0, 9000, 9001}, "- - over"},
+        Case{"VeryNegativeDuration", -20000, {0}, "over"},
+        Case{"OneMillisecond", 1, {0, 1, 2, 10001, 10002}, "- 100 100 100 over"},
+        Case{"LongestOfTheCommandLine",
+             std::numeric_limits<int>::max(),
+             {21474836, 21474837, 2147483647, 4294967295},
+             "- 1 100 over"},
+        Case{"LargestStamp", 60000, {std::numeric_limits<std::int64_t>::max()}, "over"}),
+    [](const auto& instance) { return instance.param.name; });
+
+} // namespace
+} // namespace ko_player
