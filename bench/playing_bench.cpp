@@ -20,6 +20,7 @@ extern "C" {
 #include <QDeadlineTimer>
 #include <QEventLoop>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -189,8 +190,22 @@ void measureStart() {
         spec.audio = test::AudioCodec::Aac; // or ffmpeg would wait for the sound that it expects
         return spec;
     }());
+    // What the server holds back for newcomers goes out in one piece, the rest in real time.
+    constexpr std::int64_t kBufferedMs = 2000;
+    std::vector<TimedBytes> pieces = test::makeFlv(clip);
+    const auto live = std::find_if(pieces.begin(), pieces.end(),
+                                   [](const TimedBytes& piece) { return piece.ms >= kBufferedMs; });
+    const auto buffered = test::toBytes({pieces.begin(), live});
+    pieces.erase(pieces.begin(), live);
     test::HttpServer server;
-    server.route("/live.flv", test::pacedHandler(test::makeFlv(clip), {.burstMs = 2 * 1000}));
+    server.route("/live.flv", [&](test::HttpResponse& response) {
+        const auto begin = Clock::now();
+        bool open = response.send(buffered);
+        for (auto piece = pieces.begin(); open && piece != pieces.end(); ++piece) {
+            open = response.sleepUntil(begin + std::chrono::milliseconds(piece->ms - kBufferedMs)) &&
+                   response.send(piece->bytes);
+        }
+    });
     constexpr std::size_t kPictureBytes = std::size_t{kWidth} * kHeight * 3 / 2;
 
     std::vector<double> ours;

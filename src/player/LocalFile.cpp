@@ -2,10 +2,10 @@
 
 #include "base/Log.h"
 #include "base/Saturating.h"
+#include "player/ff_wrap/Avformat.h"
 
 extern "C" {
 #include <libavcodec/packet.h>
-#include <libavformat/avformat.h>
 #include <libavutil/avutil.h>
 #include <libavutil/error.h>
 }
@@ -44,23 +44,24 @@ void rescaleToMilliseconds(AVPacket& packet, AVRational timeBase) {
 }
 
 void Player::LocalFile::CloseInput::operator()(AVFormatContext* input) const noexcept {
-    avformat_close_input(&input);
+    ff_wrap::avformat().avformat_close_input(&input);
 }
 
 void Player::playFile(const char* path) {
+    const ff_wrap::Avformat& lib = ff_wrap::avformat();
     AVFormatContext* opened = nullptr;
-    const int openResult = avformat_open_input(&opened, path, nullptr, nullptr);
+    const int openResult = lib.avformat_open_input(&opened, path, nullptr, nullptr);
     if (openResult != 0) {
         base::logLine("couldn't open file ", path, " : ", openErrorText(openResult));
         return;
     }
     localFile_ = std::make_unique<LocalFile>();
     localFile_->context.reset(opened);
-    if (avformat_find_stream_info(opened, nullptr) < 0) {
+    if (lib.avformat_find_stream_info(opened, nullptr) < 0) {
         base::logLine("couldn't find stream information");
         return;
     }
-    av_dump_format(opened, 0, path, 0);
+    lib.av_dump_format(opened, 0, path, 0);
 
     int videoStream = kNoStream;
     for (unsigned i = 0; i < opened->nb_streams; ++i) {
@@ -76,7 +77,8 @@ void Player::playFile(const char* path) {
         }
     }
 
-    for (ff_wrap::Packet packet; av_read_frame(opened, packet.get()) >= 0; av_packet_unref(packet.get())) {
+    for (ff_wrap::Packet packet; lib.av_read_frame(opened, packet.get()) >= 0;
+         av_packet_unref(packet.get())) {
         // The audio pipeline is opened but gets nothing here: a local file shows its pictures only.
         if (packet->stream_index != videoStream) {
             continue;

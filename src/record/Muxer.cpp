@@ -1,11 +1,11 @@
 #include "record/Muxer.h"
 
 #include "base/Saturating.h"
+#include "player/ff_wrap/Avformat.h"
 #include "player/ff_wrap/FfmpegError.h"
 
 extern "C" {
 #include <libavcodec/packet.h>
-#include <libavformat/avformat.h>
 #include <libavutil/mathematics.h>
 }
 
@@ -13,6 +13,9 @@ extern "C" {
 #include <stdexcept>
 
 namespace ko_player {
+
+using ff_wrap::avformat;
+
 namespace {
 
 /// The writer keeps the packets of one stream until the other has caught up, or 10 s of time stamps have
@@ -27,11 +30,11 @@ constexpr std::size_t kPacketOverheadBytes = 512;
 } // namespace
 
 void Muxer::FreeContext::operator()(AVFormatContext* context) const noexcept {
-    avformat_free_context(context);
+    avformat().avformat_free_context(context);
 }
 
 void Muxer::CloseIo::operator()(AVIOContext* io) const noexcept {
-    static_cast<void>(avio_close(io));
+    static_cast<void>(avformat().avio_close(io));
 }
 
 Muxer::Muxer(const std::string& fileName) : fileName_(fileName) {
@@ -39,7 +42,7 @@ Muxer::Muxer(const std::string& fileName) : fileName_(fileName) {
         throw std::invalid_argument("Muxer.ctor empty filename");
     }
     AVFormatContext* context = nullptr;
-    const int result = avformat_alloc_output_context2(&context, nullptr, "mp4", fileName_.c_str());
+    const int result = avformat().avformat_alloc_output_context2(&context, nullptr, "mp4", fileName_.c_str());
     context_.reset(context);
     if (result < 0 || !context_) {
         throw std::runtime_error("Muxer.ctor: " + ff_wrap::errorText(result));
@@ -50,7 +53,7 @@ void Muxer::addStream(const StreamSource& source, int index) {
     if (index < 0 || index >= kStreams || static_cast<unsigned>(index) != context_->nb_streams || isOpen()) {
         throw std::logic_error("Muxer.addStream: streams must be added in order, before the file is opened");
     }
-    AVStream* stream = avformat_new_stream(context_.get(), nullptr);
+    AVStream* stream = avformat().avformat_new_stream(context_.get(), nullptr);
     if (stream == nullptr) {
         throw std::runtime_error("Muxer: failed allocating stream");
     }
@@ -68,13 +71,13 @@ void Muxer::openFile() {
     if (isOpen() || headerWritten_) {
         throw std::logic_error("Muxer.openFile: second call");
     }
-    const int opened = avio_open(&context_->pb, fileName_.c_str(), AVIO_FLAG_WRITE);
+    const int opened = avformat().avio_open(&context_->pb, fileName_.c_str(), AVIO_FLAG_WRITE);
     if (opened < 0) {
         throw std::runtime_error("Muxer.writeHeader avio_open: file: " + fileName_ +
                                  ", err: " + ff_wrap::errorText(opened));
     }
     io_.reset(context_->pb);
-    const int written = avformat_write_header(context_.get(), nullptr);
+    const int written = avformat().avformat_write_header(context_.get(), nullptr);
     if (written < 0) {
         throw std::runtime_error("Muxer.writeHeader avformat_write_header: file: " + fileName_ +
                                  ", err: " + ff_wrap::errorText(written));
@@ -103,7 +106,7 @@ bool Muxer::writePacket(std::shared_ptr<ff_wrap::Packet> packet, int index, std:
     out.stream_index = index;
     out.pos = -1;
     const auto bytes = static_cast<std::size_t>(std::max(out.size, 0));
-    int result = av_interleaved_write_frame(context_.get(), &out);
+    int result = avformat().av_interleaved_write_frame(context_.get(), &out);
     if (result >= 0) {
         result = boundHeldPackets(bytes);
     }
@@ -126,16 +129,16 @@ int Muxer::boundHeldPackets(std::size_t packetBytes) {
         return 0;
     }
     heldBytes_ = 0;
-    return av_interleaved_write_frame(context_.get(), nullptr);
+    return avformat().av_interleaved_write_frame(context_.get(), nullptr);
 }
 
 void Muxer::close() {
     if (!isOpen()) {
         return;
     }
-    const int trailer = headerWritten_ ? av_write_trailer(context_.get()) : 0;
+    const int trailer = headerWritten_ ? avformat().av_write_trailer(context_.get()) : 0;
     context_->pb = nullptr;
-    const int closed = avio_close(io_.release());
+    const int closed = avformat().avio_close(io_.release());
     if (trailer < 0) {
         throw std::runtime_error("Muxer.close av_write_trailer: file: " + fileName_ +
                                  ", err: " + ff_wrap::errorText(trailer));
