@@ -81,7 +81,7 @@ TEST_F(Link, TakesOneCommandForEachArrivalOfBytes) {
     EXPECT_FALSE(session_.hasLine(commandLine(kResume)));
     send(packet(kPause).left(1));
     EXPECT_TRUE(session_.waitForLine(commandLine(kResume))) << session_.logText();
-    EXPECT_TRUE(session_.hasLine("ko_player::Player::setPause: paused: 0"));
+    EXPECT_TRUE(session_.waitForLine("ko_player::Player::setPause: paused: 0"));
 }
 
 TEST_F(Link, TakesAHeaderByteByByte) {
