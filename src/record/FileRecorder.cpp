@@ -56,7 +56,7 @@ bool FileRecorder::pushEofAndClose() {
             beginRecordStreams(false);
         }
         finishFile();
-        return true;
+        return hasVideo_;
     } catch (const std::exception& error) {
         base::logAt("ko_player::FileRecorder::pushEofAndClose",
                     "pushEofAndClose failed with exception: ", error.what());
@@ -106,6 +106,7 @@ void FileRecorder::pushVideo(PacketPtr packet) {
     if (!videoStarted_) {
         throw std::logic_error("video packet before started");
     }
+    hasVideo_ = true;
     maxVideoDts_ = std::max(maxVideoDts_, (*packet)->dts);
     if (buffering_) {
         bufferedBytes_ += static_cast<std::uint64_t>(packet->size());

@@ -38,8 +38,8 @@ public:
     /// Reads on. False means that the recording cannot go on.
     [[nodiscard]] bool consume(const std::uint8_t* data, std::size_t size);
 
-    /// The stream has ended: writes what is held back and finishes the file. False where there is nothing to
-    /// write or the file is not whole.
+    /// The stream has ended: writes what is held back and finishes the file. False where no
+    /// picture has come, or the file is not whole.
     [[nodiscard]] bool pushEofAndClose();
 
     /// The largest time stamp of a video packet so far, milliseconds; 0 before the first.
@@ -65,6 +65,7 @@ private:
     bool headerWritten_ = false;
     bool videoStarted_ = false;
     bool audioStarted_ = false; ///< while buffering: announced; then: the file has an audio stream
+    bool hasVideo_ = false;     ///< a picture has come
     std::uint64_t bufferedBytes_ = 0;
     std::vector<PacketPtr> bufferedVideo_;
     std::int64_t maxVideoDts_ = 0;

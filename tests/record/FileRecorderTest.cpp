@@ -237,6 +237,12 @@ TEST_F(FileRecorderTest, ClosedAfterNothingButTheConfigurationWritesNothing) {
     EXPECT_FALSE(fileExists());
 }
 
+TEST_F(FileRecorderTest, ClosedWithSoundButNoPictureIsNoRecording) {
+    bothMetadata().avcConfig().aacConfig().aac(0).aac(23);
+    ASSERT_TRUE(fed());
+    EXPECT_FALSE(recorder_.pushEofAndClose());
+}
+
 TEST_F(FileRecorderTest, ClosedWhileWaitingWritesThePicturesWithoutSound) {
     bothMetadata().avcConfig().video(0).video(40);
     ASSERT_TRUE(fed());
