@@ -112,8 +112,8 @@ public:
                  worker_.recentLog().join('\n').toStdString());
         }
     }
-    void kill() {
-        worker_.kill();
+    void end() {
+        worker_.disconnectLink();
         worker_.waitForFinished(std::chrono::seconds(10));
     }
 
@@ -143,10 +143,10 @@ void measurePlaying() {
         return spec;
     }());
     test::HttpServer server;
-    // "speed" keeps the worker from buffering, so that all it does is in the figure: fetch, decode, convert,
-    // pace.
-    const auto bytes = test::toBytes(test::makeFlv(clip));
-    server.route("/archive.flv", [&bytes](test::HttpResponse& response) { response.send(bytes); });
+    const auto pieces = test::makeFlv(clip);
+    const auto bytes = test::toBytes(pieces);
+    server.route("/live.flv", test::pacedHandler(pieces, {.burstMs = 2000}));
+    server.route("/whole.flv", [&bytes](test::HttpResponse& response) { response.send(bytes); });
 
     std::vector<double> ours;
     std::vector<double> theirs;
@@ -155,15 +155,15 @@ void measurePlaying() {
         const double before = bench::childCpuSeconds();
         std::size_t pictures = 0;
         {
-            Player player(server.url("/archive.flv") + "?speed=16");
+            Player player(server.url("/live.flv"));
             player.waitFor([&] { return player.ended(); });
             pictures = player.shown().size();
             peakMb = std::max(peakMb, player.peakMb());
         }
         const double between = bench::childCpuSeconds();
-        test::ChildProcess ffmpeg({.command = {"ffmpeg", "-v", "error", "-nostdin", "-threads", "1", "-i",
-                                               server.url("/archive.flv"), "-an", "-pix_fmt", "bgra", "-f",
-                                               "rawvideo", "-y", "/dev/null"}});
+        test::ChildProcess ffmpeg(
+            {.command = {"ffmpeg", "-v", "error", "-nostdin", "-threads", "1", "-i", server.url("/whole.flv"),
+                         "-an", "-pix_fmt", "bgra", "-f", "rawvideo", "-y", "/dev/null"}});
         if (ffmpeg.wait() != 0) {
             fail("ffmpeg does not play the stream");
         }
@@ -182,10 +182,14 @@ void measurePlaying() {
 }
 
 /// From the start of the process to the first picture of a live stream that begins with one group of
-/// pictures.
+/// pictures: two seconds of 720p, 300 kB.
 void measureStart() {
     const Clip clip = test::encode([] {
         ClipSpec spec = fullHd(5 * kFps);
+        spec.widthPx = 1280;
+        spec.heightPx = 720;
+        spec.bitrateKbps = 1200;
+        spec.noise = 0;
         spec.zeroLatency = true;
         spec.audio = test::AudioCodec::Aac; // or ffmpeg would wait for the sound that it expects
         return spec;
@@ -206,7 +210,8 @@ void measureStart() {
                    response.send(piece->bytes);
         }
     });
-    constexpr std::size_t kPictureBytes = std::size_t{kWidth} * kHeight * 3 / 2;
+    const std::size_t pictureBytes =
+        static_cast<std::size_t>(clip.spec.widthPx) * static_cast<std::size_t>(clip.spec.heightPx) * 3 / 2;
 
     std::vector<double> ours;
     std::vector<double> theirs;
@@ -215,13 +220,13 @@ void measureStart() {
             Player player(server.url("/live.flv"));
             player.waitForFrames(1);
             ours.push_back(Milliseconds(player.shown()[0].when - player.started()).count());
-            player.kill();
+            player.end();
         }
         const auto begin = Clock::now();
         const std::string command =
             "exec ffmpeg -v fatal -nostdin -i " + server.url("/live.flv") + " -an -f rawvideo -";
         const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-        std::vector<char> picture(kPictureBytes);
+        std::vector<char> picture(pictureBytes);
         if (!pipe || std::fread(picture.data(), 1, picture.size(), pipe.get()) != picture.size()) {
             fail("ffmpeg gives no picture");
         }
@@ -335,7 +340,7 @@ void measureLatency() {
             added.push_back(Milliseconds(shown.when - sent[picture]).count() - work[picture]);
         }
     }
-    player.kill();
+    player.end();
     const double middle = bench::median(added);
     const double worst = bench::quantile(added, 0.99);
     row("last byte of a picture sent to frame message received, less its decode + convert time: median",

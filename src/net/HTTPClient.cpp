@@ -1,5 +1,6 @@
 #include "net/HTTPClient.h"
 
+#include <QCoreApplication>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QUrl>
@@ -23,7 +24,16 @@ bool isRedirect(int status) {
 
 } // namespace
 
+HTTPClient::WithoutBearerPlugins::WithoutBearerPlugins() : paths_(QCoreApplication::libraryPaths()) {
+    QCoreApplication::setLibraryPaths({});
+}
+
+HTTPClient::WithoutBearerPlugins::~WithoutBearerPlugins() {
+    QCoreApplication::setLibraryPaths(paths_);
+}
+
 HTTPClient::HTTPClient() {
+    withoutBearerPlugins_.reset();
     manager_.setRedirectPolicy(QNetworkRequest::NoLessSafeRedirectPolicy);
 }
 

@@ -9,6 +9,12 @@ extern "C" {
 #include <stdexcept>
 
 namespace ko_player {
+namespace {
+
+/// For some widths the scaler's assembly writes up to 32 bytes behind the last pixel.
+constexpr std::size_t kScalerOverrunBytes = 64;
+
+} // namespace
 
 void VideoConvert::FreeContext::operator()(SwsContext* context) const noexcept {
     sws_freeContext(context);
@@ -37,7 +43,7 @@ VideoConvert::VideoConvert(const VideoParams& in, const VideoParams& out, std::u
     if (buffer != nullptr) {
         buffer_ = buffer;
     } else {
-        ownBuffer_.resize(static_cast<std::size_t>(bufferSize_));
+        ownBuffer_.resize(static_cast<std::size_t>(bufferSize_) + kScalerOverrunBytes);
         buffer_ = ownBuffer_.data();
     }
 }
