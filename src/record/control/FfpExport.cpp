@@ -1,6 +1,5 @@
 #include "record/control/FfpExport.h"
 
-#include "base/Clock.h"
 #include "base/Log.h"
 #include "ipc/SocketHandler.h"
 
@@ -21,8 +20,8 @@ constexpr auto kLongestExit = 2s;
 void limitExit(int code) {
     try {
         std::thread([code] {
-            base::Clock& clock = base::steadyClock();
-            clock.sleepUntil(clock.now() + kLongestExit);
+            // Not by the process's clock: this runs while globals go.
+            std::this_thread::sleep_for(kLongestExit);
             std::_Exit(code);
         }).detach();
     } catch (const std::system_error& error) {
