@@ -20,7 +20,8 @@ public:
     /// The presentation thread ends.
     virtual void onStopped() = 0;
     /// A new picture geometry: fill `out` and return the buffer to convert into, of the size that `out` asks
-    /// for with rows packed, or null to let the converter use its own.
+    /// for with rows packed and 64 bytes more (the scaler may write a little behind the last pixel), or null
+    /// to let the converter use its own.
     virtual std::uint8_t* onVideoParams(const VideoParams& in, VideoParams& out) = 0;
     /// A converted picture is due now. `size` is the picture buffer's size in bytes, `pts` milliseconds.
     virtual void onFrame(const std::uint8_t* data, int size, std::int64_t pts) = 0;
