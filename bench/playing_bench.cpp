@@ -182,14 +182,10 @@ void measurePlaying() {
 }
 
 /// From the start of the process to the first picture of a live stream that begins with one group of
-/// pictures: two seconds of 720p, 300 kB.
+/// pictures: two seconds.
 void measureStart() {
     const Clip clip = test::encode([] {
         ClipSpec spec = fullHd(5 * kFps);
-        spec.widthPx = 1280;
-        spec.heightPx = 720;
-        spec.bitrateKbps = 1200;
-        spec.noise = 0;
         spec.zeroLatency = true;
         spec.audio = test::AudioCodec::Aac; // or ffmpeg would wait for the sound that it expects
         return spec;

@@ -99,12 +99,6 @@ bool hasExtradata(const AVCodecParameters& params) {
 
 } // namespace
 
-FlvHandler::FlvHandler()
-    : audioParams_(ff_wrap::makeCodecParameters()), videoParams_(ff_wrap::makeCodecParameters()) {
-    audioParams_->codec_type = AVMEDIA_TYPE_AUDIO;
-    videoParams_->codec_type = AVMEDIA_TYPE_VIDEO;
-}
-
 void FlvHandler::onHeader(bool audio, bool video) {
     base::logAt("ko_player::FlvHandler::onHeader", "audio: ", audio, ", video: ", video);
 }

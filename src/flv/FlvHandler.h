@@ -27,9 +27,6 @@ public:
     using ParamsCallback = std::function<bool(const AVCodecParameters*)>;
     using PacketCallback = std::function<void(std::shared_ptr<ff_wrap::Packet>)>;
 
-    /// Throws std::runtime_error "avcodec_parameters_alloc failed".
-    FlvHandler();
-
     // Set these before the first byte; an empty one is skipped. The results of the two that announce
     // parameters are ignored. The parameters belong to the handler and may change later: copy what is kept.
     std::function<void(const Metadata&)> onMetadata;
@@ -63,8 +60,8 @@ private:
     bool firstAudioPending_ = true;
     std::vector<std::uint8_t> pendingVideoSideData_;
     std::vector<std::uint8_t> pendingAudioSideData_;
-    ff_wrap::CodecParametersPtr audioParams_;
-    ff_wrap::CodecParametersPtr videoParams_;
+    ff_wrap::LazyCodecParameters audioParams_{AVMEDIA_TYPE_AUDIO};
+    ff_wrap::LazyCodecParameters videoParams_{AVMEDIA_TYPE_VIDEO};
 };
 
 } // namespace ko_player

@@ -2,6 +2,7 @@
 
 #include "base/Log.h"
 #include "base/Saturating.h"
+#include "player/ff_wrap/Avcodec.h"
 #include "player/ff_wrap/Avformat.h"
 
 extern "C" {
@@ -78,14 +79,14 @@ void Player::playFile(const char* path) {
     }
 
     for (ff_wrap::Packet packet; lib.av_read_frame(opened, packet.get()) >= 0;
-         av_packet_unref(packet.get())) {
+         ff_wrap::avcodec().av_packet_unref(packet.get())) {
         // The audio pipeline is opened but gets nothing here: a local file shows its pictures only.
         if (packet->stream_index != videoStream) {
             continue;
         }
         rescaleToMilliseconds(*packet.get(), opened->streams[videoStream]->time_base);
         auto queued = std::make_shared<ff_wrap::Packet>();
-        if (av_packet_ref(queued->get(), packet.get()) < 0) {
+        if (ff_wrap::avcodec().av_packet_ref(queued->get(), packet.get()) < 0) {
             throw std::bad_alloc();
         }
         const std::lock_guard lock(mutex_);

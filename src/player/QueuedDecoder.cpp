@@ -2,10 +2,10 @@
 
 #include "base/Log.h"
 #include "base/ThreadName.h"
+#include "player/ff_wrap/Avcodec.h"
 #include "player/ff_wrap/FfmpegError.h"
 
 extern "C" {
-#include <libavcodec/avcodec.h>
 #include <libavutil/error.h>
 #include <libavutil/frame.h>
 }
@@ -73,13 +73,13 @@ void QueuedDecoder::decodeFrames() {
 QueuedDecoder::DecodeResult QueuedDecoder::decode(ff_wrap::Frame& frame) {
     AVCodecContext* const context = decoder_->context();
     for (;;) {
-        const int received = avcodec_receive_frame(context, frame.get());
+        const int received = ff_wrap::avcodec().avcodec_receive_frame(context, frame.get());
         if (received >= 0) {
             return DecodeResult::Frame;
         }
         if (received == AVERROR_EOF) {
             base::logAt(kDecode, "readFrame eof");
-            avcodec_flush_buffers(context);
+            ff_wrap::avcodec().avcodec_flush_buffers(context);
             return DecodeResult::EndOfStream;
         }
         if (received == AVERROR(EAGAIN)) {
@@ -103,7 +103,7 @@ bool QueuedDecoder::sendPacket() {
     if (!packet) {
         return false;
     }
-    const int sent = avcodec_send_packet(decoder_->context(), packet->get());
+    const int sent = ff_wrap::avcodec().avcodec_send_packet(decoder_->context(), packet->get());
     if (sent == AVERROR(EAGAIN)) {
         base::logAt(kDecode, "sendPacket EAGAIN!!!");
         pendingPacket_ = std::move(packet);

@@ -1,6 +1,7 @@
 #include "record/FileRecorder.h"
 
 #include "base/Log.h"
+#include "player/ff_wrap/Avcodec.h"
 #include "player/ff_wrap/FfmpegError.h"
 
 extern "C" {
@@ -167,7 +168,7 @@ void FileRecorder::beginRecordStreams(bool forced) {
 // file must have one: without it FFmpeg's writer takes the first picture for the configuration.
 ff_wrap::CodecParametersPtr FileRecorder::videoParameters() const {
     auto parameters = ff_wrap::makeCodecParameters();
-    const int copied = avcodec_parameters_copy(parameters.get(), &handler_->videoParams());
+    const int copied = ff_wrap::avcodec().avcodec_parameters_copy(parameters.get(), &handler_->videoParams());
     if (copied < 0) {
         throw std::runtime_error("Muxer: failed copy codec: " + ff_wrap::errorText(copied));
     }
@@ -175,7 +176,7 @@ ff_wrap::CodecParametersPtr FileRecorder::videoParameters() const {
          packet != bufferedVideo_.end() && parameters->extradata_size == 0; ++packet) {
         std::size_t size = 0;
         const std::uint8_t* config =
-            av_packet_get_side_data((*packet)->get(), AV_PKT_DATA_NEW_EXTRADATA, &size);
+            ff_wrap::avcodec().av_packet_get_side_data((*packet)->get(), AV_PKT_DATA_NEW_EXTRADATA, &size);
         if (config != nullptr) {
             ff_wrap::allocExtradata(*parameters, size);
             std::copy_n(config, size, parameters->extradata);

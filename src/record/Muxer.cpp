@@ -1,6 +1,7 @@
 #include "record/Muxer.h"
 
 #include "base/Saturating.h"
+#include "player/ff_wrap/Avcodec.h"
 #include "player/ff_wrap/Avformat.h"
 #include "player/ff_wrap/FfmpegError.h"
 
@@ -57,7 +58,7 @@ void Muxer::addStream(const StreamSource& source, int index) {
     if (stream == nullptr) {
         throw std::runtime_error("Muxer: failed allocating stream");
     }
-    const int result = avcodec_parameters_copy(stream->codecpar, source.parameters);
+    const int result = ff_wrap::avcodec().avcodec_parameters_copy(stream->codecpar, source.parameters);
     if (result < 0) {
         throw std::runtime_error("Muxer: failed copy codec: " + ff_wrap::errorText(result));
     }

@@ -1,7 +1,8 @@
 #include "player/ff_wrap/CodecParameters.h"
 
+#include "player/ff_wrap/Avcodec.h"
+
 extern "C" {
-#include <libavcodec/avcodec.h>
 #include <libavutil/mem.h>
 }
 
@@ -12,15 +13,23 @@ extern "C" {
 namespace ko_player::ff_wrap {
 
 void FreeCodecParameters::operator()(AVCodecParameters* parameters) const noexcept {
-    avcodec_parameters_free(&parameters);
+    avcodec().avcodec_parameters_free(&parameters);
 }
 
 CodecParametersPtr makeCodecParameters() {
-    CodecParametersPtr parameters(avcodec_parameters_alloc());
+    CodecParametersPtr parameters(avcodec().avcodec_parameters_alloc());
     if (!parameters) {
         throw std::runtime_error("avcodec_parameters_alloc failed");
     }
     return parameters;
+}
+
+AVCodecParameters* LazyCodecParameters::get() const {
+    if (!parameters_) {
+        parameters_ = makeCodecParameters();
+        parameters_->codec_type = static_cast<AVMediaType>(mediaType_);
+    }
+    return parameters_.get();
 }
 
 void allocExtradata(AVCodecParameters& parameters, std::size_t size) {

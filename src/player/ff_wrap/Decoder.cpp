@@ -1,9 +1,9 @@
 #include "player/ff_wrap/Decoder.h"
 
+#include "player/ff_wrap/Avcodec.h"
 #include "player/ff_wrap/FfmpegError.h"
 
 extern "C" {
-#include <libavcodec/avcodec.h>
 #include <libavutil/dict.h>
 }
 
@@ -29,23 +29,23 @@ private:
 } // namespace
 
 void Decoder::Free::operator()(AVCodecContext* context) const noexcept {
-    avcodec_free_context(&context);
+    avcodec().avcodec_free_context(&context);
 }
 
 Decoder::Decoder(const AVCodecParameters* parameters, AVRational timeBase)
-    : context_(avcodec_alloc_context3(nullptr)) {
+    : context_(avcodec().avcodec_alloc_context3(nullptr)) {
     if (!context_) {
         throw std::runtime_error("Decoder.ctor: avcodec_alloc_context3 failed");
     }
-    const int filled = avcodec_parameters_to_context(context_.get(), parameters);
+    const int filled = avcodec().avcodec_parameters_to_context(context_.get(), parameters);
     if (filled < 0) {
         throw std::runtime_error("Decoder.ctor: params to context failed: " + errorText(filled));
     }
     context_->pkt_timebase = timeBase;
-    const AVCodec* codec = avcodec_find_decoder(context_->codec_id);
+    const AVCodec* codec = avcodec().avcodec_find_decoder(context_->codec_id);
     Options options;
     av_dict_set_int(options.address(), "refcounted_frames", 1, 0);
-    const int opened = avcodec_open2(context_.get(), codec, options.address());
+    const int opened = avcodec().avcodec_open2(context_.get(), codec, options.address());
     if (opened < 0) {
         throw std::runtime_error("Decoder.ctor: avcodec_open failed: " + errorText(opened));
     }

@@ -1,5 +1,7 @@
 #include "player/ff_wrap/Packet.h"
 
+#include "player/ff_wrap/Avcodec.h"
+
 extern "C" {
 #include <libavcodec/packet.h>
 }
@@ -10,10 +12,10 @@ extern "C" {
 namespace ko_player::ff_wrap {
 
 void Packet::Free::operator()(AVPacket* packet) const noexcept {
-    av_packet_free(&packet);
+    avcodec().av_packet_free(&packet);
 }
 
-Packet::Packet() : packet_(av_packet_alloc()) {
+Packet::Packet() : packet_(avcodec().av_packet_alloc()) {
     if (!packet_) {
         throw std::bad_alloc();
     }
