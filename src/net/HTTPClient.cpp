@@ -48,22 +48,25 @@ void HTTPClient::get(const QString& url, OnData onData, OnFinished onFinished) {
     // redirect with a large body before it is followed.
     connect(reply, &QNetworkReply::metaDataChanged, this,
             [reply] { reply->setReadBufferSize(isRedirect(statusOf(*reply)) ? 0 : kReadBufferBytes); });
-    connect(reply, &QNetworkReply::finished, this, [reply, onData, onFinished = std::move(onFinished)] {
+    connect(reply, &QNetworkReply::finished, this, [reply, onData, onFinished] {
         if (statusOf(*reply) < kFirstStatusWithoutData) {
             onData(reply->readAll());
         }
         onFinished();
     });
-    connect(reply, &QIODevice::readyRead, this, [reply, onData = std::move(onData)] {
-        const int status = statusOf(*reply);
-        if (status < kFirstStatusWithoutData) {
-            onData(reply->readAll());
-        } else if (!isRedirect(status) && reply->error() == QNetworkReply::NoError) {
-            // Nobody reads this body, so one larger than the buffer would never finish. Its end is told now.
-            // (With an error set it has been received whole, and the end is on its way.)
-            reply->abort();
-        }
-    });
+    connect(reply, &QIODevice::readyRead, this,
+            [this, reply, onData = std::move(onData), onFinished = std::move(onFinished)] {
+                const int status = statusOf(*reply);
+                if (status < kFirstStatusWithoutData) {
+                    onData(reply->readAll());
+                } else if (!isRedirect(status)) {
+                    // Nobody reads this body, so one larger than the buffer would never finish. Its end is
+                    // told now, and the reply left to itself: aborting it here makes Qt print complaints.
+                    const OnFinished finished = onFinished; // disconnecting destroys this function
+                    reply->disconnect(this);
+                    finished();
+                }
+            });
 }
 
 } // namespace CorvaneClient::Net

@@ -10,6 +10,9 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
+#include <optional>
+
 namespace {
 
 using CorvaneClient::Net::HTTPClient;
@@ -22,12 +25,34 @@ using ::testing::ElementsAre;
 
 constexpr qint64 kMiB = 1 << 20;
 
+/// What is printed through Qt's message handler while it lives. One at a time.
+class QtMessages {
+public:
+    QtMessages() {
+        printed().clear();
+        previous_ = qInstallMessageHandler(
+            [](QtMsgType, const QMessageLogContext&, const QString& text) { printed().push_back(text); });
+    }
+    QtMessages(const QtMessages&) = delete;
+    QtMessages& operator=(const QtMessages&) = delete;
+    ~QtMessages() { qInstallMessageHandler(previous_); }
+
+    /// Only the test's own thread may print meanwhile.
+    static QStringList& printed() {
+        static QStringList messages;
+        return messages;
+    }
+
+private:
+    QtMessageHandler previous_ = nullptr;
+};
+
 /// Runs one request to its end, and a little on, to hear anything that comes after it.
 class HTTPClientTest : public ::testing::Test {
 protected:
     void fetch(const QString& url) {
         QEventLoop loop;
-        client.get(
+        client->get(
             url,
             [this](const QByteArray& bytes) {
                 ++dataCalls;
@@ -51,7 +76,7 @@ protected:
         }
     }
 
-    HTTPClient client;
+    std::optional<HTTPClient> client{std::in_place};
     std::function<void()> blockOnce;
     qint64 received = 0;
     bool inOrder = true;
@@ -101,6 +126,15 @@ TEST_P(HTTPClientRefusalTest, KeepsTheBodyBackAndFinishesOnce) {
     EXPECT_EQ(finishedCalls, 1);
 }
 
+TEST_P(HTTPClientRefusalTest, PrintsNothing) {
+    LoopbackServer server({{"/live", answer(GetParam().status, GetParam().bodyBytes)}});
+    const QtMessages messages;
+    fetch(server.url("/live"));
+    client.reset(); // and with it the reply, perhaps in the middle of the body
+    EXPECT_THAT(QtMessages::printed(), ::testing::IsEmpty())
+        << QtMessages::printed().join(QLatin1Char('\n')).toStdString();
+}
+
 INSTANTIATE_TEST_SUITE_P(Statuses, HTTPClientRefusalTest,
                          ::testing::Values(RefusedBody{"300 Multiple Choices", 0},
                                            RefusedBody{"300 Multiple Choices", 3 * kMiB},
@@ -113,7 +147,10 @@ INSTANTIATE_TEST_SUITE_P(Statuses, HTTPClientRefusalTest,
 
 TEST_F(HTTPClientTest, FinishesAtOnceOnAnErrorPageThatNeverEnds) {
     LoopbackServer server({{"/live", {"HTTP/1.1 404 Not Found\r\n\r\n", 1'000'000 * kMiB}}});
+    const QtMessages messages;
     fetch(server.url("/live"));
+    client.reset();
+    EXPECT_THAT(QtMessages::printed(), ::testing::IsEmpty());
     EXPECT_EQ(dataCalls, 0);
     EXPECT_EQ(finishedCalls, 1);
 }
