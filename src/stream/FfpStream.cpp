@@ -110,6 +110,7 @@ void FfpStream::onFinished() {
     if (player_) {
         player_->stop();
     }
+    drainLink();
     std::_Exit(exit_code::kResponseEnded);
 }
 

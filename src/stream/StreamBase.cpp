@@ -1,5 +1,6 @@
 #include "stream/StreamBase.h"
 
+#include "base/Clock.h"
 #include "base/Log.h"
 #include "ipc/SocketHandler.h"
 #include "stream/ExitCodes.h"
@@ -8,10 +9,19 @@
 #include <QDir>
 #include <QtEndian>
 
+#include <chrono>
+#include <condition_variable>
 #include <cstdlib>
+#include <memory>
+#include <mutex>
 #include <utility>
 
 namespace Ostra {
+namespace {
+
+constexpr std::chrono::seconds kLongestDrain{1};
+
+} // namespace
 
 namespace message_type = Corvane::Ipc::message_type;
 using Corvane::Ipc::makeMessage;
@@ -112,6 +122,27 @@ void StreamBase::runOnLinkThread(const std::function<void()>& function) {
         return;
     }
     QMetaObject::invokeMethod(link_.get(), function, Qt::BlockingQueuedConnection);
+}
+
+void StreamBase::drainLink() {
+    struct Drained {
+        std::mutex mutex;
+        std::condition_variable changed;
+        bool isDone = false; ///< guarded by mutex
+    };
+    // Shared, since the link thread may come to it when nobody waits any more.
+    const auto drained = std::make_shared<Drained>();
+    QMetaObject::invokeMethod(
+        link_.get(),
+        [drained] {
+            const std::lock_guard lock(drained->mutex);
+            drained->isDone = true;
+            drained->changed.notify_all();
+        },
+        Qt::QueuedConnection);
+    base::Clock& clock = base::steadyClock();
+    std::unique_lock lock(drained->mutex);
+    clock.waitUntil(drained->changed, lock, clock.now() + kLongestDrain, [&] { return drained->isDone; });
 }
 
 void StreamBase::stopLinkThread() {

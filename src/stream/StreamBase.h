@@ -36,6 +36,8 @@ public:
     /// connects to the parent's server. A failed connection ends the process, except one that the platform
     /// reports at once: that is over before anybody listens, and the worker goes on without a parent.
     StreamBase(const QString& channelName, const QString& serverName);
+    StreamBase(const StreamBase&) = delete;
+    StreamBase& operator=(const StreamBase&) = delete;
     ~StreamBase() override;
 
     // The parent's commands. Called from the link thread.
@@ -67,6 +69,10 @@ protected:
     /// Runs the function on the link thread and returns when it has run; in place when called there. Must not
     /// be called while the link thread waits for the caller, which it never does.
     void runOnLinkThread(const std::function<void()>& function);
+    /// Waits until the messages sent so far have been handed to the socket: one that was posted just before
+    /// an immediate exit would be lost. Not for longer than a second, since a sound device may keep the link
+    /// thread. Called from any thread but the link thread.
+    void drainLink();
     /// Ends the link thread. A derived destructor has to call this, or closeCommands() before it, while
     /// everything that the commands need still stands.
     void stopLinkThread();

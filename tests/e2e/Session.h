@@ -117,10 +117,6 @@ private:
 /// Tolerances of time are multiplied by this: sanitizers and busy machines are slow.
 inline constexpr int kSlowness = MEDIAWORKER_TEST_SLOWNESS;
 
-/// How many of the last frame messages may be missing when the worker ends with the stream: it ends at once
-/// after the last picture, and what it has just handed to the link may not be on its way yet.
-inline constexpr std::size_t kLostAtTheEnd = 1;
-
 /// The clip's length repeated until it lasts at least that long.
 [[nodiscard]] FlvOptions lasting(const Clip& clip, std::chrono::milliseconds duration);
 
