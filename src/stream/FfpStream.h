@@ -14,19 +14,26 @@
 
 /// Plays one stream, or one local file, for the parent: wires the input, the engine and the outputs together,
 /// carries out the parent's commands, and decides when the process ends. Lives as long as the process.
-class FfpStream final : public Ostra::StreamBase {
+class FfpStream : public Ostra::StreamBase {
     Q_OBJECT
 
 public:
     /// Starts the request, to which the event loop brings the answer; or plays the local file, and returns
     /// when it has been read.
     FfpStream(const QString& url, const QString& channelName, const QString& serverName);
+    FfpStream(const FfpStream&) = delete;
+    FfpStream& operator=(const FfpStream&) = delete;
     ~FfpStream() override;
 
     void setPause(bool paused) override;
     void setVolume(int percent) override;
     void stopAudio() override;
     void startAudio() override;
+
+protected:
+    /// The pictures have come to their end: fatal, unless it was asked for. Called from the video output
+    /// thread.
+    void onVideoStopped();
 
 private:
     void playLocalFile(const QString& url);
@@ -37,7 +44,6 @@ private:
 
     // Video output thread.
     std::uint8_t* onVideoParams(const ko_player::VideoParams& in, ko_player::VideoParams& out);
-    void onVideoStopped();
 
     AudioSink audio_;
     /// Set just before a deliberate stop, so that the end of the video thread is not taken for a failure.

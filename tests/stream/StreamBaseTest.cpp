@@ -1,26 +1,33 @@
 #include "stream/StreamBase.h"
 
+#include "OwnTempDir.h"
+
+#include "parent/FrameChannel.h"
 #include "support/LogCapture.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QLocalServer>
 #include <QLocalSocket>
-#include <QTemporaryDir>
 #include <QThread>
 #include <QUuid>
 #include <QtEndian>
 
 #include <gmock/gmock.h>
 
-#include <atomic>
 #include <mutex>
-#include <thread>
+#include <optional>
+
+#include <sys/ioctl.h>
 
 namespace {
 
+using namespace std::chrono_literals;
+using mediaworker::parent::FrameChannel;
 using mediaworker::test::LogCapture;
+using mediaworker::test::OwnTempDir;
 using ::testing::ElementsAre;
 using ::testing::ExitedWithCode;
 
@@ -44,6 +51,7 @@ public:
     }
     ~Recorder() override { stopLinkThread(); }
 
+    using StreamBase::drainLink;
     using StreamBase::openCommands;
     using StreamBase::runOnLinkThread;
 
@@ -66,20 +74,6 @@ private:
 
     mutable std::mutex mutex_;
     std::vector<std::string> calls_; ///< guarded by mutex_
-};
-
-/// A temporary directory of the test's own while it lives. A process that a death test starts inherits it, so
-/// what that leaves behind goes with it.
-class OwnTempDir {
-public:
-    OwnTempDir() { qputenv("TMPDIR", folder_.path().toLocal8Bit()); }
-    OwnTempDir(const OwnTempDir&) = delete;
-    OwnTempDir& operator=(const OwnTempDir&) = delete;
-    ~OwnTempDir() { previous_.isNull() ? qunsetenv("TMPDIR") : qputenv("TMPDIR", previous_); }
-
-private:
-    const QByteArray previous_ = qgetenv("TMPDIR");
-    const QTemporaryDir folder_;
 };
 
 class StreamBaseTest : public ::testing::Test {
@@ -220,20 +214,50 @@ TEST_F(StreamBaseTest, FrameFileIsTheOwnersOnly) {
 }
 
 TEST_F(StreamBaseTest, HoldsTheSemaphoreWhileAPictureIsWritten) {
+    FrameChannel channel(name);
     Recorder stream(name, serverName);
-    Recorder second(name, serverName); // shares file and semaphore, and does not reset its count
-    std::atomic<bool> gotIt{false};
-    std::thread other;
     {
         const ko_player::ResourceGuard guard = stream.lockPicture();
-        other = std::thread([&] {
-            const ko_player::ResourceGuard theirs = second.lockPicture();
-            gotIt = true;
-        });
-        EXPECT_FALSE(gotIt);
+        EXPECT_FALSE(channel.hold(0ms));
     }
-    other.join();
-    EXPECT_TRUE(gotIt);
+    EXPECT_TRUE(channel.hold(0ms));
+}
+
+TEST_F(StreamBaseTest, SecondStreamOfAChannelSharesFileAndSemaphoreAndDoesNotResetTheCount) {
+    FrameChannel channel(name);
+    Recorder first(name, serverName);
+    first.setupPicture(16, 8);
+    std::optional<Recorder> second;
+    {
+        const ko_player::ResourceGuard guard = first.lockPicture();
+        second.emplace(name, serverName);
+        EXPECT_FALSE(channel.hold(0ms));
+    }
+    {
+        const ko_player::ResourceGuard guard = second->lockPicture();
+        EXPECT_FALSE(channel.hold(0ms));
+    }
+    EXPECT_EQ(QFileInfo(path).size(), 16 * 8 * 4 + 72) << "the file of the first one was touched";
+    second->setupPicture(32, 16);
+    EXPECT_TRUE(channel.withPicture([](const std::uint8_t*, int width, int height) {
+        EXPECT_EQ(width, 32);
+        EXPECT_EQ(height, 16);
+    }));
+}
+
+TEST_F(StreamBaseTest, DrainedLinkHasWrittenAllThatWasSent) {
+    Recorder stream(name, serverName);
+    QLocalSocket* parent = accept();
+    ASSERT_NE(parent, nullptr);
+    constexpr int kFrames = 100;
+    for (int i = 0; i < kFrames; ++i) {
+        stream.sendFrame(i);
+    }
+    stream.drainLink();
+    // What the system's socket holds now is all there will be.
+    int arrived = 0;
+    ASSERT_EQ(::ioctl(static_cast<int>(parent->socketDescriptor()), FIONREAD, &arrived), 0);
+    EXPECT_EQ(arrived + parent->bytesAvailable(), kFrames * 11);
 }
 
 class StreamBaseDeathTest : public StreamBaseTest {
