@@ -4,9 +4,15 @@
 #include "support/qt/HttpServer.h"
 #include "support/qt/Pacing.h"
 
+#include <QDir>
+#include <QFile>
+
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <filesystem>
+#include <sstream>
+#include <thread>
 
 namespace mediaworker::test {
 namespace {
@@ -129,6 +135,63 @@ TEST(LocalFile, IsShownToItsEndAndThenTimesOut) {
               "set timeouts for file file:///" + file + ": first frame 1 seconds, inter frame 1 seconds");
     EXPECT_EQ(session.shown().size(), clip.video.size());
     EXPECT_EQ(session.shown().back().numbers.top, 49);
+}
+
+TEST(LocalFile, ThatDoesNotExistTimesOut) {
+    Session session;
+    session.start("file:///no/such/file.mp4");
+    ASSERT_EQ(session.waitForExit(), 2) << session.logText();
+    EXPECT_TRUE(session.hasLineBeginning("couldn't open file ")) << session.logText();
+    EXPECT_EQ(session.log().back().text, "exit on frame timeout");
+}
+
+TEST(FrameFileThatCannotBeMade, EndsTheWorkerWithOneAtTheFirstPicture) {
+    HttpServer server;
+    server.route("/live.flv", pacedHandler(makeFlv(encode(ClipSpec{})), {.burstMs = 1500}));
+    const TemporaryFolder folder;
+    const std::filesystem::path file = folder / "missing" / "channel";
+    const auto name = std::filesystem::relative(file, QDir::tempPath().toStdString());
+    const parent::FrameChannel channel(QString::fromStdString(name.string()));
+    ChildProcess worker({.command = {MEDIAWORKER_PROGRAM, server.url("/live.flv"), name, "nobody"},
+                         .errors = folder / "log"});
+    EXPECT_EQ(worker.wait(), 1);
+    EXPECT_NE(readFile(folder / "log").find("\ncan't map the frame file: " + file.string() + ": "),
+              std::string::npos)
+        << readFile(folder / "log");
+}
+
+/// What the file holds, once it holds something; empty when that takes too long.
+std::string waitForContent(const std::filesystem::path& path) {
+    const auto deadline = Clock::now() + 20s;
+    while (Clock::now() < deadline) {
+        if (std::filesystem::exists(path)) {
+            if (std::string text = readFile(path); text.ends_with('\n')) {
+                return text;
+            }
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+    return {};
+}
+
+TEST(ParentProcess, ThatIsKilledEndsTheWorkerWithZero) {
+    const Clip clip = encode(ClipSpec{});
+    HttpServer server;
+    server.route("/live.flv", pacedHandler(makeFlv(clip, lasting(clip, 30s)), {.burstMs = 1500}));
+    const TemporaryFolder folder;
+    ChildProcess parent(
+        {.command = {DOOMED_PARENT, MEDIAWORKER_PROGRAM, server.url("/live.flv"), folder / "code"},
+         .output = folder / "names"});
+    std::istringstream names(waitForContent(folder / "names"));
+    parent.signal(SIGKILL);
+    EXPECT_EQ(waitForContent(folder / "code"), "0\n");
+
+    // What the killed one could not remove.
+    std::string channel;
+    std::string link;
+    ASSERT_TRUE(names >> channel >> link);
+    const parent::FrameChannel leftovers(QString::fromStdString(channel));
+    QFile::remove(QDir::temp().filePath(QString::fromStdString(link)));
 }
 
 TEST(Crash, EndsTheWorkerWithOne) {

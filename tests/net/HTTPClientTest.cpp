@@ -6,7 +6,9 @@
 #include <QEventLoop>
 #include <QSslConfiguration>
 #include <QTcpServer>
+#include <QTemporaryFile>
 #include <QTimer>
+#include <QUrl>
 
 #include <gmock/gmock.h>
 
@@ -96,6 +98,19 @@ TEST_F(HTTPClientTest, DeliversABodyWithoutALengthToItsEnd) {
     LoopbackServer server({{"/live", {"HTTP/1.1 200 OK\r\n\r\n", 2 * kMiB}}});
     fetch(server.url("/live"));
     EXPECT_EQ(received, 2 * kMiB);
+    EXPECT_TRUE(inOrder);
+    EXPECT_EQ(finishedCalls, 1);
+}
+
+TEST_F(HTTPClientTest, DeliversAnAnswerWithoutAStatus) {
+    QTemporaryFile file;
+    ASSERT_TRUE(file.open());
+    for (qint64 i = 0; i < 1000; ++i) {
+        file.putChar(bodyByte(i));
+    }
+    file.close();
+    fetch(QUrl::fromLocalFile(file.fileName()).toString());
+    EXPECT_EQ(received, 1000);
     EXPECT_TRUE(inOrder);
     EXPECT_EQ(finishedCalls, 1);
 }

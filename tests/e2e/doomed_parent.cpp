@@ -1,0 +1,35 @@
+// A parent that plays a stream until somebody kills it.
+//
+//   doomed_parent WORKER URL CODE_FILE
+//
+// CODE_FILE gets the worker's exit code. When pictures come, a line with the names of the frame channel and
+// the server is printed.
+#include "parent/WorkerProcess.h"
+
+#include <QCoreApplication>
+
+#include <cstdio>
+#include <cstdlib>
+
+int main(int argc, char** argv) {
+    if (argc != 4) {
+        return EXIT_FAILURE;
+    }
+    const QCoreApplication application(argc, argv);
+    mediaworker::parent::WorkerProcess worker;
+    worker.setProgram(QString::fromLocal8Bit(argv[1]));
+    // A shell between the two outlives this process, and is told how the worker ends.
+    worker.setProgramPrefix({QStringLiteral("sh"), QStringLiteral("-c"),
+                             QStringLiteral(R"(code=$1; shift; "$@"; echo $? > "$code")"),
+                             QStringLiteral("sh"), QString::fromLocal8Bit(argv[3])});
+    int frames = 0;
+    QObject::connect(&worker, &mediaworker::parent::WorkerProcess::frame, [&] {
+        if (++frames == 5) {
+            std::printf("%s %s\n", qPrintable(worker.frames()->name()), qPrintable(worker.serverName()));
+            std::fflush(stdout);
+        }
+    });
+    mediaworker::parent::StreamJob job;
+    job.url = QString::fromLocal8Bit(argv[2]);
+    return worker.start(job) ? QCoreApplication::exec() : EXIT_FAILURE;
+}
