@@ -16,7 +16,7 @@ Session::Session() : Session(Options{}) {}
 
 Session::Session(const Options& options) : options_(options) {
     using parent::WorkerProcess;
-    worker_.setProgram(QStringLiteral(MEDIAWORKER_PROGRAM));
+    worker_.setProgram(QString::fromStdString(options.program));
     worker_.setProgramPrefix(options.prefix);
     QMap<QString, QString> variables;
     for (const auto& [name, value] : options.environment) {
@@ -37,6 +37,8 @@ Session::Session(const Options& options) : options_(options) {
     QObject::connect(&worker_, &WorkerProcess::logLine, [this](const QString& line) {
         log_.push_back({line.toStdString(), Clock::now()});
     });
+    QObject::connect(&worker_, &WorkerProcess::startFailed,
+                     [this](const QString& why) { startFailure_ = why.toStdString(); });
     QObject::connect(&worker_, &WorkerProcess::finished, [this](int exitCode, bool crashed) {
         endedAt_ = Clock::now();
         exitCode_ = crashed ? -1 : exitCode;
@@ -76,6 +78,9 @@ bool Session::waitUntil(const std::function<bool()>& isDone, std::chrono::millis
     QTimer ticks;
     ticks.start(5);
     while (!isDone()) {
+        if (startFailure_) { // nothing will ever come
+            throw std::runtime_error("the worker cannot be started: " + *startFailure_);
+        }
         if (Clock::now() > deadline) {
             return false;
         }

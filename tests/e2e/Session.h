@@ -51,6 +51,7 @@ struct LogLine {
 class Session {
 public:
     struct Options {
+        std::string program = MEDIAWORKER_PROGRAM;
         QStringList prefix = {}; ///< see WorkerProcess::setProgramPrefix
         std::vector<std::pair<std::string, std::string>> environment = {};
         std::string proxyUrl = {};
@@ -65,7 +66,8 @@ public:
     /// Throws std::runtime_error when the worker cannot be started.
     void start(const std::string& url);
 
-    // All these return false, or nothing, when `limit` is over first.
+    // All these return false, or nothing, when `limit` is over first, and throw std::runtime_error when the
+    // worker's program could not be run.
     bool waitUntil(const std::function<bool()>& isDone, std::chrono::milliseconds limit = kLimit);
     bool waitForFrames(std::size_t count, std::chrono::milliseconds limit = kLimit);
     bool waitForLine(const std::string& line, int count = 1, std::chrono::milliseconds limit = kLimit);
@@ -110,6 +112,7 @@ private:
     std::vector<Position> positions_;
     std::optional<qint64> connectedPid_;
     std::optional<int> exitCode_;
+    std::optional<std::string> startFailure_;
     std::optional<Clock::time_point> endedAt_;
     parent::WorkerProcess worker_; ///< last: it may speak while it goes
 };
