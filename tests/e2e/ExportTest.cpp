@@ -14,6 +14,8 @@
 #include <memory>
 #include <random>
 
+#include <sched.h>
+
 namespace mediaworker::test {
 namespace {
 
@@ -353,6 +355,39 @@ TEST_F(Export, ToADiskThatBecomesFullEndsWithOne) {
     }
 }
 
+TEST_F(Export, ToAFullFileSystemEndsWithOne) {
+    const std::filesystem::path small = folder_ / "small";
+    std::filesystem::create_directory(small);
+    // A file system of a given size that nobody else sees, and that goes with the worker.
+    const auto withFileSystem = [&](const char* size) {
+        return QStringList{QStringLiteral("unshare"),
+                           QStringLiteral("--mount"),
+                           QStringLiteral("sh"),
+                           QStringLiteral("-c"),
+                           QStringLiteral(R"(mount -t tmpfs -o size="$0" none "$1" && shift && exec "$@")"),
+                           QString::fromLatin1(size),
+                           QString::fromStdString(small.string())};
+    };
+    std::vector<std::string> attempt;
+    for (const QString& word : withFileSystem("16k")) {
+        attempt.push_back(word.toStdString());
+    }
+    attempt.emplace_back("true");
+    try {
+        runCommand(attempt);
+    } catch (const std::exception& error) {
+        GTEST_SKIP() << "no file system of our own here: " << error.what();
+    }
+    server_.route("/clip.flv", pacedHandler(lasting(60s), {.speed = 0}));
+    for (const char* size : {"4k", "100k", "600k"}) {
+        Recording recording({.prefix = withFileSystem(size)});
+        recording.start(server_.url("/clip.flv"), small / "out.mp4", 60000);
+        ASSERT_EQ(recording.waitForExit(), 1) << size << recording.logText();
+        EXPECT_NE(recording.logText().find("No space left on device"), std::string::npos)
+            << size << recording.logText();
+    }
+}
+
 TEST_F(Export, EndsWithOneAtOnceWhenTheParentIsGone) {
     for (const char* path : {"/live.flv", "/endless.flv", "/stalls.flv"}) {
         Recording recording;
@@ -405,10 +440,13 @@ TEST_F(Export, KilledAtAnyMomentIsReported) {
 }
 
 /// The temporary directory of workers and parents is one that nobody else uses: sockets, and the files that
-/// stand for semaphores, would stay there.
+/// stand for semaphores, would stay there. So are the semaphores, where that takes no more rights than we
+/// have.
 class ManyExports : public Export {
 protected:
-    ManyExports() { qputenv("TMPDIR", QByteArray::fromStdString(temporary_.path().string())); }
+    ManyExports() : seesOwnSemaphoresOnly_(::unshare(CLONE_NEWIPC) == 0) {
+        qputenv("TMPDIR", QByteArray::fromStdString(temporary_.path().string()));
+    }
     ~ManyExports() override {
         if (before_.isNull()) {
             qunsetenv("TMPDIR");
@@ -422,18 +460,23 @@ protected:
         for (const auto& entry : std::filesystem::directory_iterator(temporary_.path())) {
             names.push_back(entry.path().filename().string());
         }
+        const std::string semaphores = readFile("/proc/sysvipc/sem"); // a heading, and a line for each
+        if (seesOwnSemaphoresOnly_ && std::count(semaphores.begin(), semaphores.end(), '\n') > 1) {
+            names.push_back(semaphores);
+        }
         return names;
     }
     [[nodiscard]] std::filesystem::path output(int number) const {
         return folder_.path() / (std::to_string(number) + ".mp4");
     }
 
+    const bool seesOwnSemaphoresOnly_;
     const QByteArray before_ = qgetenv("TMPDIR");
     const TemporaryFolder temporary_;
 };
 
 TEST_F(ManyExports, InARowLeaveNothingBehind) {
-    for (int i = 0; i < 40; ++i) {
+    for (int i = 0; i < 200 / kSlowness; ++i) {
         Recording recording;
         recording.start(server_.url("/clip.flv"), output_);
         ASSERT_EQ(recording.waitForExit(), 0) << i << recording.logText();
