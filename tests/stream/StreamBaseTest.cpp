@@ -275,6 +275,15 @@ TEST_F(StreamBaseDeathTest, FrameFileThatCannotBeMappedEndsTheProcessWithCode1) 
         ExitedWithCode(1), "can't map the frame file: ");
 }
 
+TEST_F(StreamBaseDeathTest, ChannelOfTheServersNameEndsTheProcessWithCode1) {
+    EXPECT_EXIT(
+        {
+            Recorder stream(serverName, serverName);
+            stream.setupPicture(16, 16);
+        },
+        ExitedWithCode(1), "can't map the frame file: ");
+}
+
 TEST_F(StreamBaseDeathTest, PictureThatWrapsTheSizeAroundEndsTheProcessWithCode1) {
     EXPECT_EXIT(
         {
@@ -293,7 +302,7 @@ TEST_F(StreamBaseDeathTest, ParentThatGoesEndsTheProcessWithCode0) {
             waitFor([] { return false; });
             std::_Exit(9);
         },
-        ExitedWithCode(0), "");
+        ExitedWithCode(0), "^Socket error: [^\n]+$"); // and no newline
 }
 
 } // namespace
