@@ -34,6 +34,7 @@ public:
     explicit FileRecorder(const std::string& path);
     FileRecorder(const FileRecorder&) = delete;
     FileRecorder& operator=(const FileRecorder&) = delete;
+    ~FileRecorder() = default;
 
     /// Reads on. False means that the recording cannot go on.
     [[nodiscard]] bool consume(const std::uint8_t* data, std::size_t size);

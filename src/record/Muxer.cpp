@@ -86,7 +86,7 @@ void Muxer::openFile() {
     headerWritten_ = true;
 }
 
-// By value: the packet is given up.
+// By value: the packet is given up. NOLINTNEXTLINE(performance-unnecessary-value-param)
 bool Muxer::writePacket(std::shared_ptr<ff_wrap::Packet> packet, int index, std::string* error) {
     if (!isOpen() || !headerWritten_) {
         throw std::logic_error("Muxer.writePacket: no open file");

@@ -7,7 +7,7 @@ namespace local_path {
 
 QString toPlatformPath(const QString& rest, bool schemeRemoved) {
     // The third slash of a file URL is the root here; on Windows it only stands before the drive.
-    const QString absolute = QLatin1Char('/') + rest;
+    QString absolute = QLatin1Char('/') + rest;
     if (schemeRemoved && !QFileInfo::exists(rest) && QFileInfo::exists(absolute)) {
         return absolute;
     }

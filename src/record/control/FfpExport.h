@@ -24,6 +24,8 @@ public:
     /// Starts the request, to which the event loop brings the answer. `durationMs` is the length that is
     /// expected. Ends the process where the file name is no good.
     FfpExport(const QString& url, const QString& outputPath, int durationMs, const QString& serverName);
+    FfpExport(const FfpExport&) = delete;
+    FfpExport& operator=(const FfpExport&) = delete;
     ~FfpExport() override;
 
 private:
