@@ -4,6 +4,8 @@
 #include "support/media/FlvStream.h"
 #include "support/qt/Pacing.h"
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 #include <vector>
 
@@ -39,10 +41,23 @@ Camera::Camera(std::chrono::seconds duration) {
         pace.burstMs = kBufferedMs;
         test::servePaced(response, *pieces, pace);
     });
+    server_.route("/archive.flv", [pieces](test::HttpResponse& response) {
+        std::vector<test::TimedBytes> recorded;
+        std::copy_if(pieces->begin(), pieces->end(), std::back_inserter(recorded),
+                     [](const test::TimedBytes& piece) { return piece.ms < kRecordedMs; });
+        response.header("Content-Type", "video/x-flv");
+        test::PaceOptions pace;
+        pace.speed = 2;
+        test::servePaced(response, recorded, pace);
+    });
 }
 
 QString Camera::url() const {
     return QString::fromStdString(server_.url("/live.flv"));
+}
+
+QString Camera::archiveUrl() const {
+    return QString::fromStdString(server_.url("/archive.flv"));
 }
 
 std::optional<std::int64_t> Camera::filmedMs() const {

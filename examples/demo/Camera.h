@@ -20,12 +20,16 @@ public:
     static constexpr int kFps = 25;
     /// Between two key frames: a live picture begins with one, so that much is buffered.
     static constexpr std::int64_t kBufferedMs = 1000;
+    /// What the archive holds: the begin of the film.
+    static constexpr std::int64_t kRecordedMs = 4000;
 
     /// Encodes and serves `duration` of film, with the server's end behind it.
     /// Throws std::runtime_error when the film cannot be encoded.
     explicit Camera(std::chrono::seconds duration);
 
     [[nodiscard]] QString url() const;
+    /// What has been recorded, at twice its speed and with an end.
+    [[nodiscard]] QString archiveUrl() const;
 
     /// Time stamp of what the camera films now, in milliseconds; empty before a client came. Thread-safe.
     [[nodiscard]] std::optional<std::int64_t> filmedMs() const;

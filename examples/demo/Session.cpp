@@ -1,29 +1,23 @@
 #include "Session.h"
 
+#include "Terminal.h"
+#include "Words.h"
+
 #include "support/media/TestPicture.h"
 
 #include <QDir>
 #include <QImage>
 
 #include <algorithm>
-#include <cstdio>
 #include <utility>
-
-#include <unistd.h>
 
 namespace mediaworker::demo {
 
 namespace {
 
-constexpr int kProgressMs = 200;
-constexpr int kSnapshots = 3;
 constexpr int kEndWaitMs = 5000;
 // A worker gives up by itself after 13 s without a picture; one that does not is broken.
 constexpr int kFirstPictureMs = 20000;
-
-bool isTerminal() {
-    return isatty(STDOUT_FILENO) == 1;
-}
 
 double seconds(qint64 ms) {
     return static_cast<double>(ms) / 1000;
@@ -34,7 +28,7 @@ double seconds(qint64 ms) {
 Session::Session(SessionOptions options) : options_(std::move(options)) {
     worker_.setProgram(options_.program);
     connect(&worker_, &parent::WorkerProcess::connected, this, [this](qint64 pid) {
-        printLine(QStringLiteral("worker %1 is connected").arg(pid));
+        terminal::printLine(QStringLiteral("worker %1 is connected").arg(pid));
         if (options_.hasSound) {
             worker_.setVolume(60);
         }
@@ -74,7 +68,7 @@ void Session::start() {
         end(worker_.errorString());
         return;
     }
-    progressTimer_.start(isTerminal() ? kProgressMs : 1000);
+    progressTimer_.start(terminal::progressIntervalMs());
 }
 
 void Session::onFrame(qint64 ptsMs) {
@@ -82,7 +76,8 @@ void Session::onFrame(qint64 ptsMs) {
         return;
     }
     if (shown_.empty()) {
-        printLine(QStringLiteral("first picture after %1 s").arg(seconds(clock_.elapsed()), 0, 'f', 2));
+        terminal::printLine(
+            QStringLiteral("first picture after %1 s").arg(seconds(clock_.elapsed()), 0, 'f', 2));
         watchdog_.stop();
         endTimer_.start(options_.seconds * 1000);
     }
@@ -97,11 +92,10 @@ void Session::onFrame(qint64 ptsMs) {
     if (!isRead) {
         ++unreadable_;
     }
-    // Spread over the session: after a tenth of it, in the middle, and near the end.
+    // Spread over the session: one in the middle of each part of it.
     const double part =
         static_cast<double>(clock_.nsecsElapsed() - shown_.front().atNs) / 1e9 / options_.seconds;
-    constexpr double kTimes[kSnapshots] = {0.1, 0.5, 0.9};
-    if (snapshots_.size() < kSnapshots && part >= kTimes[snapshots_.size()]) {
+    if (snapshots_.size() < options_.snapshots && part * options_.snapshots >= snapshots_.size() + 0.5) {
         saveSnapshot(ptsMs);
     }
 }
@@ -119,9 +113,11 @@ void Session::checkPicture(const std::uint8_t* bgra, int width, int height, qint
 }
 
 void Session::saveSnapshot(qint64 ptsMs) {
-    const QString file =
-        QDir(options_.picturesFolder)
-            .filePath(QStringLiteral("picture-%1-at-%2-ms.png").arg(snapshots_.size() + 1).arg(ptsMs));
+    const QString file = QDir(options_.picturesFolder)
+                             .filePath(QStringLiteral("%1-%2-at-%3-ms.png")
+                                           .arg(options_.snapshotName)
+                                           .arg(snapshots_.size() + 1)
+                                           .arg(ptsMs));
     const auto picture = worker_.frames()->read();
     if (picture && picture->save(file)) {
         snapshots_ << file;
@@ -153,45 +149,32 @@ void Session::printProgress() {
     const qint64 now = clock_.nsecsElapsed();
     const auto recent =
         std::count_if(shown_.begin(), shown_.end(), [&](const Shown& s) { return s.atNs > now - kSecondNs; });
-    const QString line = QStringLiteral("frames %1   fps %2   position %3 s   delay %4 s")
-                             .arg(shown_.size(), 5)
-                             .arg(recent, 3)
-                             .arg(seconds(shown_.back().ptsMs), 7, 'f', 2)
-                             .arg(seconds(delays_.empty() ? 0 : delays_.back()), 6, 'f', 2);
-    if (isTerminal()) {
-        std::printf("\r  %s", qUtf8Printable(line));
-        lineIsOpen_ = true;
-    } else {
-        std::printf("  %s\n", qUtf8Printable(line));
-    }
-    std::fflush(stdout);
-}
-
-void Session::printLine(const QString& text) {
-    std::printf("%s%s\n", lineIsOpen_ ? "\n" : "", qUtf8Printable(text));
-    std::fflush(stdout);
-    lineIsOpen_ = false;
+    terminal::showProgress(QStringLiteral("frames %1   fps %2   position %3 s   delay %4 s")
+                               .arg(shown_.size(), 5)
+                               .arg(recent, 3)
+                               .arg(seconds(shown_.back().ptsMs), 7, 'f', 2)
+                               .arg(seconds(delays_.empty() ? 0 : delays_.back()), 6, 'f', 2));
 }
 
 void Session::onFinished(int exitCode, bool crashed) {
+    // A stream that ended early leaves its last picture.
+    if (!shown_.empty() && snapshots_.empty()) {
+        saveSnapshot(shown_.back().ptsMs);
+    }
     end(whatIsWrong(exitCode, crashed));
 }
 
 QString Session::whatIsWrong(int exitCode, bool crashed) const {
-    const QString how =
-        QStringLiteral("%1 (exit code %2)").arg(exitReason(worker_.mode(), exitCode, crashed)).arg(exitCode);
-    constexpr int kLogLines = 3;
-    const QStringList& log = worker_.recentLog();
-    const QString lastLines = log.mid(std::max(0, log.size() - kLogLines)).join(QStringLiteral("\n    "));
     // A stream of the user's may end whenever it likes (and a local file ends with no more pictures); the
     // camera of this program films longer than we watch.
     const int endOfInput = options_.url.startsWith(QStringLiteral("file")) ? 2 : 3;
     const bool streamEnded = !crashed && exitCode == endOfInput && !options_.filmedMs;
     if (shown_.empty() || (!isEnding_ && !streamEnded)) {
-        return QStringLiteral("the worker ended: %1\n  its last words:\n    %2").arg(how, lastLines);
+        return QStringLiteral("the worker ended: ") + wordsAboutTheEnd(worker_, exitCode, crashed);
     }
     if (isEnding_ && (crashed || exitCode != 0)) {
-        return QStringLiteral("the worker was asked to end, but: ") + how;
+        return QStringLiteral("the worker was asked to end, but: ") +
+               wordsAboutTheEnd(worker_, exitCode, crashed);
     }
     if (unreadable_ > 0) {
         return QStringLiteral("%1 pictures were torn, missing or older than announced").arg(unreadable_);
@@ -244,10 +227,10 @@ void Session::end(const QString& problem) {
     watchdog_.stop();
     worker_.kill();
     if (!shown_.empty()) {
-        printLine(summary());
+        terminal::printLine(summary());
     }
     if (!problem.isEmpty()) {
-        printLine(QStringLiteral("FAILED: ") + problem);
+        terminal::printLine(QStringLiteral("FAILED: ") + problem);
     }
     Q_EMIT done(problem.isEmpty() ? 0 : 1);
 }

@@ -18,9 +18,11 @@ namespace mediaworker::demo {
 
 struct SessionOptions {
     QString url;
-    int seconds = 8;        ///< to watch, from the first picture
-    QString picturesFolder; ///< where snapshots go
-    QString program;        ///< the worker; empty: as the library finds it
+    int seconds = 8;                                  ///< to watch, from the first picture
+    QString picturesFolder;                           ///< where snapshots go
+    QString snapshotName = QStringLiteral("picture"); ///< what their files' names begin with
+    int snapshots = 3;
+    QString program; ///< the worker; empty: as the library finds it
     bool hasSound = false;
     /// Milliseconds that the camera has filmed so far, where that is known: the delay is measured against it,
     /// and the number in each picture checked.
@@ -56,7 +58,6 @@ private:
     [[nodiscard]] QString summary() const;
     [[nodiscard]] QString whatIsWrong(int exitCode, bool crashed) const;
     [[nodiscard]] std::optional<qint64> delayMs() const;
-    void printLine(const QString& text);
 
     SessionOptions options_;
     parent::WorkerProcess worker_;
@@ -73,7 +74,6 @@ private:
     int unreadable_ = 0; ///< pictures that were torn or not the one announced
     bool isEnding_ = false;
     bool isDone_ = false;
-    bool lineIsOpen_ = false; ///< the terminal's cursor stands behind a progress line
 };
 
 } // namespace mediaworker::demo
