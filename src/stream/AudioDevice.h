@@ -1,11 +1,14 @@
 #pragma once
 
-#include <QAudio>
-#include <QAudioFormat>
+#include "stream/PcmFormat.h"
+
 #include <QString>
 
 #include <functional>
 #include <memory>
+
+/// The state of a device after its last call.
+enum class AudioError { None, Open, ReadWrite, Underrun, Fatal, Unknown };
 
 /// One audio output of the system. Made, used and destroyed on one thread, which has an event loop.
 class AudioDevice {
@@ -19,7 +22,7 @@ public:
     virtual void setBufferSize(int bytes) = 0;
     /// Starts to play what is written. `error()` tells the outcome.
     virtual void start() = 0;
-    [[nodiscard]] virtual QAudio::Error error() const = 0;
+    [[nodiscard]] virtual AudioError error() const = 0;
 
     /// Whether there is anything to write to: false before a start and after one that failed.
     [[nodiscard]] virtual bool isWritable() const = 0;
@@ -35,4 +38,4 @@ public:
 };
 
 /// Makes an output for the format on the system's default device; null if that fails.
-using AudioDeviceFactory = std::function<std::unique_ptr<AudioDevice>(const QAudioFormat& format)>;
+using AudioDeviceFactory = std::function<std::unique_ptr<AudioDevice>(const PcmFormat& format)>;

@@ -20,25 +20,27 @@ constexpr int kBytesPerSample = 2;
 constexpr std::chrono::milliseconds kFullDeviceWait{100};
 constexpr int kMostEmptyPasses = 4;
 
-const char* startText(QAudio::Error error) {
+const char* startText(AudioError error) {
     switch (error) {
-    case QAudio::NoError:
+    case AudioError::None:
         return "audio device has been sucessfully started";
-    case QAudio::OpenError:
+    case AudioError::Open:
         return "an error occurred opening the audio device";
-    case QAudio::IOError:
+    case AudioError::ReadWrite:
         return "an error occurred during read/write of audio device";
-    case QAudio::UnderrunError:
+    case AudioError::Underrun:
         return "audio data is not being fed to the audio device at a fast enough rate";
-    case QAudio::FatalError:
+    case AudioError::Fatal:
         return "a non-recoverable error has occurred, the audio device is not usable at this time";
+    case AudioError::Unknown:
+        break;
     }
     return "";
 }
 
 /// One second of sound. Rate and channels come from the stream.
-int bufferBytes(const QAudioFormat& format) {
-    const std::int64_t bytes = std::int64_t{format.sampleRate()} * format.channelCount();
+int bufferBytes(const PcmFormat& format) {
+    const std::int64_t bytes = std::int64_t{format.sampleRate} * format.channels;
     constexpr std::int64_t kMost = std::numeric_limits<int>::max();
     return static_cast<int>(std::clamp(bytes, -kMost / kBytesPerSample, kMost / kBytesPerSample) *
                             kBytesPerSample);
@@ -61,12 +63,7 @@ bool AudioSink::setParams(const ko_player::AudioParams& in, ko_player::AudioPara
 
     bool accepted = true;
     runOnDeviceThread_([&] {
-        format_.setSampleRate(in.sampleRate);
-        format_.setChannelCount(in.channels);
-        format_.setCodec(QStringLiteral("audio/pcm"));
-        format_.setSampleSize(8 * kBytesPerSample);
-        format_.setByteOrder(QAudioFormat::LittleEndian);
-        format_.setSampleType(QAudioFormat::SignedInt);
+        format_ = {.sampleRate = in.sampleRate, .channels = in.channels};
         if (device_) {
             accepted = restartDevice();
         }
@@ -147,9 +144,9 @@ bool AudioSink::restartDevice() {
     currentDevice_ = ++devicesMade_;
     device_->setBufferSize(bufferBytes(format_));
     device_->start();
-    const QAudio::Error error = device_->error();
+    const AudioError error = device_->error();
     base::logLine("Trying to start audio device: ", startText(error));
-    if (error != QAudio::NoError) {
+    if (error != AudioError::None) {
         return false;
     }
     applyVolume(volumePercent_);

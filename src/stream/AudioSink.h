@@ -4,8 +4,6 @@
 #include "player/records/MediaParams.h"
 #include "stream/AudioDevice.h"
 
-#include <QAudioFormat>
-
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -13,8 +11,8 @@
 
 /// Plays the engine's sound on the default device while the parent wants to hear it, and drops it otherwise.
 ///
-/// QAudioOutput and its I/O device are not thread-safe, and their timers belong to the thread that made them.
-/// So everything about a device happens on one thread, the device thread; calls from other threads are
+/// A device of the system and its timers belong to the thread that made it, and are not thread-safe. So
+/// everything about a device happens on one thread, the device thread; calls from other threads are
 /// carried there and wait for their outcome. The device thread waits for no other thread and is never held
 /// for longer than one call takes, so that cannot deadlock. No lock is needed, and none is held across the
 /// wait for a full device.
@@ -58,7 +56,7 @@ private:
     base::Clock& clock_;
 
     // Device thread only.
-    QAudioFormat format_;
+    PcmFormat format_;
     std::unique_ptr<AudioDevice> device_;
     int volumePercent_ = 0;
     std::uint64_t devicesMade_ = 0;

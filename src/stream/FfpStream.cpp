@@ -5,9 +5,11 @@
 #include "stream/ExitCodes.h"
 #include "stream/LocalPath.h"
 #include "stream/PictureGeometry.h"
-#include "stream/QtAudioDevice.h"
+#include "stream/SoundModule.h"
 #include "stream/StreamTiming.h"
 #include "stream/VideoHandler.h"
+
+#include <QCoreApplication>
 
 #include <cstdlib>
 #include <exception>
@@ -22,7 +24,7 @@ constexpr int kShortestSilentChunk = 1024;
 FfpStream::FfpStream(const QString& url, const QString& channelName, const QString& serverName)
     : StreamBase(channelName, serverName),
       audio_([this](const std::function<void()>& function) { runOnLinkThread(function); },
-             makeQtAudioDevice) {
+             soundModule(QCoreApplication::applicationDirPath())) {
     auto video = std::make_shared<VideoHandler>(VideoHandler::Callables{
         [this] { onVideoStopped(); },
         [this](const ko_player::VideoParams& in, ko_player::VideoParams& out) {

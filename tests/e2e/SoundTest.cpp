@@ -1,11 +1,12 @@
 #include "Session.h"
 
+#include "support/ChildProcess.h"
 #include "support/qt/HttpServer.h"
 #include "support/qt/Pacing.h"
 #include "support/qt/PulseSink.h"
 #include "support/qt/Tone.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace mediaworker::test {
 namespace {
@@ -58,6 +59,19 @@ TEST_F(Sound, IsOffUntilTheParentAsksForIt) {
     session_.listen(500ms);
     EXPECT_EQ(sink_.playingStreams(), 0);
     EXPECT_FALSE(session_.hasLineBeginning("audio written"));
+}
+
+TEST_F(Sound, LibrariesAreLoadedWhenTheParentAsksForItAndNotBefore) {
+    const auto maps = [this] {
+        return readFile("/proc/" + std::to_string(session_.worker().processId()) + "/maps");
+    };
+    using testing::HasSubstr;
+    play(tone(1000));
+    EXPECT_THAT(maps(), Not(AnyOf(HasSubstr("mediaworker_sound"), HasSubstr("Qt5Multimedia"),
+                                  HasSubstr("Qt5Gui"), HasSubstr("libGL"))));
+    setVolume(100);
+    ASSERT_TRUE(session_.waitForLine(kStarted)) << session_.logText();
+    EXPECT_THAT(maps(), AllOf(HasSubstr("mediaworker_sound"), HasSubstr("Qt5Multimedia")));
 }
 
 struct Case {

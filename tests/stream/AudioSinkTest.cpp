@@ -27,14 +27,14 @@ using ::testing::IsEmpty;
 struct FakeSystem {
     std::mutex thread;
     // Guarded by thread.
-    QAudio::Error startError = QAudio::NoError;
+    AudioError startError = AudioError::None;
     bool canMake = true;
     bool writable = true;
     int bytesFree = 1 << 20;
     std::vector<qint64> results; ///< of the next writes; everything is taken after that
     int alive = 0;
     int made = 0;
-    QAudioFormat format;
+    PcmFormat format;
     int bufferBytes = 0;
     double volume = 1.0;
     std::string played;
@@ -53,7 +53,7 @@ public:
 
     void setBufferSize(int bytes) override { system_.bufferBytes = bytes; }
     void start() override {}
-    QAudio::Error error() const override { return system_.startError; }
+    AudioError error() const override { return system_.startError; }
     bool isWritable() const override { return system_.writable; }
     int bytesFree() const override { return system_.bytesFree; }
     qint64 write(const char* data, qint64 size) override {
@@ -102,7 +102,7 @@ protected:
                        const std::lock_guard lock(system.thread);
                        function();
                    },
-                   [this](const QAudioFormat& format) -> std::unique_ptr<AudioDevice> {
+                   [this](const PcmFormat& format) -> std::unique_ptr<AudioDevice> {
                        system.format = format;
                        if (!system.canMake) {
                            return nullptr;
@@ -126,12 +126,7 @@ TEST_F(AudioSinkTest, StartsADeviceInTheStreamsFormatWithASecondOfBuffer) {
     sink.start();
     EXPECT_EQ(system.made, 1);
     EXPECT_EQ(system.bufferBytes, 48000 * 2 * 2);
-    EXPECT_EQ(system.format.sampleRate(), 48000);
-    EXPECT_EQ(system.format.channelCount(), 2);
-    EXPECT_EQ(system.format.codec(), "audio/pcm");
-    EXPECT_EQ(system.format.sampleSize(), 16);
-    EXPECT_EQ(system.format.byteOrder(), QAudioFormat::LittleEndian);
-    EXPECT_EQ(system.format.sampleType(), QAudioFormat::SignedInt);
+    EXPECT_EQ(system.format, (PcmFormat{.sampleRate = 48000, .channels = 2}));
     EXPECT_THAT(log.lines(),
                 ElementsAre("Trying to start audio device: audio device has been sucessfully started"));
 }
@@ -161,12 +156,12 @@ TEST_F(AudioSinkTest, NewParametersRestartADeviceThatIsThere) {
 }
 
 TEST_F(AudioSinkTest, FailedDeviceStaysUntilNewParametersRestartIt) {
-    system.startError = QAudio::OpenError;
+    system.startError = AudioError::Open;
     system.writable = false;
     sink.start();
     EXPECT_EQ(system.alive, 1);
     EXPECT_FALSE(announce(48000, 2));
-    system.startError = QAudio::NoError;
+    system.startError = AudioError::None;
     system.writable = true;
     EXPECT_TRUE(announce(48000, 2));
     write("sound");
@@ -174,19 +169,19 @@ TEST_F(AudioSinkTest, FailedDeviceStaysUntilNewParametersRestartIt) {
 }
 
 struct StartErrorRow {
-    QAudio::Error error;
+    AudioError error;
     const char* text;
 };
 
 TEST_F(AudioSinkTest, TellsTheOutcomeOfAStart) {
     for (const auto& [error, text] :
-         {StartErrorRow{QAudio::OpenError, "an error occurred opening the audio device"},
-          StartErrorRow{QAudio::IOError, "an error occurred during read/write of audio device"},
-          StartErrorRow{QAudio::UnderrunError,
+         {StartErrorRow{AudioError::Open, "an error occurred opening the audio device"},
+          StartErrorRow{AudioError::ReadWrite, "an error occurred during read/write of audio device"},
+          StartErrorRow{AudioError::Underrun,
                         "audio data is not being fed to the audio device at a fast enough rate"},
-          StartErrorRow{
-              QAudio::FatalError,
-              "a non-recoverable error has occurred, the audio device is not usable at this time"}}) {
+          StartErrorRow{AudioError::Fatal,
+                        "a non-recoverable error has occurred, the audio device is not usable at this time"},
+          StartErrorRow{AudioError::Unknown, ""}}) {
         log.clear();
         system.startError = error;
         sink.start();

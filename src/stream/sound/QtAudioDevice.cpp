@@ -1,4 +1,4 @@
-#include "stream/QtAudioDevice.h"
+#include "stream/sound/QtAudioDevice.h"
 
 #include <QAudioOutput>
 #include <QIODevice>
@@ -10,7 +10,7 @@ namespace {
 
 class QtAudioDevice final : public AudioDevice {
 public:
-    explicit QtAudioDevice(const QAudioFormat& format) : output_(new QAudioOutput(format)) {}
+    explicit QtAudioDevice(const PcmFormat& format) : output_(new QAudioOutput(toQAudioFormat(format))) {}
     QtAudioDevice(const QtAudioDevice&) = delete;
     QtAudioDevice& operator=(const QtAudioDevice&) = delete;
     ~QtAudioDevice() override {
@@ -21,7 +21,7 @@ public:
 
     void setBufferSize(int bytes) override { output_->setBufferSize(bytes); }
     void start() override { io_ = output_->start(); }
-    QAudio::Error error() const override { return output_->error(); }
+    AudioError error() const override { return toAudioError(output_->error()); }
     bool isWritable() const override { return !io_.isNull(); }
     int bytesFree() const override { return output_->bytesFree(); }
     qint64 write(const char* data, qint64 size) override { return io_->write(data, size); }
@@ -36,7 +36,34 @@ private:
 
 } // namespace
 
-std::unique_ptr<AudioDevice> makeQtAudioDevice(const QAudioFormat& format) {
+QAudioFormat toQAudioFormat(const PcmFormat& format) {
+    QAudioFormat result;
+    result.setSampleRate(format.sampleRate);
+    result.setChannelCount(format.channels);
+    result.setCodec(QStringLiteral("audio/pcm"));
+    result.setSampleSize(16);
+    result.setByteOrder(QAudioFormat::LittleEndian);
+    result.setSampleType(QAudioFormat::SignedInt);
+    return result;
+}
+
+AudioError toAudioError(QAudio::Error error) {
+    switch (error) {
+    case QAudio::NoError:
+        return AudioError::None;
+    case QAudio::OpenError:
+        return AudioError::Open;
+    case QAudio::IOError:
+        return AudioError::ReadWrite;
+    case QAudio::UnderrunError:
+        return AudioError::Underrun;
+    case QAudio::FatalError:
+        return AudioError::Fatal;
+    }
+    return AudioError::Unknown;
+}
+
+std::unique_ptr<AudioDevice> makeQtAudioDevice(const PcmFormat& format) {
     try {
         return std::make_unique<QtAudioDevice>(format);
     } catch (const std::bad_alloc&) {
