@@ -286,6 +286,21 @@ TEST_F(Export, OfAStreamWithoutPicturesEndsWithOne) {
     }
 }
 
+TEST_F(Export, OfG711SoundEndsWithOne) {
+    ClipSpec spec;
+    spec.audio = AudioCodec::ALaw;
+    spec.sampleRate = 8000;
+    spec.channels = 1;
+    server_.route("/g711.flv", pacedHandler(makeFlv(encode(spec)), {.speed = 0, .staysOpen = true}));
+    Recording recording;
+    recording.start(server_.url("/g711.flv"), output_);
+    ASSERT_EQ(recording.waitForExit(), 1) << recording.logText();
+    EXPECT_TRUE(recording.hasLine("ko_player::FileRecorder::consume: consume failed with exception: "
+                                  "Muxer.writeHeader avformat_write_header: file: " +
+                                  output_.string() + ", err: Invalid argument"))
+        << recording.logText();
+}
+
 TEST_F(Export, OfAConnectionThatBreaksKeepsWhatCame) {
     server_.route("/reset.flv", [this](HttpResponse& response) {
         servePaced(response, pieces_, {.speed = 0});
