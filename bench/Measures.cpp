@@ -29,4 +29,25 @@ double memoryMb(long pid, const std::string& field) {
     return 0;
 }
 
+PeakMemory::PeakMemory(long pid)
+    : thread_([this, pid] {
+          const auto program = [](const std::string& process) {
+              std::string name;
+              std::getline(std::ifstream("/proc/" + process + "/comm"), name);
+              return name;
+          };
+          const std::string own = program("self");
+          while (!stopping_) {
+              if (program(std::to_string(pid)) != own) {
+                  mb_ = std::max(mb_.load(), memoryMb(pid, "VmHWM"));
+              }
+              std::this_thread::sleep_for(std::chrono::milliseconds(2));
+          }
+      }) {}
+
+PeakMemory::~PeakMemory() {
+    stopping_ = true;
+    thread_.join();
+}
+
 } // namespace mediaworker::bench

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <string>
+#include <thread>
 #include <vector>
 
 /// What all measurements share.
@@ -28,5 +30,23 @@ using Milliseconds = std::chrono::duration<double, std::milli>;
 
 /// A line of /proc/PID/status in megabytes (10^6), such as "VmHWM"; 0 when it cannot be read.
 [[nodiscard]] double memoryMb(long pid, const std::string& field);
+
+/// The largest resident memory of a process, watched every other millisecond until it is gone or this is.
+/// From the start of its program on: what forked it may have been larger.
+class PeakMemory {
+public:
+    explicit PeakMemory(long pid);
+    ~PeakMemory();
+    PeakMemory(const PeakMemory&) = delete;
+    PeakMemory& operator=(const PeakMemory&) = delete;
+
+    /// In megabytes, so far.
+    [[nodiscard]] double mb() const { return mb_; }
+
+private:
+    std::atomic<double> mb_{0};
+    std::atomic<bool> stopping_{false};
+    std::thread thread_;
+};
 
 } // namespace mediaworker::bench

@@ -1,8 +1,10 @@
 // The whole worker, playing 1080p25 H.264 from a server on this machine, against ffmpeg on the same stream in
 // the same run. Prints rows of the table that bench/compare puts together.
 
+#include "Clips.h"
 #include "Measures.h"
-#include "parent/WorkerProcess.h"
+#include "Player.h"
+#include "Table.h"
 #include "support/ChildProcess.h"
 #include "support/media/Clip.h"
 #include "support/media/FlvStream.h"
@@ -17,121 +19,33 @@ extern "C" {
 }
 
 #include <QCoreApplication>
-#include <QDeadlineTimer>
-#include <QEventLoop>
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <functional>
-#include <iostream>
 #include <map>
 #include <memory>
 #include <thread>
-
-#include <unistd.h>
 
 namespace {
 
 using namespace mediaworker;
 using bench::Clock;
+using bench::fail;
+using bench::fullHd;
+using bench::kFps;
+using bench::kHeight;
+using bench::kWidth;
 using bench::Milliseconds;
+using bench::Player;
+using bench::row;
+using bench::text;
 using test::Clip;
 using test::ClipSpec;
 using test::TimedBytes;
 
-constexpr int kWidth = 1920;
-constexpr int kHeight = 1080;
-constexpr int kFps = 25;
 constexpr int kFrameMs = 1000 / kFps;
-
-void row(const char* what, const char* measured, const char* bound, bool kept) {
-    std::printf("| %s | %s | %s | %s |\n", what, measured, bound, kept ? "yes" : "NO");
-    std::fflush(stdout);
-}
-
-template <class... Values>
-std::string text(const char* format, Values... values) {
-    std::array<char, 256> buffer{};
-    std::snprintf(buffer.data(), buffer.size(), format, values...);
-    return buffer.data();
-}
-
-[[noreturn]] void fail(const std::string& what) {
-    std::cerr << "playing_bench: " << what << '\n';
-    std::exit(1);
-}
-
-ClipSpec fullHd(int frames) {
-    ClipSpec spec;
-    spec.widthPx = kWidth;
-    spec.heightPx = kHeight;
-    spec.fps = kFps;
-    spec.frames = frames;
-    spec.gop = 2 * kFps;
-    spec.bitrateKbps = 8000;
-    spec.noise = 8;
-    spec.preset = "veryfast";
-    return spec;
-}
-
-/// One worker and what it tells.
-class Player {
-public:
-    struct Shown {
-        Clock::time_point when;
-        qint64 ptsMs;
-    };
-
-    explicit Player(const std::string& url) {
-        worker_.setProgram(QStringLiteral(MEDIAWORKER_PROGRAM));
-        QObject::connect(&worker_, &parent::WorkerProcess::frame, [this](qint64 pts) {
-            shown_.push_back({Clock::now(), pts});
-            peakMb_ = std::max(peakMb_, shown_.size() % kFps == 0 ? memory("VmHWM") : 0.0);
-        });
-        QObject::connect(&worker_, &parent::WorkerProcess::finished,
-                         [this](int code, bool) { code_ = code; });
-        started_ = Clock::now();
-        if (!worker_.start(parent::StreamJob{QString::fromStdString(url), {}, {}})) {
-            fail("the worker does not start: " + worker_.errorString().toStdString());
-        }
-    }
-
-    bool waitFor(const std::function<bool()>& done, std::chrono::seconds limit = std::chrono::seconds(120)) {
-        const QDeadlineTimer deadline(limit);
-        while (!done() && !deadline.hasExpired()) {
-            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents | QEventLoop::AllEvents, 50);
-        }
-        return done();
-    }
-    void waitForFrames(std::size_t count) {
-        if (!waitFor([&] { return shown_.size() >= count || code_; }) || shown_.size() < count) {
-            fail("pictures are missing: " + std::to_string(shown_.size()) + "\n" +
-                 worker_.recentLog().join('\n').toStdString());
-        }
-    }
-    void end() {
-        worker_.disconnectLink();
-        worker_.waitForFinished(std::chrono::seconds(10));
-    }
-
-    [[nodiscard]] double memory(const std::string& field) const {
-        return bench::memoryMb(worker_.processId(), field);
-    }
-    [[nodiscard]] double peakMb() const { return peakMb_; }
-    [[nodiscard]] const std::vector<Shown>& shown() const { return shown_; }
-    [[nodiscard]] Clock::time_point started() const { return started_; }
-    [[nodiscard]] bool ended() const { return code_.has_value(); }
-
-private:
-    parent::WorkerProcess worker_;
-    std::vector<Shown> shown_;
-    std::optional<int> code_;
-    double peakMb_ = 0;
-    Clock::time_point started_;
-};
 
 /// Processor time and memory of playing at the stream's own pace; the peer decodes and converts as fast as it
 /// can.
@@ -156,7 +70,7 @@ void measurePlaying() {
         std::size_t pictures = 0;
         {
             Player player(server.url("/live.flv"));
-            player.waitFor([&] { return player.ended(); });
+            player.waitForEnd();
             pictures = player.shown().size();
             peakMb = std::max(peakMb, player.peakMb());
         }
@@ -176,8 +90,8 @@ void measurePlaying() {
     }
     const double ratio = bench::median(ours) / bench::median(theirs);
     row("playing 1080p25 H.264: CPU seconds per 1,000 pictures, whole process, against `ffmpeg -threads 1`",
-        text("%.2f × (%.2f s, %.2f s)", ratio, bench::median(ours), bench::median(theirs)).c_str(),
-        "≤ 1.10 ×", ratio <= 1.1);
+        text("%.2f × (%.2f s, %.2f s)", ratio, bench::median(ours), bench::median(theirs)), "≤ 1.10 ×",
+        ratio <= 1.1);
     row("resident memory of that worker, peak", text("%.0f MB", peakMb).c_str(), "< 90 MB", peakMb < 90);
 }
 
@@ -230,8 +144,8 @@ void measureStart() {
     }
     const double ratio = bench::median(ours) / bench::median(theirs);
     row("start to first picture of a live stream, against `ffmpeg -i URL`",
-        text("%.2f × (%.0f ms, %.0f ms)", ratio, bench::median(ours), bench::median(theirs)).c_str(),
-        "≤ 0.40 ×", ratio <= 0.4);
+        text("%.2f × (%.0f ms, %.0f ms)", ratio, bench::median(ours), bench::median(theirs)), "≤ 0.40 ×",
+        ratio <= 0.4);
 }
 
 struct FreeCodec {

@@ -1,0 +1,19 @@
+#include "Table.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <iostream>
+
+namespace mediaworker::bench {
+
+void row(const char* what, const std::string& measured, const char* bound, bool kept) {
+    std::printf("| %s | %s | %s | %s |\n", what, measured.c_str(), bound, kept ? "yes" : "NO");
+    std::fflush(stdout);
+}
+
+void fail(const std::string& what) {
+    std::cerr << program_invocation_short_name << ": " << what << '\n';
+    std::exit(1);
+}
+
+} // namespace mediaworker::bench
