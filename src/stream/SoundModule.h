@@ -12,7 +12,7 @@ inline constexpr const char* kSoundEntryName = "mediaworker_sound_1";
 /// Devices of the system's sound, out of the module that lies in `applicationFolder` or, where the program is
 /// installed, in `../lib/mediaworker` beside it.
 ///
-/// The system's sound draws in some forty libraries, and most workers stay silent. So the first call of the
+/// The system's sound draws in some thirty libraries, and most workers stay silent. So the first call of the
 /// factory loads the module, which then stays. If that fails the reason is logged once, and this call and all
 /// later ones make no device. The factory, and each copy of it, belongs to one thread at a time.
 [[nodiscard]] AudioDeviceFactory soundModule(const QString& applicationFolder);
