@@ -1,28 +1,18 @@
 #include "app/ApplicationProxy.h"
 #include "app/CommandLine.h"
 #include "app/fault_guard.h"
-#include "player/ff_wrap/Avcodec.h"
 #include "player/ff_wrap/FfmpegLog.h"
 #include "record/control/FfpExport.h"
 #include "stream/ExitCodes.h"
 #include "stream/FfpStream.h"
+#include "stream/PluginFolders.h"
 
 #include <QCoreApplication>
 #include <QNetworkProxy>
 
-#include <exception>
-#include <thread>
 #include <variant>
 
 namespace {
-
-/// Whoever needs a codec first meets the same failure, and reports it where it matters.
-void loadCodecs() {
-    try {
-        static_cast<void>(ko_player::ff_wrap::avcodec());
-    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
-    }
-}
 
 int run(const StreamCommand& command) {
     if (command.proxy) {
@@ -46,7 +36,7 @@ int main(int argc, char** argv) {
     fault_guard::silenceFaultDialogs();
     fault_guard::installCrashFilter();
     ko_player::ff_wrap::installFfmpegLog();
-    const std::jthread codecLoader(loadCodecs);
     const QCoreApplication application(argc, argv);
+    hidePluginFolders();
     return std::visit([](const auto& command) { return run(command); }, parseCommandLine(argc, argv));
 }

@@ -1,6 +1,5 @@
 #include "net/HTTPClient.h"
 
-#include <QCoreApplication>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QUrl>
@@ -24,16 +23,7 @@ bool isRedirect(int status) {
 
 } // namespace
 
-HTTPClient::WithoutBearerPlugins::WithoutBearerPlugins() : paths_(QCoreApplication::libraryPaths()) {
-    QCoreApplication::setLibraryPaths({});
-}
-
-HTTPClient::WithoutBearerPlugins::~WithoutBearerPlugins() {
-    QCoreApplication::setLibraryPaths(paths_);
-}
-
 HTTPClient::HTTPClient() {
-    withoutBearerPlugins_.reset();
     manager_.setRedirectPolicy(QNetworkRequest::NoLessSafeRedirectPolicy);
 }
 

@@ -4,10 +4,8 @@
 #include <QNetworkAccessManager>
 #include <QObject>
 #include <QString>
-#include <QStringList>
 
 #include <functional>
-#include <optional>
 
 class QNetworkReply;
 
@@ -35,22 +33,6 @@ public:
     void get(const QString& url, OnData onData, OnFinished onFinished);
 
 private:
-    /// Qt's first access manager loads every "bearer" plugin to ask about the state of the network: three
-    /// plugins, a D-Bus connection, two threads and a poll every ten seconds, in every worker, for an answer
-    /// that nothing here needs. It looks for them once, along the library paths; while this object lives
-    /// there are none.
-    class WithoutBearerPlugins {
-    public:
-        WithoutBearerPlugins();
-        WithoutBearerPlugins(const WithoutBearerPlugins&) = delete;
-        WithoutBearerPlugins& operator=(const WithoutBearerPlugins&) = delete;
-        ~WithoutBearerPlugins();
-
-    private:
-        const QStringList paths_;
-    };
-
-    std::optional<WithoutBearerPlugins> withoutBearerPlugins_{std::in_place}; ///< while the manager is made
     QNetworkAccessManager manager_;
 };
 

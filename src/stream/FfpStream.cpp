@@ -1,6 +1,8 @@
 #include "stream/FfpStream.h"
 
 #include "base/Log.h"
+#include "base/ThreadName.h"
+#include "player/ff_wrap/Avcodec.h"
 #include "stream/AudioHandler.h"
 #include "stream/ExitCodes.h"
 #include "stream/LocalPath.h"
@@ -18,6 +20,15 @@ namespace {
 
 /// A rejected chunk shorter than this is most likely a server's message, worth reading.
 constexpr int kShortestSilentChunk = 1024;
+
+/// Whoever needs a codec first meets the same failure, and reports it where it matters.
+void loadCodecs() {
+    base::setThreadName("codec loader");
+    try {
+        static_cast<void>(ko_player::ff_wrap::avcodec());
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+    }
+}
 
 } // namespace
 
@@ -52,6 +63,8 @@ FfpStream::FfpStream(const QString& url, const QString& channelName, const QStri
     if (timing.isHttp) {
         httpClient_.get(
             url, [this](const QByteArray& bytes) { onData(bytes); }, [this] { onFinished(); });
+        // Last: while a library is being loaded, the system lets no other thread begin.
+        codecLoader_ = std::jthread(loadCodecs);
     } else {
         playLocalFile(url);
     }

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <thread>
 
 /// Plays one stream, or one local file, for the parent: wires the input, the engine and the outputs together,
 /// carries out the parent's commands, and decides when the process ends. Lives as long as the process.
@@ -50,4 +51,6 @@ private:
     std::atomic<bool> stopping_{false};
     std::unique_ptr<ko_player::Player> player_;
     CorvaneClient::Net::HTTPClient httpClient_;
+    /// Loads the codecs while the server answers.
+    std::jthread codecLoader_;
 };

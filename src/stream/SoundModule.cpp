@@ -1,6 +1,7 @@
 #include "stream/SoundModule.h"
 
 #include "base/Log.h"
+#include "stream/PluginFolders.h"
 
 #include <QLibrary>
 #include <QStringList>
@@ -35,6 +36,7 @@ AudioDeviceFactory soundModule(const QString& applicationFolder) {
     return [folders, entry = std::optional<SoundEntry>()](
                const PcmFormat& format) mutable -> std::unique_ptr<AudioDevice> {
         if (!entry) {
+            restorePluginFolders(); // Qt's connections to the systems of sound are plugins
             entry = loadEntry(folders);
         }
         return std::unique_ptr<AudioDevice>(*entry == nullptr ? nullptr : (*entry)(&format));

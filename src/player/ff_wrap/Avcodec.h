@@ -9,9 +9,8 @@ namespace ko_player::ff_wrap {
 /// The functions of libavcodec that this program calls, under their own names.
 ///
 /// The library draws in some eighty further ones, and loading them takes longer than anything else at the
-/// start. So it is loaded by the first call of avcodec(), which the process entry makes on a thread of its
-/// own: the connection to the server is made meanwhile, and whoever needs a function before the library is
-/// there waits for it.
+/// start. So it is loaded by the first call of avcodec(), which the stream controller makes on a thread of
+/// its own while the server answers; whoever needs a function before the library is there waits for it.
 struct Avcodec {
     decltype(&::avcodec_alloc_context3) avcodec_alloc_context3;
     decltype(&::avcodec_free_context) avcodec_free_context;
