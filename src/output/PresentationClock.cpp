@@ -1,5 +1,7 @@
 #include "output/PresentationClock.h"
 
+#include "base/Saturating.h"
+
 #include <chrono>
 
 namespace ko_player {
@@ -38,7 +40,7 @@ PresentationClock::Release PresentationClock::next(std::int64_t ptsMs, std::int6
         }
     } else {
         release.notice = Notice::NegativeDelta;
-        ++lastTimestampMs_;
+        lastTimestampMs_ = base::addSaturated(lastTimestampMs_, 1);
         frameTime_ += milliseconds(deltaMs);
     }
 

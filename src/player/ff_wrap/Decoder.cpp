@@ -12,6 +12,8 @@ extern "C" {
 namespace ko_player::ff_wrap {
 namespace {
 
+constexpr int kSliceThreads = 2;
+
 /// Frees the options on every path out of the constructor.
 class Options {
 public:
@@ -42,6 +44,11 @@ Decoder::Decoder(const AVCodecParameters* parameters, AVRational timeBase)
         throw std::runtime_error("Decoder.ctor: params to context failed: " + errorText(filled));
     }
     context_->pkt_timebase = timeBase;
+    // Encoders for low delay cut a picture into slices; two threads halve the wait for its key frames, the
+    // first one above all. Unlike threads for whole frames, these hold no picture back. A stream without
+    // slices does not use them.
+    context_->thread_type = FF_THREAD_SLICE;
+    context_->thread_count = context_->codec_type == AVMEDIA_TYPE_VIDEO ? kSliceThreads : 1;
     const AVCodec* codec = avcodec().avcodec_find_decoder(context_->codec_id);
     Options options;
     av_dict_set_int(options.address(), "refcounted_frames", 1, 0);
