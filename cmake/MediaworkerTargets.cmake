@@ -33,7 +33,7 @@ function(mw_library target)
     endif()
 endfunction()
 
-# mw_test(<name> SOURCES ... LINKS ... [LABELS ...] [TIMEOUT seconds] [QT] [SERIAL])
+# mw_test(<name> SOURCES ... LINKS ... LABELS ... [TIMEOUT seconds] [QT] [SERIAL])
 #
 # Every case is a ctest test of its own, so that the suite runs in parallel and one hang costs one case.
 function(mw_test name)
@@ -49,7 +49,9 @@ function(mw_test name)
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 60)
     endif()
-    set(properties TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+    # One label a test, the last one given: gtest_discover_tests() takes a second for the name of a property.
+    list(GET arg_LABELS -1 label)
+    set(properties TIMEOUT ${arg_TIMEOUT} LABELS ${label})
     if(arg_SERIAL)
         list(APPEND properties RUN_SERIAL ON)
     endif()
