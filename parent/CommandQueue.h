@@ -24,6 +24,7 @@ namespace mediaworker::parent {
 /// Holds no clock: the time is passed in. Not thread-safe.
 class CommandQueue {
 public:
+    /// Of a clock that does not go backwards.
     using TimePoint = std::chrono::steady_clock::time_point;
     using Milliseconds = std::chrono::milliseconds;
 
@@ -32,6 +33,7 @@ public:
     /// Commands waiting at most. A parent that gets here has a worker that takes nothing any more.
     static constexpr std::size_t kCapacity = 256;
 
+    /// `fallback`: how long an acknowledgement may take before the next command is written without it.
     explicit CommandQueue(Milliseconds fallback = kFallback) : fallback_(fallback) {}
 
     /// Queues a volume. One that waits unsent at the end of the queue is replaced: only the newest counts.

@@ -4,6 +4,7 @@
 
 namespace mediaworker::parent {
 
+/// What a worker was started for: its exit codes depend on it.
 enum class WorkerMode { Stream, Export };
 
 /// The worker's exit code in words, without a full stop: "the stream ended". `crashed` is true when the

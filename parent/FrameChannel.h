@@ -44,6 +44,7 @@ public:
 
         /// Whether the semaphore was acquired in time.
         explicit operator bool() const noexcept { return lock_ != nullptr; }
+        /// Gives the semaphore back now. Does nothing when it is not held.
         void release() noexcept;
 
     private:
@@ -62,16 +63,20 @@ public:
     FrameChannel& operator=(const FrameChannel&) = delete;
     ~FrameChannel();
 
+    /// What the worker gets on its command line: the key of the semaphore and the name of the file.
     [[nodiscard]] const QString& name() const noexcept { return name_; }
+    /// The frame file, in the temporary directory. It exists from the worker's start on.
     [[nodiscard]] QString filePath() const { return file_.fileName(); }
 
     /// A copy of the current picture, in Format_RGB32 (the bytes as they are in the file), or nothing when
     /// there is none.
     [[nodiscard]] std::optional<QImage> read(std::chrono::milliseconds patience = kPatience);
+    /// The same while the caller has the semaphore already.
     [[nodiscard]] std::optional<QImage> read(const Hold& hold);
 
     /// Calls `reader` with the current picture, without a copy. False when there is none.
     bool withPicture(const PictureReader& reader, std::chrono::milliseconds patience = kPatience);
+    /// The same while the caller has the semaphore already.
     bool withPicture(const Hold& hold, const PictureReader& reader);
 
     /// Acquires the semaphore until the returned object goes.

@@ -10,11 +10,13 @@ namespace mediaworker::parent {
 /// Not thread-safe.
 class LineSplitter {
 public:
+    /// Longer lines are cut. The longest that a worker writes have some hundred bytes.
     static constexpr int kMaxLineBytes = 64 * 1024;
 
     /// Receives a line without its newline (and without a carriage return before it).
     using Sink = std::function<void(const QByteArray& line)>;
 
+    /// Takes what arrived, and hands out every line that ends in it.
     void feed(const QByteArray& bytes, const Sink& sink);
 
     /// Hands out what stands behind the last newline, if anything: some last words end without one.

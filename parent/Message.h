@@ -36,14 +36,14 @@ struct FrameShown {
 
 /// The stream told where the current archive fragment lies; units are the stream's.
 struct Fragment {
-    qint64 position = 0;
-    qint64 duration = 0;
+    qint64 position = 0; ///< where the fragment begins
+    qint64 duration = 0; ///< how long it is
     friend bool operator==(const Fragment&, const Fragment&) = default;
 };
 
 /// The stream told its absolute time; the unit is the stream's.
 struct AbsoluteTime {
-    qint64 value = 0;
+    qint64 value = 0; ///< usually milliseconds since 1970
     friend bool operator==(const AbsoluteTime&, const AbsoluteTime&) = default;
 };
 
@@ -66,10 +66,13 @@ struct Malformed {
     friend bool operator==(const Malformed&, const Malformed&) = default;
 };
 
+/// One packet from a worker, understood.
 using Message =
     std::variant<Connected, FrameShown, Fragment, AbsoluteTime, FormatChanged, Progress, Malformed>;
 
+/// Type and size, in front of the data.
 inline constexpr int kHeaderBytes = 3;
+/// What the size field can say at most.
 inline constexpr int kMaxDataBytes = 0xFFFF;
 
 /// The bytes of one packet. `data` longer than kMaxDataBytes cannot be framed and gives an empty array.

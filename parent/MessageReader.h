@@ -12,6 +12,7 @@ namespace mediaworker::parent {
 /// reader that is drained after each feed never keeps more than that. Not thread-safe.
 class MessageReader {
 public:
+    /// Takes what arrived, however the stream was split.
     void feed(const QByteArray& bytes);
 
     /// The next complete message, or nothing until more bytes arrive.

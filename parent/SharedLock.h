@@ -17,6 +17,7 @@ namespace mediaworker::parent {
 ///  - Windows: nobody gives it back. Waits end by their time limit, and the next worker gets a new channel.
 class SharedLock {
 public:
+    /// What to do when a semaphore with that key exists already.
     enum class IfTaken {
         Keep,  ///< leave the object that exists alone: isUsable() is false then
         Reset, ///< use it and set it free, whoever left it behind
@@ -37,6 +38,7 @@ public:
 
     /// False when the time is over or the semaphore is gone.
     [[nodiscard]] bool acquire(std::chrono::milliseconds timeout) noexcept;
+    /// Sets it free. Only after acquire() has returned true.
     void release() noexcept;
 
     /// The name under which Qt registers the semaphore of that key: the name of a kernel object on Windows,

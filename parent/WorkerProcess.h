@@ -23,16 +23,16 @@ namespace mediaworker::parent {
 
 /// Shows one stream, or one local file when `url` begins with "file".
 struct StreamJob {
-    QString url;
+    QString url;            ///< http or https, or a local file
     QString proxyUrl = {};  ///< empty: none
     QString proxyType = {}; ///< "socks5", or anything else for an HTTP proxy
 };
 
 /// Records a stream into an MP4 file.
 struct ExportJob {
-    QString url;
+    QString url;        ///< http or https
     int durationMs = 0; ///< expected length: what progress is measured against
-    QString outputPath;
+    QString outputPath; ///< the file to write; what is there is overwritten
 };
 
 /// One worker process and the link to it.
@@ -66,12 +66,17 @@ public:
     [[nodiscard]] bool start(const StreamJob& job);
     [[nodiscard]] bool start(const ExportJob& job);
 
+    /// From start() until just before finished() or startFailed(). Slots of these may start the next worker.
     [[nodiscard]] bool isRunning() const;
+    /// The link stands and the worker has said so.
     [[nodiscard]] bool isConnected() const;
+    /// Of the last start().
     [[nodiscard]] WorkerMode mode() const noexcept { return mode_; }
+    /// Why the last start failed; empty when it did not.
     [[nodiscard]] const QString& errorString() const noexcept { return error_; }
     /// The started process (of the program prefix, if there is one), 0 when none runs.
     [[nodiscard]] qint64 processId() const;
+    /// Name of the local socket that the worker of the last start() was given.
     [[nodiscard]] const QString& serverName() const noexcept { return serverName_; }
     /// The last lines of the worker's standard error, newest last.
     [[nodiscard]] const QStringList& recentLog() const noexcept { return recentLog_; }
@@ -84,8 +89,11 @@ public:
 
     /// Starts the sound if it is off. 0 to 100.
     bool setVolume(int percent);
+    /// Stops pictures and sound; the stream is still received, as far as the worker has room.
     bool pause();
+    /// Goes on after a pause.
     bool resume();
+    /// Closes the sound device, until the next setVolume().
     bool stopAudio();
 
     /// Writes bytes to the link at once, past the command queue: to try a worker with packets that no parent
@@ -94,19 +102,20 @@ public:
 
     /// Closes the link: a worker ends by itself at that, at once. An export's file is left unfinished.
     void disconnectLink();
-    /// Asks the system to end the worker.
+    /// Asks the system to end the worker (SIGTERM on POSIX; Windows has nothing a worker would hear).
     void terminate();
+    /// Ends the worker at once. finished() comes from the event loop, as ever.
     void kill();
     /// Waits for the worker's end, with all signals that belong to it. False when the time is over.
     bool waitForFinished(std::chrono::milliseconds timeout);
 
 Q_SIGNALS:
-    void connected(qint64 pid); ///< process id as the worker sees it
-    void frame(qint64 ptsMs);   ///< a picture's time has come: read it from frames()
-    void fragment(qint64 position, qint64 duration);
-    void absoluteTime(qint64 value);
-    void formatChanged();                 ///< the picture size is new, or the first one is known
-    void progress(int percent);           ///< of an export
+    void connected(qint64 pid);                      ///< process id as the worker sees it
+    void frame(qint64 ptsMs);                        ///< a picture's time has come: read it from frames()
+    void fragment(qint64 position, qint64 duration); ///< place in a recording, in units of the server
+    void absoluteTime(qint64 value);                 ///< of the stream, in units of the server
+    void formatChanged();                            ///< the picture size is new, or the first one is known
+    void progress(int percent);                      ///< of an export
     void malformed(int type, int size);   ///< a message that a worker does not send; it was skipped
     void logLine(const QString& line);    ///< one line of the worker's standard error
     void linkClosed();                    ///< the worker has closed its end, while it was still seen alive

@@ -1,0 +1,20 @@
+# The parent's library for other projects: find_package(mediaworker) gives mediaworker::parent.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS mw_parent EXPORT mediaworkerTargets
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
+# Headers include each other as "parent/Name.h", in the source tree as well as here.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/parent DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mediaworker
+    COMPONENT dev FILES_MATCHING PATTERN "*.h")
+
+set(folder ${CMAKE_INSTALL_LIBDIR}/cmake/mediaworker)
+configure_package_config_file(
+    ${PROJECT_SOURCE_DIR}/cmake/mediaworkerConfig.cmake.in ${PROJECT_BINARY_DIR}/mediaworkerConfig.cmake
+    INSTALL_DESTINATION ${folder})
+# Before 1.0 every minor version may break its users.
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/mediaworkerConfigVersion.cmake
+    COMPATIBILITY SameMinorVersion)
+install(
+    FILES ${PROJECT_BINARY_DIR}/mediaworkerConfig.cmake ${PROJECT_BINARY_DIR}/mediaworkerConfigVersion.cmake
+    DESTINATION ${folder} COMPONENT dev)
+install(EXPORT mediaworkerTargets NAMESPACE mediaworker:: DESTINATION ${folder} COMPONENT dev)
