@@ -1,0 +1,109 @@
+#include "tools/view/ExportForm.h"
+
+#include "tools/view/StreamStatus.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QStringList>
+
+namespace mediaworker::view {
+
+namespace {
+
+constexpr int kMsPerSecond = 1000;
+constexpr int kMaxSeconds = 24 * 60 * 60;
+constexpr int kMaxDigits = 6;
+
+} // namespace
+
+std::optional<int> parseLength(const QString& text) {
+    const QStringList parts = text.trimmed().split(QLatin1Char(':'));
+    if (parts.size() > 3) {
+        return std::nullopt;
+    }
+    int seconds = 0;
+    for (int i = 0; i < parts.size(); ++i) {
+        const QString& part = parts[i];
+        bool isNumber = !part.isEmpty() && part.size() <= kMaxDigits;
+        for (const QChar c : part) {
+            isNumber = isNumber && c >= QLatin1Char('0') && c <= QLatin1Char('9');
+        }
+        const int value = part.toInt();
+        if (!isNumber || (i > 0 && value >= 60) || value > kMaxSeconds || seconds > kMaxSeconds) {
+            return std::nullopt;
+        }
+        seconds = seconds * 60 + value;
+    }
+    if (seconds < 1 || seconds > kMaxSeconds) {
+        return std::nullopt;
+    }
+    return seconds * kMsPerSecond;
+}
+
+TargetFile lookAt(const QString& path) {
+    const QFileInfo file(path);
+    const QFileInfo folder(file.absolutePath());
+    return {.isFolder = file.isDir(),
+            .exists = file.exists(),
+            .folderExists = folder.isDir(),
+            .folderIsWritable = folder.isWritable()};
+}
+
+QString exportFormProblem(const QString& url, const QString& length, const QString& path,
+                          const TargetFile& target) {
+    if (url.isEmpty()) {
+        return QStringLiteral("There is no stream to export.");
+    }
+    if (isLocalFile(url)) {
+        return QStringLiteral("A local file cannot be exported: it is a file already.");
+    }
+    if (!parseLength(length)) {
+        return QStringLiteral("The length must be given as seconds, minutes:seconds or "
+                              "hours:minutes:seconds, a day at most.");
+    }
+    if (path.trimmed().isEmpty()) {
+        return QStringLiteral("Choose a file.");
+    }
+    if (target.isFolder) {
+        return QStringLiteral("This is a folder. Choose a file.");
+    }
+    if (!target.folderExists) {
+        return QStringLiteral("The folder does not exist.");
+    }
+    if (!target.folderIsWritable) {
+        return QStringLiteral("The folder cannot be written to.");
+    }
+    return {};
+}
+
+QString withMp4Suffix(const QString& path) {
+    const QString trimmed = path.trimmed();
+    const bool hasIt = trimmed.isEmpty() || trimmed.endsWith(QLatin1Char('/')) ||
+                       trimmed.endsWith(QStringLiteral(".mp4"), Qt::CaseInsensitive);
+    return hasIt ? trimmed : trimmed + QStringLiteral(".mp4");
+}
+
+QString partialPath(const QString& path) {
+    const QFileInfo file(path);
+    return QDir(file.absolutePath()).filePath(file.completeBaseName() + QStringLiteral(".partial.mp4"));
+}
+
+QString exportEndText(ExportEnd end, const QString& file, const QString& why) {
+    switch (end) {
+    case ExportEnd::Complete:
+        return QStringLiteral("The file is complete: %1").arg(file);
+    case ExportEnd::Cancelled:
+        return QStringLiteral("Cancelled. Nothing was saved.");
+    case ExportEnd::Failed:
+        return file.isEmpty() ? QStringLiteral("Failed: %1.").arg(why)
+                              : QStringLiteral("Failed: %1. What was recorded until then is in %2, which "
+                                               "may not be playable.")
+                                    .arg(why, file);
+    case ExportEnd::NotSaved:
+        return QStringLiteral("The recording is complete, but could not be given its name. It is in %1")
+            .arg(file);
+    }
+    return {};
+}
+
+} // namespace mediaworker::view

@@ -1,0 +1,33 @@
+#include "tools/view/Placement.h"
+
+namespace mediaworker::view {
+
+QRect fitted(const QSize& picture, const QSize& area) {
+    if (picture.isEmpty() || area.isEmpty()) {
+        return {};
+    }
+    const QSize size = picture.scaled(area, Qt::KeepAspectRatio).expandedTo(QSize(1, 1));
+    return {QPoint((area.width() - size.width()) / 2, (area.height() - size.height()) / 2), size};
+}
+
+GridShape gridShape(int streams) {
+    GridShape shape;
+    while (shape.rows * shape.columns < streams) {
+        if (shape.columns == shape.rows) {
+            ++shape.columns;
+            if (shape.rows == 0) {
+                ++shape.rows;
+            }
+        } else {
+            ++shape.rows;
+        }
+    }
+    return shape;
+}
+
+QSize initialPictureSize(const QSize& picture, const QSize& room) {
+    const bool fits = picture.width() <= room.width() && picture.height() <= room.height();
+    return fits ? picture : fitted(picture, room).size();
+}
+
+} // namespace mediaworker::view

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QRect>
+#include <QSize>
+
+namespace mediaworker::view {
+
+/// Where a picture goes in an area: as large as it fits, in the middle, its aspect kept. Empty for an empty
+/// picture or area.
+[[nodiscard]] QRect fitted(const QSize& picture, const QSize& area);
+
+struct GridShape {
+    int rows = 0;
+    int columns = 0;
+    friend bool operator==(const GridShape&, const GridShape&) = default;
+};
+
+/// The smallest grid for that many streams: as many columns as rows, or one more (pictures are wide, and so
+/// are screens; three columns and two rows of them fill one better than the other way round).
+[[nodiscard]] GridShape gridShape(int streams);
+
+/// The stretch of a window's area that its first picture gets: the picture's own size, unless the screen is
+/// too small; then what fits there. Pixels.
+[[nodiscard]] QSize initialPictureSize(const QSize& picture, const QSize& room);
+
+} // namespace mediaworker::view

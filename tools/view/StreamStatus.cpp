@@ -1,0 +1,128 @@
+#include "tools/view/StreamStatus.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <QUrl>
+
+namespace mediaworker::view {
+
+namespace {
+
+using parent::PlaybackState;
+
+// Outside of these a number is no date in milliseconds but some other unit: the server's business.
+constexpr qint64 kEarliestDateMs = 631152000000; // 1990
+constexpr qint64 kLatestDateMs = 4102444800000;  // 2100
+
+bool showsPictures(PlaybackState state) {
+    return state == PlaybackState::Playing || state == PlaybackState::Buffering;
+}
+
+} // namespace
+
+QString stateText(const StreamStatus& status) {
+    switch (status.state) {
+    case PlaybackState::Idle:
+        return QStringLiteral("no stream");
+    case PlaybackState::Connecting:
+        return QStringLiteral("connecting");
+    case PlaybackState::Buffering:
+        return QStringLiteral("buffering");
+    case PlaybackState::Playing:
+        return QStringLiteral("playing");
+    case PlaybackState::Paused:
+        return QStringLiteral("paused");
+    case PlaybackState::Ended:
+        return status.endWords.isEmpty() ? QStringLiteral("ended")
+                                         : QStringLiteral("ended: ") + status.endWords;
+    }
+    return {};
+}
+
+QString sizeText(const StreamStatus& status) {
+    if (status.pictureSize.isEmpty()) {
+        return {};
+    }
+    return QStringLiteral("%1 × %2").arg(status.pictureSize.width()).arg(status.pictureSize.height());
+}
+
+QString rateText(const StreamStatus& status) {
+    return showsPictures(status.state) && status.positionMs
+               ? QStringLiteral("%1 fps").arg(status.framesPerSecond, 0, 'f', 0)
+               : QString();
+}
+
+QString positionText(const StreamStatus& status) {
+    if (status.absoluteTimeMs) {
+        const qint64 value = *status.absoluteTimeMs;
+        return value >= kEarliestDateMs && value < kLatestDateMs
+                   ? QDateTime::fromMSecsSinceEpoch(value, Qt::UTC)
+                         .toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"))
+                   : QString::number(value);
+    }
+    return status.positionMs ? clockText(*status.positionMs) : QString();
+}
+
+QString delayText(const StreamStatus& status) {
+    if (!status.delayMs || !status.positionMs || status.state == PlaybackState::Ended) {
+        return {};
+    }
+    return QStringLiteral("delay %1 s").arg(static_cast<double>(*status.delayMs) / 1000, 0, 'f', 2);
+}
+
+QString captionText(const QString& name, const StreamStatus& status) {
+    QString text = name.isEmpty() ? stateText(status) : name + QStringLiteral(" – ") + stateText(status);
+    for (const QString& part : {sizeText(status), rateText(status)}) {
+        if (status.state == PlaybackState::Playing && !part.isEmpty()) {
+            text += QStringLiteral(", ") + part;
+        }
+    }
+    return text;
+}
+
+QString clockText(qint64 ms) {
+    // Halves of the range are enough of a clock, and can be negated.
+    const quint64 tenths = (ms < 0 ? 0 - static_cast<quint64>(ms) : static_cast<quint64>(ms)) / 100;
+    const quint64 seconds = tenths / 10;
+    const QString sign = ms < 0 ? QStringLiteral("-") : QString();
+    const QString tail = QStringLiteral("%1.%2").arg(seconds % 60, 2, 10, QLatin1Char('0')).arg(tenths % 10);
+    const quint64 minutes = seconds / 60;
+    return minutes < 60 ? QStringLiteral("%1%2:%3").arg(sign).arg(minutes).arg(tail)
+                        : QStringLiteral("%1%2:%3:%4")
+                              .arg(sign)
+                              .arg(minutes / 60)
+                              .arg(minutes % 60, 2, 10, QLatin1Char('0'))
+                              .arg(tail);
+}
+
+QString streamName(const QString& url) {
+    if (isLocalFile(url)) {
+        return QFileInfo(url).fileName();
+    }
+    const QUrl parsed(url);
+    const QString file = parsed.fileName();
+    return file.isEmpty() ? parsed.host() : parsed.host() + QLatin1Char('/') + file;
+}
+
+QString streamUrl(const QString& text, const QString& folder) {
+    const QString trimmed = text.trimmed();
+    for (const char* scheme : {"http://", "https://", "file://"}) {
+        if (trimmed.startsWith(QLatin1String(scheme), Qt::CaseInsensitive)) {
+            return trimmed;
+        }
+    }
+    if (trimmed.isEmpty()) {
+        return {};
+    }
+    // Not percent-encoded: a worker takes what stands behind "file:///" for a path, letter by letter.
+    const QString path = QDir::cleanPath(QDir(folder).absoluteFilePath(trimmed));
+    return (path.startsWith(QLatin1Char('/')) ? QStringLiteral("file://") : QStringLiteral("file:///")) +
+           path;
+}
+
+bool isLocalFile(const QString& url) {
+    return url.startsWith(QStringLiteral("file"));
+}
+
+} // namespace mediaworker::view

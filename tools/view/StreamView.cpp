@@ -1,0 +1,288 @@
+#include "tools/view/StreamView.h"
+
+#include "tools/view/PictureWidget.h"
+
+#include <QEvent>
+#include <QFrame>
+#include <QLabel>
+#include <QMouseEvent>
+#include <QPushButton>
+#include <QStyle>
+#include <QVBoxLayout>
+
+#include <chrono>
+#include <utility>
+
+namespace mediaworker::view {
+
+namespace {
+
+using parent::PlaybackState;
+using parent::WorkerProcess;
+
+constexpr std::chrono::milliseconds kRefreshInterval{250};
+// A worker ends within milliseconds of closing its link.
+constexpr std::chrono::milliseconds kUnlinkedPatience{2000};
+
+std::chrono::steady_clock::time_point now() {
+    return std::chrono::steady_clock::now();
+}
+
+} // namespace
+
+StreamView::StreamView(StreamSettings settings, QWidget* parent)
+    : QWidget(parent), settings_(std::move(settings)), sound_(settings_.volumePercent, settings_.isMuted) {
+    worker_.setProgram(settings_.workerProgram);
+
+    pictures_ = new PictureWidget([this] { return worker_.frames(); });
+    pictures_->installEventFilter(this);
+    caption_ = new QLabel;
+    caption_->setObjectName(QStringLiteral("caption"));
+    caption_->setTextFormat(Qt::PlainText);
+    caption_->setMargin(3);
+    caption_->setAutoFillBackground(true);
+    // A long text is cut off; it must not make the window wider.
+    caption_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+    caption_->hide();
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(pictures_, 1);
+    layout->addWidget(caption_);
+    makeOverlay();
+
+    connect(&worker_, &WorkerProcess::connected, this, [this] {
+        monitor_.connected();
+        refresh();
+    });
+    connect(&worker_, &WorkerProcess::frame, this, [this](qint64 ptsMs) {
+        const bool wasPlaying = monitor_.state(now()) == PlaybackState::Playing;
+        monitor_.frame(now(), ptsMs);
+        pictures_->announce();
+        if (!wasPlaying) {
+            refresh();
+        }
+    });
+    connect(&worker_, &WorkerProcess::absoluteTime, this,
+            [this](qint64 value) { monitor_.absoluteTime(value); });
+    connect(&worker_, &WorkerProcess::fragment, this,
+            [this](qint64 position, qint64 duration) { monitor_.fragment(position, duration); });
+    connect(&worker_, &WorkerProcess::finished, this, [this](int exitCode, bool crashed) {
+        end(stopWords_.isEmpty() ? parent::exitReason(worker_.mode(), exitCode, crashed) : stopWords_);
+    });
+    connect(&worker_, &WorkerProcess::startFailed, this,
+            [this](const QString& why) { end(QStringLiteral("the worker cannot be started: ") + why); });
+    connect(&worker_, &WorkerProcess::connectTimedOut, this, [this] {
+        stopWords_ = QStringLiteral("the worker did not connect");
+        worker_.kill();
+    });
+    connect(&worker_, &WorkerProcess::linkClosed, &unlinkedTimer_, qOverload<>(&QTimer::start));
+    unlinkedTimer_.setSingleShot(true);
+    unlinkedTimer_.setInterval(kUnlinkedPatience);
+    connect(&unlinkedTimer_, &QTimer::timeout, this, [this] {
+        stopWords_ = QStringLiteral("the worker closed its link, but did not end");
+        worker_.kill();
+    });
+    // The size comes with the first picture and while one is painted: no moment to move widgets.
+    connect(
+        pictures_, &PictureWidget::pictureSizeChanged, this,
+        [this] {
+            if (!std::exchange(hasPicture_, true)) {
+                Q_EMIT firstPicture();
+            }
+            refresh();
+        },
+        Qt::QueuedConnection);
+    connect(&refreshTimer_, &QTimer::timeout, this, &StreamView::refresh);
+    refresh();
+}
+
+StreamView::~StreamView() {
+    worker_.disconnect(this);
+    worker_.disconnect(&unlinkedTimer_);
+}
+
+void StreamView::makeOverlay() {
+    overlay_ = new QFrame;
+    overlay_->setObjectName(QStringLiteral("overlay"));
+    overlay_->setStyleSheet(
+        QStringLiteral("#overlay { background: rgba(32, 32, 32, 220); border-radius: 6px; }"
+                       "#overlay QLabel { color: white; }"));
+    overlayText_ = new QLabel;
+    overlayText_->setObjectName(QStringLiteral("overlayText"));
+    overlayText_->setTextFormat(Qt::PlainText);
+    overlayText_->setAlignment(Qt::AlignCenter);
+    overlayText_->setWordWrap(true);
+    restartButton_ = new QPushButton(style()->standardIcon(QStyle::SP_BrowserReload), tr("Start again"));
+    restartButton_->setObjectName(QStringLiteral("restart"));
+    connect(restartButton_, &QPushButton::clicked, this, [this] {
+        Q_EMIT chosen();
+        restart();
+    });
+    auto* inside = new QVBoxLayout(overlay_);
+    inside->addWidget(overlayText_);
+    inside->addWidget(restartButton_, 0, Qt::AlignCenter);
+    auto* layout = new QVBoxLayout(pictures_);
+    layout->setSizeConstraint(QLayout::SetNoConstraint); // pictures may be smaller than words
+    layout->addWidget(overlay_, 0, Qt::AlignCenter);
+}
+
+void StreamView::open(const QString& url) {
+    url_ = url;
+    pictures_->clear();
+    restart();
+}
+
+void StreamView::restart() {
+    if (url_.isEmpty()) {
+        return;
+    }
+    if (worker_.isRunning()) {
+        // Nobody wants to hear of its end.
+        const QSignalBlocker blocker(worker_);
+        worker_.kill();
+        worker_.waitForFinished(std::chrono::seconds(5));
+    }
+    start();
+}
+
+void StreamView::start() {
+    unlinkedTimer_.stop();
+    endWords_.clear();
+    stopWords_.clear();
+    hasPicture_ = false;
+    // A picture that was announced belongs to a channel that goes now.
+    pictures_->takeNewest();
+    monitor_.started(now());
+    parent::StreamJob job;
+    job.url = url_;
+    job.proxyUrl = settings_.proxyUrl;
+    job.proxyType = settings_.proxyType;
+    if (!worker_.start(job)) {
+        end(QStringLiteral("the worker cannot be started: ") + worker_.errorString());
+        return;
+    }
+    carryOut(sound_.forNewWorker());
+    refreshTimer_.start(kRefreshInterval);
+    refresh();
+}
+
+void StreamView::stop() {
+    if (worker_.isRunning()) {
+        stopWords_ = QStringLiteral("stopped");
+        if (!worker_.isConnected()) {
+            worker_.kill(); // it would not hear of it, and play on
+        }
+        worker_.disconnectLink();
+    }
+}
+
+bool StreamView::waitForEnd(std::chrono::milliseconds timeout) {
+    return worker_.waitForFinished(timeout);
+}
+
+void StreamView::end(const QString& words) {
+    unlinkedTimer_.stop();
+    refreshTimer_.stop();
+    endWords_ = words;
+    monitor_.ended();
+    refresh();
+}
+
+void StreamView::setPaused(bool isPaused) {
+    if (!worker_.isRunning() || isPaused == monitor_.isPaused()) {
+        return;
+    }
+    if (isPaused ? worker_.pause() : worker_.resume()) {
+        monitor_.setPaused(now(), isPaused);
+    }
+    refresh();
+}
+
+void StreamView::setVolume(int percent) {
+    carryOut(sound_.setPercent(percent));
+}
+
+void StreamView::stepVolume(int direction) {
+    carryOut(sound_.step(direction));
+}
+
+void StreamView::setMuted(bool isMuted) {
+    carryOut(sound_.setMuted(isMuted));
+}
+
+void StreamView::carryOut(const std::optional<SoundControl::Command>& command) {
+    if (!command) {
+        return;
+    }
+    if (command->kind == SoundControl::Command::Kind::StopAudio) {
+        worker_.stopAudio();
+    } else {
+        worker_.setVolume(command->percent);
+    }
+    Q_EMIT changed();
+}
+
+StreamStatus StreamView::status() const {
+    const auto moment = now();
+    StreamStatus status;
+    status.state = monitor_.state(moment);
+    // What could not even be started has not ended for the monitor.
+    if (!endWords_.isEmpty()) {
+        status.state = PlaybackState::Ended;
+        status.endWords = endWords_;
+    }
+    status.pictureSize = pictures_->pictureSize();
+    status.framesPerSecond = monitor_.framesPerSecond(moment);
+    status.positionMs = monitor_.positionMs();
+    status.absoluteTimeMs = monitor_.absoluteTimeMs();
+    if (status.positionMs) {
+        status.delayMs = monitor_.delayMs(moment);
+    }
+    return status;
+}
+
+void StreamView::showCaption(bool isShown) {
+    caption_->setVisible(isShown);
+}
+
+void StreamView::setCurrent(bool isCurrent) {
+    caption_->setBackgroundRole(isCurrent ? QPalette::Highlight : QPalette::Window);
+    caption_->setForegroundRole(isCurrent ? QPalette::HighlightedText : QPalette::WindowText);
+}
+
+void StreamView::refresh() {
+    const StreamStatus current = status();
+    caption_->setText(captionText(name(), current));
+    caption_->setToolTip(caption_->text());
+
+    const bool isEnded = current.state == PlaybackState::Ended;
+    const bool isWaiting =
+        current.state == PlaybackState::Connecting || current.state == PlaybackState::Buffering;
+    QString text;
+    if (current.state == PlaybackState::Idle) {
+        text = tr("Open a stream or a file: Ctrl+O");
+    } else if (isEnded || isWaiting) {
+        text = stateText(current);
+        text[0] = text[0].toUpper();
+    }
+    overlayText_->setText(text);
+    restartButton_->setVisible(isEnded);
+    overlay_->setVisible(!text.isEmpty());
+    Q_EMIT changed();
+}
+
+bool StreamView::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == pictures_) {
+        if (event->type() == QEvent::MouseButtonPress) {
+            Q_EMIT chosen();
+        } else if (event->type() == QEvent::MouseButtonDblClick) {
+            if (static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton) {
+                Q_EMIT doubleClicked();
+            }
+        }
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
+} // namespace mediaworker::view

@@ -1,0 +1,102 @@
+#pragma once
+
+#include "parent/PlaybackMonitor.h"
+#include "parent/WorkerProcess.h"
+#include "tools/view/SoundControl.h"
+#include "tools/view/StreamStatus.h"
+
+#include <QString>
+#include <QTimer>
+#include <QWidget>
+
+class QFrame;
+class QLabel;
+class QPushButton;
+
+namespace mediaworker::view {
+
+class PictureWidget;
+
+/// What all streams of a viewer have in common.
+struct StreamSettings {
+    QString workerProgram = {}; ///< empty: WorkerProcess finds it
+    QString proxyUrl = {};
+    QString proxyType = {};
+    int volumePercent = SoundControl::kDefaultPercent;
+    bool isMuted = false;
+};
+
+/// One stream in a worker of its own: its pictures, what it does in words, and a button to start it again
+/// when it has ended. What happens to its worker concerns no other view.
+class StreamView : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit StreamView(StreamSettings settings, QWidget* parent = nullptr);
+    ~StreamView() override;
+
+    /// Plays that URL, whatever was played before.
+    void open(const QString& url);
+    /// Plays the same URL again in a new worker.
+    void restart();
+    /// Asks the worker to end; picture and URL stay.
+    void stop();
+    /// Waits for the worker's end after stop(). False when the time is over.
+    bool waitForEnd(std::chrono::milliseconds timeout);
+
+    void setPaused(bool isPaused);
+    void setVolume(int percent);
+    void stepVolume(int direction);
+    void setMuted(bool isMuted);
+
+    [[nodiscard]] bool isRunning() const { return worker_.isRunning(); }
+    [[nodiscard]] bool isPaused() const { return monitor_.isPaused(); }
+    [[nodiscard]] const SoundControl& sound() const { return sound_; }
+    [[nodiscard]] const QString& url() const { return url_; }
+    [[nodiscard]] QString name() const { return streamName(url_); }
+    [[nodiscard]] StreamStatus status() const;
+    [[nodiscard]] PictureWidget& pictures() { return *pictures_; }
+    [[nodiscard]] const parent::PlaybackMonitor& monitor() const { return monitor_; }
+    [[nodiscard]] parent::WorkerProcess& worker() { return worker_; }
+
+    /// The line below the picture, for streams that share a window.
+    void showCaption(bool isShown);
+    /// Whether this is the view that toolbar and keys belong to.
+    void setCurrent(bool isCurrent);
+
+Q_SIGNALS:
+    void changed(); ///< ask again for everything above
+    void firstPicture();
+    void chosen(); ///< clicked
+    void doubleClicked();
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    void makeOverlay();
+    void start();
+    void carryOut(const std::optional<SoundControl::Command>& command);
+    void end(const QString& words);
+    void refresh();
+
+    StreamSettings settings_;
+    QString url_;
+    SoundControl sound_;
+    parent::PlaybackMonitor monitor_;
+    QString endWords_;
+    QString stopWords_; ///< why this side ended the worker; empty when it did not
+    bool hasPicture_ = false;
+
+    PictureWidget* pictures_;
+    QFrame* overlay_ = nullptr;
+    QLabel* overlayText_ = nullptr;
+    QPushButton* restartButton_ = nullptr;
+    QLabel* caption_;
+    QTimer refreshTimer_;
+    QTimer unlinkedTimer_; ///< for a worker that closed its link but goes on
+
+    parent::WorkerProcess worker_; ///< last: it may speak while it goes
+};
+
+} // namespace mediaworker::view

@@ -1,0 +1,129 @@
+#include "tools/view/ViewerOptions.h"
+
+#include <QCommandLineParser>
+#include <QDir>
+#include <QStandardPaths>
+
+#include <optional>
+
+namespace mediaworker::view {
+
+namespace {
+
+std::optional<int> number(const QString& text, int least, int most) {
+    bool isNumber = false;
+    const int value = text.toInt(&isNumber);
+    return isNumber && value >= least && value <= most ? std::optional(value) : std::nullopt;
+}
+
+QString picturesFolder() {
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::PicturesLocation);
+    return folder.isEmpty() ? QDir::homePath() : folder;
+}
+
+} // namespace
+
+ViewerOptions parseArguments(const QStringList& arguments, const QString& folder) {
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("Shows streams and local video files, each played by a worker process of its own.\n"
+                       "\n"
+                       "Keys: space pause, arrows volume, M mute, S snapshot, F full screen, Esc back, "
+                       "F5 start again,\nCtrl+O open, Ctrl+N add, Ctrl+W close stream, Ctrl+E export, Ctrl+Q "
+                       "quit. A double click fills the screen."));
+    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
+                                  QStringLiteral("Print this and end."));
+    const QCommandLineOption version(QStringLiteral("version"), QStringLiteral("Print the version and end."));
+    const QCommandLineOption worker(
+        QStringLiteral("worker"),
+        QStringLiteral("The worker's program file. Default: \"mediaworker\" beside "
+                       "this program, else in the PATH."),
+        QStringLiteral("FILE"));
+    const QCommandLineOption proxy(
+        QStringLiteral("proxy"),
+        QStringLiteral("Proxy for the streams: http://[user:password@]host:port. Exports do not use it."),
+        QStringLiteral("URL"));
+    const QCommandLineOption proxyType(QStringLiteral("proxy-type"),
+                                       QStringLiteral("Kind of the proxy: http (the default) or socks5."),
+                                       QStringLiteral("TYPE"));
+    const QCommandLineOption volume(
+        QStringLiteral("volume"),
+        QStringLiteral("Volume at the start, 0 to 100. Default: %1.").arg(SoundControl::kDefaultPercent),
+        QStringLiteral("PERCENT"));
+    const QCommandLineOption mute(
+        QStringLiteral("mute"),
+        QStringLiteral("Start without sound, which is the default for more than one stream unless --volume "
+                       "is given."));
+    const QCommandLineOption snapshots(
+        QStringLiteral("snapshots"),
+        QStringLiteral("The folder for snapshots. Default: the user's pictures."), QStringLiteral("DIR"));
+    const QCommandLineOption seconds(QStringLiteral("seconds"), QStringLiteral("End after that time."),
+                                     QStringLiteral("N"));
+    const QCommandLineOption statistics(
+        QStringLiteral("statistics"),
+        QStringLiteral("Print at the end how many pictures each stream announced, showed and copied."));
+    parser.addOptions(
+        {help, version, worker, proxy, proxyType, volume, mute, snapshots, seconds, statistics});
+    parser.addPositionalArgument(
+        QStringLiteral("URL"), QStringLiteral("A stream (http, https), or a file (file:///path, or a path)."),
+        QStringLiteral("[URL…]"));
+
+    ViewerOptions options;
+    const auto refuse = [&options](const QString& why) {
+        options.action = ViewerOptions::Action::Refuse;
+        options.text = why;
+        return options;
+    };
+    if (!parser.parse(arguments)) {
+        return refuse(parser.errorText());
+    }
+    if (parser.isSet(help)) {
+        options.action = ViewerOptions::Action::PrintHelp;
+        options.text = parser.helpText();
+        return options;
+    }
+    if (parser.isSet(version)) {
+        options.action = ViewerOptions::Action::PrintVersion;
+        return options;
+    }
+    options.streams.workerProgram = parser.value(worker);
+    options.streams.proxyUrl = parser.value(proxy);
+    options.streams.proxyType = parser.value(proxyType);
+    const QString& type = options.streams.proxyType;
+    if (!type.isEmpty() && type != QStringLiteral("http") && type != QStringLiteral("socks5")) {
+        return refuse(QStringLiteral("--proxy-type must be http or socks5."));
+    }
+    if (!type.isEmpty() && options.streams.proxyUrl.isEmpty()) {
+        return refuse(QStringLiteral("--proxy-type needs --proxy."));
+    }
+    if (parser.isSet(volume)) {
+        const std::optional<int> percent = number(parser.value(volume), 0, 100);
+        if (!percent) {
+            return refuse(QStringLiteral("--volume must be a number from 0 to 100."));
+        }
+        options.streams.volumePercent = *percent;
+    }
+    if (parser.isSet(seconds)) {
+        constexpr int kWeek = 7 * 24 * 60 * 60;
+        const std::optional<int> value = number(parser.value(seconds), 1, kWeek);
+        if (!value) {
+            return refuse(QStringLiteral("--seconds must be a number from 1 on."));
+        }
+        options.seconds = *value;
+    }
+    for (const QString& argument : parser.positionalArguments()) {
+        const QString url = streamUrl(argument, folder);
+        if (url.isEmpty()) {
+            return refuse(QStringLiteral("A URL is empty."));
+        }
+        options.urls << url;
+    }
+    // Nobody understands nine streams that talk at once.
+    options.streams.isMuted = parser.isSet(mute) || (options.urls.size() > 1 && !parser.isSet(volume));
+    options.snapshotFolder =
+        parser.isSet(snapshots) ? QDir(folder).absoluteFilePath(parser.value(snapshots)) : picturesFolder();
+    options.printsStatistics = parser.isSet(statistics);
+    return options;
+}
+
+} // namespace mediaworker::view

@@ -1,0 +1,74 @@
+#include "tools/view/ViewerOptions.h"
+#include "tools/view/ViewerWindow.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QTimer>
+
+#include <cstdio>
+
+namespace {
+
+using namespace mediaworker::view;
+
+constexpr int kUsageError = 2;
+
+/// With an application object of its own, since texts and complaints must not need a display.
+ViewerOptions readArguments(int argc, char** argv) {
+    const QCoreApplication application(argc, argv);
+    return parseArguments(QCoreApplication::arguments(), QDir::currentPath());
+}
+
+int printText(const ViewerOptions& options) {
+    switch (options.action) {
+    case ViewerOptions::Action::Show:
+        break;
+    case ViewerOptions::Action::PrintHelp:
+        std::printf("%s", qUtf8Printable(options.text));
+        return 0;
+    case ViewerOptions::Action::PrintVersion:
+        std::printf("mediaworker-view %s\n", qUtf8Printable(QCoreApplication::applicationVersion()));
+        return 0;
+    case ViewerOptions::Action::Refuse:
+        break;
+    }
+    std::fprintf(stderr, "mediaworker-view: %s Try --help.\n", qUtf8Printable(options.text));
+    return kUsageError;
+}
+
+int show(const ViewerOptions& options) {
+    ViewerWindow window(options.streams, options.snapshotFolder);
+    for (const QString& url : options.urls) {
+        window.add(url);
+    }
+    if (options.urls.isEmpty()) {
+        window.add({});
+    }
+    window.choose(window.views().front());
+    window.show();
+    // Without a window manager nobody else does.
+    window.activateWindow();
+    if (options.seconds > 0) {
+        QTimer::singleShot(options.seconds * 1000, &window, &QWidget::close);
+    }
+    const int status = QApplication::exec();
+    if (options.printsStatistics) {
+        for (const QString& line : window.statistics()) {
+            std::printf("%s\n", qUtf8Printable(line));
+        }
+    }
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication::setApplicationName(QStringLiteral("mediaworker-view"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(MEDIAWORKER_VERSION));
+    const ViewerOptions options = readArguments(argc, argv);
+    if (options.action != ViewerOptions::Action::Show) {
+        return printText(options);
+    }
+    const QApplication application(argc, argv);
+    return show(options);
+}
