@@ -1,0 +1,60 @@
+#include "tools/view/Placement.h"
+
+#include <gtest/gtest.h>
+
+namespace mediaworker::view {
+
+inline void PrintTo(const GridShape& shape, std::ostream* out) {
+    *out << shape.rows << " x " << shape.columns;
+}
+
+namespace {
+
+struct FitCase {
+    QSize picture;
+    QSize area;
+    QRect expected;
+};
+
+class Fitted : public testing::TestWithParam<FitCase> {};
+
+TEST_P(Fitted, KeepsTheAspectInTheMiddle) {
+    const auto& [picture, area, expected] = GetParam();
+    EXPECT_EQ(fitted(picture, area), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, Fitted,
+                         testing::Values(FitCase{{1920, 1080}, {1920, 1080}, {0, 0, 1920, 1080}},
+                                         FitCase{{1920, 1080}, {960, 600}, {0, 30, 960, 540}},
+                                         FitCase{{1920, 1080}, {1000, 270}, {260, 0, 480, 270}},
+                                         FitCase{{320, 180}, {1280, 800}, {0, 40, 1280, 720}},
+                                         FitCase{{100, 400}, {400, 400}, {150, 0, 100, 400}},
+                                         FitCase{{4096, 2}, {100, 100}, {0, 49, 100, 1}},
+                                         FitCase{{0, 0}, {100, 100}, {}}, FitCase{{100, 100}, {0, 50}, {}}));
+
+struct GridCase {
+    int streams;
+    GridShape expected;
+};
+
+class Grid : public testing::TestWithParam<GridCase> {};
+
+TEST_P(Grid, IsTheSmallestOne) {
+    EXPECT_EQ(gridShape(GetParam().streams), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Counts, Grid,
+                         testing::Values(GridCase{0, {0, 0}}, GridCase{1, {1, 1}}, GridCase{2, {1, 2}},
+                                         GridCase{3, {2, 2}}, GridCase{4, {2, 2}}, GridCase{5, {2, 3}},
+                                         GridCase{6, {2, 3}}, GridCase{7, {3, 3}}, GridCase{9, {3, 3}},
+                                         GridCase{10, {3, 4}}, GridCase{16, {4, 4}}, GridCase{17, {4, 5}}));
+
+TEST(InitialPictureSize, IsThePicturesOwnUnlessTheScreenIsTooSmall) {
+    EXPECT_EQ(initialPictureSize({1280, 720}, {1900, 1000}), QSize(1280, 720));
+    EXPECT_EQ(initialPictureSize({1920, 1080}, {1920, 1080}), QSize(1920, 1080));
+    EXPECT_EQ(initialPictureSize({3840, 2160}, {1920, 1000}), QSize(1777, 1000));
+    EXPECT_EQ(initialPictureSize({1080, 1920}, {1920, 960}), QSize(540, 960));
+}
+
+} // namespace
+} // namespace mediaworker::view

@@ -1,0 +1,143 @@
+#include "tools/view/StreamStatus.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+namespace mediaworker::view {
+namespace {
+
+using parent::PlaybackState;
+
+struct StateCase {
+    const char* name;
+    PlaybackState state;
+    const char* endWords;
+    const char* expected;
+};
+
+class State : public testing::TestWithParam<StateCase> {};
+
+TEST_P(State, IsToldInWords) {
+    StreamStatus status;
+    status.state = GetParam().state;
+    status.endWords = QString::fromUtf8(GetParam().endWords);
+    EXPECT_EQ(stateText(status).toStdString(), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, State,
+                         testing::Values(StateCase{"Idle", PlaybackState::Idle, "", "no stream"},
+                                         StateCase{"Connecting", PlaybackState::Connecting, "", "connecting"},
+                                         StateCase{"Buffering", PlaybackState::Buffering, "", "buffering"},
+                                         StateCase{"Playing", PlaybackState::Playing, "", "playing"},
+                                         StateCase{"Paused", PlaybackState::Paused, "", "paused"},
+                                         StateCase{"Ended", PlaybackState::Ended, "", "ended"},
+                                         StateCase{"EndedWithWords", PlaybackState::Ended, "it was late",
+                                                   "ended: it was late"}),
+                         [](const auto& instance) { return instance.param.name; });
+
+struct ClockCase {
+    qint64 ms;
+    const char* expected;
+};
+
+class ClockText : public testing::TestWithParam<ClockCase> {};
+
+TEST_P(ClockText, ReadsLikeAClock) {
+    EXPECT_EQ(clockText(GetParam().ms).toStdString(), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Times, ClockText,
+    testing::Values(ClockCase{0, "0:00.0"}, ClockCase{99, "0:00.0"}, ClockCase{100, "0:00.1"},
+                    ClockCase{5299, "0:05.2"}, ClockCase{59999, "0:59.9"}, ClockCase{60000, "1:00.0"},
+                    ClockCase{3599999, "59:59.9"}, ClockCase{3600000, "1:00:00.0"},
+                    ClockCase{36610500, "10:10:10.5"}, ClockCase{-1500, "-0:01.5"},
+                    ClockCase{std::numeric_limits<qint64>::min(), "-2562047788015:12:55.8"}));
+
+TEST(StatusTexts, SayNothingBeforeThereIsAnything) {
+    const StreamStatus status;
+    EXPECT_EQ(sizeText(status), QString());
+    EXPECT_EQ(rateText(status), QString());
+    EXPECT_EQ(positionText(status), QString());
+    EXPECT_EQ(delayText(status), QString());
+}
+
+StreamStatus playing() {
+    StreamStatus status;
+    status.state = PlaybackState::Playing;
+    status.pictureSize = QSize(1920, 1080);
+    status.framesPerSecond = 25;
+    status.positionMs = 83400;
+    status.delayMs = 120;
+    return status;
+}
+
+TEST(StatusTexts, DescribeAStreamThatPlays) {
+    const StreamStatus status = playing();
+    EXPECT_EQ(sizeText(status).toStdString(), "1920 × 1080");
+    EXPECT_EQ(rateText(status).toStdString(), "25 fps");
+    EXPECT_EQ(positionText(status).toStdString(), "1:23.4");
+    EXPECT_EQ(delayText(status).toStdString(), "delay 0.12 s");
+    EXPECT_EQ(captionText(QStringLiteral("door"), status).toStdString(),
+              "door – playing, 1920 × 1080, 25 fps");
+}
+
+TEST(StatusTexts, HaveNoRateWhereNothingMoves) {
+    StreamStatus status = playing();
+    status.state = PlaybackState::Paused;
+    EXPECT_EQ(rateText(status), QString());
+    EXPECT_EQ(captionText(QStringLiteral("door"), status).toStdString(), "door – paused");
+    status.state = PlaybackState::Ended;
+    EXPECT_EQ(rateText(status), QString());
+    EXPECT_EQ(delayText(status), QString());
+    EXPECT_EQ(positionText(status).toStdString(), "1:23.4");
+}
+
+TEST(StatusTexts, PreferTheAbsoluteTime) {
+    StreamStatus status = playing();
+    status.absoluteTimeMs = 1'400'000'000'000;
+    EXPECT_EQ(positionText(status).toStdString(), "2014-05-13 16:53:20");
+    // Not milliseconds since 1970: shown as it is.
+    status.absoluteTimeMs = 1'400'000'000;
+    EXPECT_EQ(positionText(status).toStdString(), "1400000000");
+    status.absoluteTimeMs = std::numeric_limits<qint64>::max();
+    EXPECT_EQ(positionText(status).toStdString(), "9223372036854775807");
+}
+
+TEST(StatusTexts, ADelayMayBeNegative) {
+    StreamStatus status = playing();
+    status.delayMs = -40;
+    EXPECT_EQ(delayText(status).toStdString(), "delay -0.04 s");
+}
+
+struct UrlCase {
+    const char* typed;
+    const char* url;
+    const char* name;
+};
+
+class Url : public testing::TestWithParam<UrlCase> {};
+
+TEST_P(Url, IsMadeOfWhatWasTyped) {
+    const QString url = streamUrl(QString::fromUtf8(GetParam().typed), QStringLiteral("/home/me"));
+    EXPECT_EQ(url.toStdString(), GetParam().url);
+    EXPECT_EQ(streamName(url).toStdString(), GetParam().name);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, Url,
+                         testing::Values(UrlCase{"http://cam.example/live.flv", "http://cam.example/live.flv",
+                                                 "cam.example/live.flv"},
+                                         UrlCase{"  https://u:p@cam.example:8443/a/archive.flv?speed=2 ",
+                                                 "https://u:p@cam.example:8443/a/archive.flv?speed=2",
+                                                 "cam.example/archive.flv"},
+                                         UrlCase{"http://cam.example/", "http://cam.example/", "cam.example"},
+                                         UrlCase{"file:///data/a b.mp4", "file:///data/a b.mp4", "a b.mp4"},
+                                         UrlCase{"/data/50%20.mp4", "file:///data/50%20.mp4", "50%20.mp4"},
+                                         UrlCase{"clip.mp4", "file:///home/me/clip.mp4", "clip.mp4"},
+                                         UrlCase{"file.mp4", "file:///home/me/file.mp4", "file.mp4"},
+                                         UrlCase{"../clip.mp4", "file:///home/clip.mp4", "clip.mp4"},
+                                         UrlCase{"  ", "", ""}));
+
+} // namespace
+} // namespace mediaworker::view

@@ -1,0 +1,101 @@
+#include "tools/view/ViewerOptions.h"
+
+#include <gmock/gmock.h>
+
+namespace mediaworker::view {
+namespace {
+
+using Action = ViewerOptions::Action;
+
+ViewerOptions parse(const QStringList& arguments) {
+    return parseArguments(QStringList{QStringLiteral("mediaworker-view")} + arguments,
+                          QStringLiteral("/home/me"));
+}
+
+ViewerOptions parse(std::initializer_list<const char*> arguments) {
+    QStringList list;
+    for (const char* argument : arguments) {
+        list << QString::fromUtf8(argument);
+    }
+    return parse(list);
+}
+
+TEST(ViewerOptions, NeedNothing) {
+    const ViewerOptions options = parse(QStringList{});
+    EXPECT_EQ(options.action, Action::Show);
+    EXPECT_TRUE(options.urls.isEmpty());
+    EXPECT_EQ(options.streams.volumePercent, 80);
+    EXPECT_FALSE(options.streams.isMuted);
+    EXPECT_EQ(options.seconds, 0);
+    EXPECT_FALSE(options.snapshotFolder.isEmpty());
+}
+
+TEST(ViewerOptions, AreAllRead) {
+    const ViewerOptions options =
+        parse({"--worker", "/bin/w", "--proxy=http://u:p@host:1080", "--proxy-type", "socks5", "--volume",
+               "30", "--snapshots", "shots", "--seconds", "7", "--statistics", "http://a/b", "clip.mp4"});
+    EXPECT_EQ(options.action, Action::Show) << options.text.toStdString();
+    EXPECT_EQ(options.streams.workerProgram, QStringLiteral("/bin/w"));
+    EXPECT_EQ(options.streams.proxyUrl, QStringLiteral("http://u:p@host:1080"));
+    EXPECT_EQ(options.streams.proxyType, QStringLiteral("socks5"));
+    EXPECT_EQ(options.streams.volumePercent, 30);
+    EXPECT_FALSE(options.streams.isMuted);
+    EXPECT_EQ(options.snapshotFolder, QStringLiteral("/home/me/shots"));
+    EXPECT_EQ(options.seconds, 7);
+    EXPECT_TRUE(options.printsStatistics);
+    EXPECT_EQ(options.urls,
+              (QStringList{QStringLiteral("http://a/b"), QStringLiteral("file:///home/me/clip.mp4")}));
+}
+
+TEST(ViewerOptions, SeveralStreamsAreSilentUnlessAVolumeIsAskedFor) {
+    EXPECT_FALSE(parse({"http://a/b"}).streams.isMuted);
+    EXPECT_TRUE(parse({"http://a/b", "http://a/c"}).streams.isMuted);
+    EXPECT_FALSE(parse({"--volume", "50", "http://a/b", "http://a/c"}).streams.isMuted);
+    EXPECT_TRUE(parse({"--mute", "http://a/b"}).streams.isMuted);
+    EXPECT_TRUE(parse({"--mute", "--volume", "50", "http://a/b"}).streams.isMuted);
+}
+
+TEST(ViewerOptions, HelpNamesEverything) {
+    for (const char* option : {"-h", "--help"}) {
+        const ViewerOptions options = parse({option});
+        EXPECT_EQ(options.action, Action::PrintHelp);
+        for (const char* name : {"--worker", "--proxy", "--volume", "--snapshots", "URL", "Keys:"}) {
+            EXPECT_THAT(options.text.toStdString(), testing::HasSubstr(name));
+        }
+    }
+    EXPECT_EQ(parse({"--version"}).action, Action::PrintVersion);
+}
+
+struct RefusedCase {
+    const char* name;
+    std::vector<const char*> arguments;
+    const char* expected; ///< part of the text
+};
+
+class Refused : public testing::TestWithParam<RefusedCase> {};
+
+TEST_P(Refused, WithAReason) {
+    QStringList arguments;
+    for (const char* argument : GetParam().arguments) {
+        arguments << QString::fromUtf8(argument);
+    }
+    const ViewerOptions options = parse(arguments);
+    EXPECT_EQ(options.action, Action::Refuse);
+    EXPECT_THAT(options.text.toStdString(), testing::HasSubstr(GetParam().expected));
+}
+
+INSTANTIATE_TEST_SUITE_P(CommandLines, Refused,
+                         testing::Values(RefusedCase{"UnknownOption", {"--fast"}, "fast"},
+                                         RefusedCase{"MissingValue", {"--worker"}, "worker"},
+                                         RefusedCase{"VolumeNoNumber", {"--volume", "loud"}, "--volume"},
+                                         RefusedCase{"VolumeTooLarge", {"--volume", "101"}, "--volume"},
+                                         RefusedCase{"NoSeconds", {"--seconds", "0"}, "--seconds"},
+                                         RefusedCase{"ProxyType",
+                                                     {"--proxy", "http://a:1", "--proxy-type", "ftp"},
+                                                     "--proxy-type"},
+                                         RefusedCase{"ProxyTypeAlone", {"--proxy-type", "socks5"}, "--proxy"},
+                                         RefusedCase{"EmptyUrl", {""}, "empty"}),
+                         [](const auto& instance) { return instance.param.name; });
+
+} // namespace
+} // namespace mediaworker::view
