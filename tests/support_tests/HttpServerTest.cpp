@@ -10,8 +10,6 @@
 #include <chrono>
 #include <future>
 
-#include <sys/socket.h>
-
 namespace mediaworker::test {
 namespace {
 
@@ -95,13 +93,13 @@ TEST(HttpServer, ResetsTheConnectionInMidBody) {
         response.sleepMs(50);
         response.reset();
     });
-    const Descriptor client = connectToLoopback(server.port());
+    const Socket client = connectToLoopback(server.port());
     ASSERT_TRUE(sendAll(client.get(), "GET /a HTTP/1.1\r\n\r\n", 19));
     EXPECT_FALSE(receiveHttpHeader(client.get()).empty());
     char chunk[10]; // "5\r\nbegin\r\n"
     EXPECT_TRUE(receiveAll(client.get(), chunk, sizeof chunk));
     char byte = 0;
-    EXPECT_EQ(::recv(client.get(), &byte, 1, 0), -1);
+    EXPECT_EQ(receiveSome(client.get(), &byte, 1), -1);
     EXPECT_EQ(errno, ECONNRESET);
 }
 
@@ -123,7 +121,7 @@ TEST(HttpServer, SeesAClientThatLeavesWhileItWaits) {
         left.set_value();
     });
     {
-        const Descriptor client = connectToLoopback(server.port());
+        const Socket client = connectToLoopback(server.port());
         ASSERT_TRUE(sendAll(client.get(), "GET /a HTTP/1.1\r\n\r\n", 19));
         EXPECT_FALSE(receiveHttpHeader(client.get()).empty());
     }
@@ -140,7 +138,7 @@ TEST(HttpServer, WaitsForAClientThatDoesNotRead) {
             sent += piece.size();
         }
     });
-    const Descriptor client = connectToLoopback(server.port());
+    const Socket client = connectToLoopback(server.port());
     ASSERT_TRUE(sendAll(client.get(), "GET /a HTTP/1.1\r\n\r\n", 19));
     EXPECT_FALSE(receiveHttpHeader(client.get()).empty());
     std::size_t before = 1;
@@ -157,7 +155,7 @@ TEST(HttpServer, StopsAtOnceWhileHandlersWait) {
         response.send("x");
         response.sleepMs(60'000);
     });
-    const Descriptor client = connectToLoopback(server.port());
+    const Socket client = connectToLoopback(server.port());
     ASSERT_TRUE(sendAll(client.get(), "GET /a HTTP/1.1\r\n\r\n", 19));
     EXPECT_FALSE(receiveHttpHeader(client.get()).empty());
     const auto begin = steady_clock::now();

@@ -121,7 +121,7 @@ public:
     void route(const std::string& path, Handler handler);
 
     [[nodiscard]] std::uint16_t port() const noexcept;
-    /// "http://127.0.0.1:PORT/path", or https with the host "localhost".
+    /// "http://127.0.0.1:PORT/path", or https. A number, since not every system knows "localhost".
     [[nodiscard]] std::string url(const std::string& path) const;
 
     /// All requests so far, in the order received.

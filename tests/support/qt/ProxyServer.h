@@ -54,7 +54,7 @@ private:
     void serveSocks5(int socket);
     std::optional<ProxyRequest> readSocks5Request(int socket);
     /// A connection to where the request goes; empty when it is not allowed or not known.
-    Descriptor open(const ProxyRequest& request);
+    Socket open(const ProxyRequest& request);
     void record(ProxyRequest request, bool wasServed);
 
     const std::map<std::string, std::uint16_t> hosts_;

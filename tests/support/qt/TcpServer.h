@@ -1,6 +1,6 @@
 #pragma once
 
-#include "support/Descriptor.h"
+#include "support/qt/Socket.h"
 
 #include <cstdint>
 #include <functional>
@@ -30,7 +30,7 @@ public:
 
 private:
     struct Connection {
-        Descriptor socket;
+        Socket socket;
         std::thread thread;
         bool isDone = false;
     };
@@ -39,7 +39,7 @@ private:
     void joinDone();
 
     Handler handler_;
-    Descriptor listener_;
+    Socket listener_;
     std::uint16_t port_ = 0;
     std::thread acceptor_;
 
@@ -56,12 +56,9 @@ public:
     [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
 
 private:
-    Descriptor socket_;
+    Socket socket_;
     std::uint16_t port_ = 0;
 };
-
-/// Connects to a port of 127.0.0.1; an empty descriptor when that fails.
-[[nodiscard]] Descriptor connectToLoopback(std::uint16_t port);
 
 /// Sends everything. False when the peer is gone.
 [[nodiscard]] bool sendAll(int socket, const void* data, std::size_t size);

@@ -1,5 +1,7 @@
 #include "support/qt/TestCertificates.h"
 
+#include "support/MountNamespace.h"
+
 #include <exception>
 
 namespace mediaworker::test {
@@ -51,13 +53,10 @@ PrivateCertificates::PrivateCertificates(const TestCertificates& certificates) {
 }
 
 std::vector<std::string> PrivateCertificates::commandPrefix() const {
-    return {"unshare",
-            "--mount",
-            "sh",
-            "-c",
-            R"(mount --bind "$0" "$1" && shift && exec "$@")",
-            folder_.path().string(),
-            kSystemFolder};
+    std::vector<std::string> command = inMountNamespace(scratch_.path());
+    command.insert(command.end(), {"sh", "-c", R"(mount --bind "$0" "$1" && shift && exec "$@")",
+                                   folder_.path().string(), kSystemFolder});
+    return command;
 }
 
 std::optional<std::string> PrivateCertificates::obstacle() const {

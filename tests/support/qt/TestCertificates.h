@@ -38,6 +38,7 @@ public:
 
 private:
     TemporaryFolder folder_;
+    TemporaryFolder scratch_; ///< of the mount namespace
 };
 
 } // namespace mediaworker::test

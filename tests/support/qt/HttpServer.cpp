@@ -8,9 +8,6 @@
 #include <sstream>
 #include <thread>
 
-#include <poll.h>
-#include <sys/socket.h>
-
 namespace mediaworker::test {
 namespace {
 
@@ -36,24 +33,6 @@ HttpRequest parseRequest(const std::string& text) {
         }
     }
     return request;
-}
-
-/// Waits until `when`. False as soon as the client has gone.
-bool sleepWatching(int socket, steady_clock::time_point when) {
-    while (true) {
-        const auto rest =
-            std::max(std::chrono::nanoseconds(0), std::chrono::nanoseconds(when - steady_clock::now()));
-        const timespec limit = {.tv_sec = rest.count() / 1'000'000'000,
-                                .tv_nsec = rest.count() % 1'000'000'000};
-        pollfd watched = {.fd = socket, .events = POLLRDHUP, .revents = 0};
-        const int result = ::ppoll(&watched, 1, &limit, nullptr);
-        if (result > 0) {
-            return false;
-        }
-        if (rest.count() == 0) {
-            return true;
-        }
-    }
 }
 
 } // namespace
@@ -226,7 +205,7 @@ std::uint16_t HttpServer::port() const noexcept {
 }
 
 std::string HttpServer::url(const std::string& path) const {
-    const std::string host = options_.certificates != nullptr ? "https://localhost:" : "http://127.0.0.1:";
+    const std::string host = options_.certificates != nullptr ? "https://127.0.0.1:" : "http://127.0.0.1:";
     return host + std::to_string(port()) + path;
 }
 
@@ -245,7 +224,7 @@ void HttpServer::stop() {
 
 void HttpServer::serve(int socket) {
     if (options_.sendBufferBytes > 0) {
-        ::setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &options_.sendBufferBytes, sizeof(int));
+        setSendBufferBytes(socket, options_.sendBufferBytes);
     }
     const std::unique_ptr<Transport> transport = makeTransport(socket, options_.certificates);
     const std::string header = transport ? transport->receiveHeader() : std::string();

@@ -1,48 +1,13 @@
 #include "support/qt/TcpServer.h"
 
-#include <cerrno>
 #include <iterator>
-#include <system_error>
 #include <tuple>
 #include <utility>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 namespace mediaworker::test {
-namespace {
-
-sockaddr_in loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-/// A socket bound to a free port, and that port.
-std::pair<Descriptor, std::uint16_t> boundSocket() {
-    Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address = loopback(0);
-    socklen_t size = sizeof address;
-    auto* general = reinterpret_cast<sockaddr*>(&address);
-    if (socket.get() < 0 || ::bind(socket.get(), general, sizeof address) != 0 ||
-        ::getsockname(socket.get(), general, &size) != 0) {
-        throw std::system_error(errno, std::generic_category(), "no free port");
-    }
-    return {std::move(socket), ntohs(address.sin_port)};
-}
-
-} // namespace
-
 TcpServer::TcpServer(Handler handler) : handler_(std::move(handler)) {
     std::tie(listener_, port_) = boundSocket();
-    if (::listen(listener_.get(), 64) != 0) {
-        throw std::system_error(errno, std::generic_category(), "listen");
-    }
+    startListening(listener_.get());
     acceptor_ = std::thread([this] { acceptConnections(); });
 }
 
@@ -55,11 +20,11 @@ void TcpServer::stop() {
         const std::lock_guard lock(mutex_);
         isStopping_ = true;
         for (const Connection& connection : connections_) {
-            ::shutdown(connection.socket.get(), SHUT_RDWR);
+            shutdownBoth(connection.socket.get());
         }
     }
-    ::shutdown(listener_.get(), SHUT_RDWR);
     if (acceptor_.joinable()) {
+        stopListening(listener_.get(), port_);
         acceptor_.join();
     }
     // The acceptor was the only one to add connections.
@@ -72,7 +37,7 @@ void TcpServer::stop() {
 
 void TcpServer::acceptConnections() {
     while (true) {
-        Descriptor socket(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        Socket socket = acceptConnection(listener_.get());
         joinDone();
         const std::lock_guard lock(mutex_);
         if (isStopping_) {
@@ -81,8 +46,6 @@ void TcpServer::acceptConnections() {
         if (socket.get() < 0) {
             continue;
         }
-        const int on = 1;
-        ::setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         Connection& connection = connections_.emplace_back();
         connection.socket = std::move(socket);
         connection.thread = std::thread([this, &connection] {
@@ -115,24 +78,10 @@ RefusingPort::RefusingPort() {
     std::tie(socket_, port_) = boundSocket();
 }
 
-Descriptor connectToLoopback(std::uint16_t port) {
-    Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const sockaddr_in address = loopback(port);
-    if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        return Descriptor();
-    }
-    const int on = 1;
-    ::setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    return socket;
-}
-
 bool sendAll(int socket, const void* data, std::size_t size) {
     const auto* next = static_cast<const char*>(data);
     while (size > 0) {
-        const ssize_t sent = ::send(socket, next, size, MSG_NOSIGNAL);
-        if (sent < 0 && errno == EINTR) {
-            continue;
-        }
+        const std::ptrdiff_t sent = sendSome(socket, next, size);
         if (sent <= 0) {
             return false;
         }
@@ -145,10 +94,7 @@ bool sendAll(int socket, const void* data, std::size_t size) {
 bool receiveAll(int socket, void* data, std::size_t size) {
     auto* next = static_cast<char*>(data);
     while (size > 0) {
-        const ssize_t received = ::recv(socket, next, size, 0);
-        if (received < 0 && errno == EINTR) {
-            continue;
-        }
+        const std::ptrdiff_t received = receiveSome(socket, next, size);
         if (received <= 0) {
             return false;
         }

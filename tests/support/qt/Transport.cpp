@@ -1,28 +1,20 @@
+#include "support/qt/Transport.h"
 #include "support/qt/TcpServer.h"
 #include "support/qt/TestCertificates.h"
-#include "support/qt/Transport.h"
 
 #include <QSslCertificate>
 #include <QSslKey>
 #include <QSslSocket>
 
-#include <sys/socket.h>
-#include <unistd.h>
+#include <chrono>
 
 namespace mediaworker::test {
 namespace {
 
-/// The next close of the socket makes the peer see a reset.
-void lingerForNoTime(int socket) {
-    const linger option = {.l_onoff = 1, .l_linger = 0};
-    ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &option, sizeof option);
-}
-
 void waitForPeerToClose(int socket) {
-    const timeval limit = {.tv_sec = 1, .tv_usec = 0};
-    ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    setReceiveTimeout(socket, std::chrono::seconds(1));
     char ignored[512];
-    while (::recv(socket, ignored, sizeof ignored, 0) > 0) {
+    while (receiveSome(socket, ignored, sizeof ignored) > 0) {
     }
 }
 
@@ -33,7 +25,7 @@ public:
     std::string receiveHeader() override { return receiveHttpHeader(socket_); }
     bool send(const void* data, std::size_t size) override { return sendAll(socket_, data, size); }
     void finish() override {
-        ::shutdown(socket_, SHUT_WR);
+        shutdownSending(socket_);
         waitForPeerToClose(socket_);
     }
     void reset() override { isReset_ = true; }
@@ -53,9 +45,7 @@ private:
 class TlsTransport final : public Transport {
 public:
     /// Takes a duplicate, since QSslSocket closes what it is given.
-    explicit TlsTransport(int socket) : original_(socket) {
-        tls_.setSocketDescriptor(::dup(socket)); // NOLINT(android-cloexec-dup)
-    }
+    explicit TlsTransport(int socket) : original_(socket) { tls_.setSocketDescriptor(duplicate(socket)); }
 
     bool handshake(const TestCertificates& certificates) {
         tls_.setLocalCertificateChain(QSslCertificate::fromPath(

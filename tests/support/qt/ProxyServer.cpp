@@ -2,32 +2,24 @@
 
 #include <QByteArray>
 
-#include <array>
 #include <sstream>
 #include <string_view>
 #include <utility>
-
-#include <poll.h>
-#include <sys/socket.h>
 
 namespace mediaworker::test {
 namespace {
 
 /// Copies in both directions until one side ends.
 void relay(int a, int b) {
-    std::array<pollfd, 2> watched = {pollfd{.fd = a, .events = POLLIN, .revents = 0},
-                                     pollfd{.fd = b, .events = POLLIN, .revents = 0}};
     std::vector<char> buffer(65536);
-    while (::poll(watched.data(), watched.size(), -1) > 0) {
-        for (std::size_t from = 0; from < 2; ++from) {
-            if (watched[from].revents == 0) {
-                continue;
-            }
-            const ssize_t received = ::recv(watched[from].fd, buffer.data(), buffer.size(), 0);
-            if (received <= 0 ||
-                !sendAll(watched[1 - from].fd, buffer.data(), static_cast<std::size_t>(received))) {
-                return;
-            }
+    const auto pass = [&buffer](int from, int to) {
+        const std::ptrdiff_t received = receiveSome(from, buffer.data(), buffer.size());
+        return received > 0 && sendAll(to, buffer.data(), static_cast<std::size_t>(received));
+    };
+    while (true) {
+        const auto [fromA, fromB] = waitForEither(a, b);
+        if ((!fromA && !fromB) || (fromA && !pass(a, b)) || (fromB && !pass(b, a))) {
+            return;
         }
     }
 }
@@ -104,9 +96,9 @@ void ProxyServer::record(ProxyRequest request, bool wasServed) {
     requests_.push_back(std::move(request));
 }
 
-Descriptor ProxyServer::open(const ProxyRequest& request) {
+Socket ProxyServer::open(const ProxyRequest& request) {
     const auto known = hosts_.find(request.host);
-    return known != hosts_.end() ? connectToLoopback(known->second) : Descriptor();
+    return known != hosts_.end() ? connectToLoopback(known->second) : Socket();
 }
 
 void ProxyServer::serveHttp(int socket) {
@@ -136,7 +128,7 @@ void ProxyServer::serveHttp(int socket) {
             }
             continue; // the client comes again, on the same connection
         }
-        const Descriptor server = open(request);
+        const Socket server = open(request);
         record(request, server.get() >= 0);
         if (server.get() < 0) {
             static_cast<void>(sendText(socket, "HTTP/1.1 502 Host not known\r\nContent-Length: 0\r\n\r\n"));
@@ -223,7 +215,7 @@ void ProxyServer::serveSocks5(int socket) {
     if (!request) {
         return;
     }
-    const Descriptor server = open(*request);
+    const Socket server = open(*request);
     record(*request, server.get() >= 0);
     constexpr std::uint8_t kHostUnreachable = 4;
     const std::uint8_t status = server.get() >= 0 ? 0 : kHostUnreachable;
