@@ -2,6 +2,7 @@
 #include "Session.h"
 
 #include "support/ChildProcess.h"
+#include "support/MountNamespace.h"
 #include "support/qt/HttpServer.h"
 #include "support/qt/Pacing.h"
 
@@ -374,19 +375,15 @@ TEST_F(Export, ToAFullFileSystemEndsWithOne) {
     const std::filesystem::path small = folder_ / "small";
     std::filesystem::create_directory(small);
     // A file system of a given size that nobody else sees, and that goes with the worker.
+    const TemporaryFolder scratch;
     const auto withFileSystem = [&](const char* size) {
-        return QStringList{QStringLiteral("unshare"),
-                           QStringLiteral("--mount"),
-                           QStringLiteral("sh"),
-                           QStringLiteral("-c"),
-                           QStringLiteral(R"(mount -t tmpfs -o size="$0" none "$1" && shift && exec "$@")"),
-                           QString::fromLatin1(size),
-                           QString::fromStdString(small.string())};
+        std::vector<std::string> command = inMountNamespace(scratch.path());
+        command.insert(command.end(),
+                       {"sh", "-c", R"(mount -t tmpfs -o size="$0" none "$1" && shift && exec "$@")", size,
+                        small.string()});
+        return command;
     };
-    std::vector<std::string> attempt;
-    for (const QString& word : withFileSystem("16k")) {
-        attempt.push_back(word.toStdString());
-    }
+    std::vector<std::string> attempt = withFileSystem("16k");
     attempt.emplace_back("true");
     try {
         runCommand(attempt);
@@ -395,7 +392,11 @@ TEST_F(Export, ToAFullFileSystemEndsWithOne) {
     }
     server_.route("/clip.flv", pacedHandler(lasting(60s), {.speed = 0}));
     for (const char* size : {"4k", "100k", "600k"}) {
-        Recording recording({.prefix = withFileSystem(size)});
+        QStringList prefix;
+        for (const std::string& word : withFileSystem(size)) {
+            prefix << QString::fromStdString(word);
+        }
+        Recording recording({.prefix = prefix});
         recording.start(server_.url("/clip.flv"), small / "out.mp4", 60000);
         ASSERT_EQ(recording.waitForExit(), 1) << size << recording.logText();
         EXPECT_NE(recording.logText().find("No space left on device"), std::string::npos)
