@@ -3,18 +3,20 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include <sys/types.h>
-
 namespace mediaworker::test {
 
 /// A program that a test runs. It is killed when this object goes, and by the system when the thread that
 /// started it ends, so that a test that is killed leaves nothing behind. Not thread-safe.
+///
+/// On Windows under Wine, a name without folder and ending ("ffmpeg") is a program of the Linux system around
+/// it; it gets its whole input at closeInput(), and its path arguments as it knows them.
 class ChildProcess {
 public:
     struct Options {
@@ -42,14 +44,16 @@ public:
     std::optional<int> waitFor(std::chrono::milliseconds limit);
     [[nodiscard]] bool isRunning() { return !waitFor(std::chrono::milliseconds(0)); }
 
+    /// On Windows, any signal ends the program at once.
     void signal(int number);
+    /// Ends the program at once.
+    void kill();
 
-    [[nodiscard]] pid_t id() const noexcept { return pid_; }
+    [[nodiscard]] std::int64_t id() const noexcept;
 
 private:
-    pid_t pid_ = -1;
-    int input_ = -1; ///< our end of a socket pair; -1 when closed
-    std::optional<int> status_;
+    struct State;
+    std::unique_ptr<State> state_;
 };
 
 /// Runs a command to its end and gives its standard output. Throws std::runtime_error with what it wrote to

@@ -4,9 +4,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
 #include <string_view>
 #include <system_error>
 #include <thread>
@@ -62,7 +59,13 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 
 } // namespace
 
-ChildProcess::ChildProcess(const Options& options) {
+struct ChildProcess::State {
+    pid_t pid = -1;
+    int input = -1; ///< our end of a socket pair; -1 when closed
+    std::optional<int> status;
+};
+
+ChildProcess::ChildProcess(const Options& options) : state_(std::make_unique<State>()) {
     // Between fork and exec only calls that are safe in a signal handler: all else is prepared here.
     std::vector<std::string> arguments = options.command;
     std::vector<std::string> variables = mergedEnvironment(options.environment);
@@ -85,8 +88,8 @@ ChildProcess::ChildProcess(const Options& options) {
     Descriptor reportWrite(report[1]);
 
     const pid_t self = ::getpid();
-    pid_ = checked(::fork(), "fork");
-    if (pid_ == 0) {
+    state_->pid = checked(::fork(), "fork");
+    if (state_->pid == 0) {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (::getppid() != self) {
             ::_exit(127);
@@ -102,7 +105,7 @@ ChildProcess::ChildProcess(const Options& options) {
         static_cast<void>(!::write(reportWrite.get(), &code, sizeof code));
         ::_exit(127);
     }
-    input_ = ourEnd.release();
+    state_->input = ourEnd.release();
     ::close(reportWrite.release());
     int code = 0;
     if (::read(reportRead.get(), &code, sizeof code) == sizeof code) {
@@ -114,15 +117,15 @@ ChildProcess::ChildProcess(const Options& options) {
 
 ChildProcess::~ChildProcess() {
     closeInput();
-    if (!status_) {
-        ::kill(pid_, SIGKILL);
+    if (!state_->status) {
+        kill();
         static_cast<void>(wait());
     }
 }
 
 bool ChildProcess::write(std::span<const std::uint8_t> bytes) {
     while (!bytes.empty()) {
-        const ssize_t sent = ::send(input_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        const ssize_t sent = ::send(state_->input, bytes.data(), bytes.size(), MSG_NOSIGNAL);
         if (sent < 0 && errno == EINTR) {
             continue;
         }
@@ -135,88 +138,51 @@ bool ChildProcess::write(std::span<const std::uint8_t> bytes) {
 }
 
 void ChildProcess::closeInput() {
-    if (input_ >= 0) {
-        ::close(input_);
-        input_ = -1;
+    if (state_->input >= 0) {
+        ::close(state_->input);
+        state_->input = -1;
     }
 }
 
 int ChildProcess::wait() {
-    while (!status_) {
+    while (!state_->status) {
         int status = 0;
-        if (::waitpid(pid_, &status, 0) == pid_) {
-            status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        if (::waitpid(state_->pid, &status, 0) == state_->pid) {
+            state_->status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         } else if (errno != EINTR) {
-            status_ = -1;
+            state_->status = -1;
         }
     }
-    return *status_;
+    return *state_->status;
 }
 
 std::optional<int> ChildProcess::waitFor(std::chrono::milliseconds limit) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!status_) {
+    while (!state_->status) {
         int status = 0;
-        const pid_t ended = ::waitpid(pid_, &status, WNOHANG);
-        if (ended == pid_) {
-            status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        const pid_t ended = ::waitpid(state_->pid, &status, WNOHANG);
+        if (ended == state_->pid) {
+            state_->status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         } else if (std::chrono::steady_clock::now() >= deadline) {
             return std::nullopt;
         } else {
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
     }
-    return status_;
+    return state_->status;
+}
+
+void ChildProcess::kill() {
+    signal(SIGKILL);
+}
+
+std::int64_t ChildProcess::id() const noexcept {
+    return state_->pid;
 }
 
 void ChildProcess::signal(int number) {
-    if (!status_) {
-        ::kill(pid_, number);
-    }
-}
-
-std::string runCommand(const std::vector<std::string>& command,
-                       const std::vector<std::pair<std::string, std::string>>& environment) {
-    const TemporaryFolder folder;
-    ChildProcess process(
-        {.command = command, .environment = environment, .output = folder / "out", .errors = folder / "err"});
-    const int status = process.wait();
-    if (status != 0) {
-        std::string line;
-        for (const std::string& word : command) {
-            line += word + " ";
-        }
-        throw std::runtime_error(line + "ended with status " + std::to_string(status) + ": " +
-                                 readFile(folder / "err"));
-    }
-    return readFile(folder / "out");
-}
-
-TemporaryFolder::TemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "mediaworker-test-XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), name);
-    }
-    path_ = name;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
-
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        throw std::runtime_error("cannot read " + path.string());
-    }
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-void writeFile(const std::filesystem::path& path, std::string_view text) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    if (!out.write(text.data(), static_cast<std::streamsize>(text.size())) || !out.flush()) {
-        throw std::runtime_error("cannot write " + path.string());
+    if (!state_->status) {
+        ::kill(state_->pid, number);
     }
 }
 

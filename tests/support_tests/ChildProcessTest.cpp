@@ -35,12 +35,12 @@ TEST(ChildProcess, WritingToOneThatHasEndedFails) {
 }
 
 TEST(ChildProcess, IsKilledWithItsOwner) {
-    pid_t id = 0;
+    std::int64_t id = 0;
     {
         const ChildProcess sleeper({.command = {"sleep", "60"}});
         id = sleeper.id();
     }
-    EXPECT_EQ(::kill(id, 0), -1);
+    EXPECT_EQ(::kill(static_cast<pid_t>(id), 0), -1);
 }
 
 TEST(ChildProcess, SaysThatAProgramIsMissing) {

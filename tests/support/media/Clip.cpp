@@ -28,7 +28,7 @@ Input openInput(const std::filesystem::path& file) {
     // Edit lists would move the first decode time stamp below 0 when there are B-frames.
     av_dict_set(&options, "ignore_editlist", "1", 0);
     AVFormatContext* context = nullptr;
-    const int result = avformat_open_input(&context, file.c_str(), nullptr, &options);
+    const int result = avformat_open_input(&context, file.string().c_str(), nullptr, &options);
     av_dict_free(&options);
     if (result < 0) {
         throw std::runtime_error("readClip: cannot open " + file.string());

@@ -1,17 +1,12 @@
 #include "support/ChildProcess.h"
-#include "support/Descriptor.h"
+#include "support/FileLock.h"
 #include "support/media/Clip.h"
 #include "support/media/TestPicture.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <iomanip>
 #include <sstream>
 #include <stdexcept>
-#include <system_error>
-
-#include <fcntl.h>
-#include <sys/file.h>
 
 namespace mediaworker::test {
 namespace {
@@ -49,22 +44,6 @@ std::filesystem::path cacheFolder() {
     std::filesystem::create_directories(folder);
     return folder;
 }
-
-/// Held by one process at a time; the system lets go of it when the process dies.
-class FileLock {
-public:
-    explicit FileLock(const std::filesystem::path& path)
-        : descriptor_(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
-        if (descriptor_.get() < 0) {
-            throw std::system_error(errno, std::generic_category(), path.string());
-        }
-        while (::flock(descriptor_.get(), LOCK_EX) != 0 && errno == EINTR) {
-        }
-    }
-
-private:
-    Descriptor descriptor_;
-};
 
 std::vector<std::string> videoArguments(const ClipSpec& spec) {
     const bool isHevc = spec.codec == VideoCodec::Hevc;
