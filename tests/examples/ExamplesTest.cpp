@@ -1,0 +1,179 @@
+#include "support/ChildProcess.h"
+#include "support/media/Clip.h"
+#include "support/media/FlvStream.h"
+#include "support/media/TestPicture.h"
+#include "support/qt/HttpServer.h"
+#include "support/qt/Pacing.h"
+
+#include <QDir>
+#include <QImage>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <signal.h>
+
+namespace mediaworker::test {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr auto kLimit = 60s;
+constexpr int kFps = 25;
+
+/// A parent that reads after the message for picture N sees N, or N + 1, or what came while it was late
+/// itself: here up to a second.
+auto isPicture(int number) {
+    return testing::Optional(testing::AllOf(testing::Ge(number), testing::Lt(number + kFps)));
+}
+
+std::optional<int> numberOf(const std::filesystem::path& png) {
+    const QImage image = QImage(QString::fromStdString(png.string())).convertToFormat(QImage::Format_RGB32);
+    if (image.isNull()) {
+        return std::nullopt;
+    }
+    return readFrameNumber({image.constBits(), image.width(), image.height(), image.bytesPerLine()});
+}
+
+std::vector<std::string> linesBeginning(const std::filesystem::path& file, const std::string& begin) {
+    std::ifstream stream(file);
+    std::vector<std::string> found;
+    for (std::string line; std::getline(stream, line);) {
+        if (line.rfind(begin, 0) == 0) {
+            found.push_back(line);
+        }
+    }
+    return found;
+}
+
+std::vector<std::string> filesIn(const std::filesystem::path& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+/// A live stream of numbered pictures, and folders for what an example makes.
+class Example : public testing::Test {
+protected:
+    Example() {
+        ClipSpec spec;
+        spec.frames = 10 * kFps;
+        server_.route("/live.flv", pacedHandler(makeFlv(encode(spec)), {.burstMs = 1500}));
+        std::filesystem::create_directory(temporary());
+        std::filesystem::create_directory(pictures());
+    }
+
+    [[nodiscard]] std::filesystem::path temporary() const { return folder_ / "tmp"; }
+    [[nodiscard]] std::filesystem::path pictures() const { return folder_ / "pictures"; }
+    [[nodiscard]] std::filesystem::path output() const { return folder_ / "output"; }
+    [[nodiscard]] std::filesystem::path errors() const { return folder_ / "errors"; }
+    [[nodiscard]] std::string said() const { return readFile(output()) + readFile(errors()); }
+
+    std::unique_ptr<ChildProcess> start(const std::vector<std::string>& command) {
+        const std::string path =
+            std::filesystem::path(MEDIAWORKER_PROGRAM).parent_path().string() + ":" + std::getenv("PATH");
+        return std::make_unique<ChildProcess>(
+            ChildProcess::Options{.command = command,
+                                  .environment = {{"PATH", path}, {"TMPDIR", temporary().string()}},
+                                  .output = output(),
+                                  .errors = errors()});
+    }
+    std::optional<int> run(const std::vector<std::string>& command) {
+        return start(command)->waitFor(kLimit);
+    }
+
+    TemporaryFolder folder_;
+    HttpServer server_;
+};
+
+TEST_F(Example, MinimalIsBuiltAgainstTheInstalledPackage) {
+    const std::string prefix = (folder_ / "prefix").string();
+    const std::string build = (folder_ / "build").string();
+    runCommand(
+        {CMAKE_PROGRAM, "--install", MEDIAWORKER_BUILD_FOLDER, "--component", "dev", "--prefix", prefix});
+    runCommand({CMAKE_PROGRAM, "-S", EXAMPLES_FOLDER "/minimal", "-B", build, "-G", CMAKE_GENERATOR_NAME,
+                "-DCMAKE_PREFIX_PATH=" + prefix, "-DCMAKE_CXX_COMPILER=" CXX_COMPILER,
+                "-DCMAKE_EXE_LINKER_FLAGS=" SANITIZER_FLAGS,
+                "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Werror " SANITIZER_FLAGS});
+    runCommand({CMAKE_PROGRAM, "--build", build});
+
+    const std::filesystem::path png = pictures() / "25th.png";
+    ASSERT_EQ(run({build + "/minimal", server_.url("/live.flv"), png.string()}), 0) << said();
+    EXPECT_THAT(readFile(output()), HasSubstr("320x180 at 960 ms"));
+    EXPECT_THAT(numberOf(png), isPicture(24));
+    EXPECT_THAT(filesIn(temporary()), IsEmpty());
+}
+
+class PythonExample : public Example {
+protected:
+    [[nodiscard]] std::vector<std::string> command(const std::vector<std::string>& arguments) const {
+        std::vector<std::string> all{PYTHON_PROGRAM, EXAMPLES_FOLDER "/python/watch.py",
+                                     server_.url("/live.flv")};
+        std::copy(arguments.begin(), arguments.end(), std::back_inserter(all));
+        return all;
+    }
+};
+
+TEST_F(PythonExample, SeesThePicturesInOrderAndSavesThem) {
+    ASSERT_EQ(run(command({"--pictures", "60", "--save", pictures().string()})), 0) << said();
+    const auto frames = linesBeginning(output(), "frame ");
+    ASSERT_EQ(frames.size(), 60U) << said();
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        EXPECT_THAT(frames[i], testing::StartsWith("frame " + std::to_string(i * 40) + " 320x180 bgr "));
+    }
+    EXPECT_THAT(linesBeginning(output(), "exit code"), ElementsAre("exit code 0 60 pictures"));
+    ASSERT_THAT(filesIn(pictures()), ElementsAre("0.png", "1000.png", "2000.png"));
+    for (const int number : {0, 25, 50}) {
+        const auto png = pictures() / (std::to_string(number * 40) + ".png");
+        EXPECT_THAT(numberOf(png), isPicture(number));
+    }
+    EXPECT_THAT(filesIn(temporary()), IsEmpty());
+}
+
+// They are asked for in one go.
+TEST_F(PythonExample, SendsOneCommandForEachAcknowledgement) {
+    ASSERT_EQ(run(command({"--pictures", "30", "--commands", "volume:50", "pause", "resume", "stop-audio"})),
+              0)
+        << said();
+    const std::string line = "log Command from parent process: ";
+    EXPECT_THAT(linesBeginning(output(), line),
+                ElementsAre(line + "\\x05", line + "\\x06", line + "\\x07", line + "\\t"));
+    EXPECT_THAT(linesBeginning(output(), "log ko_player::Player::setPause"),
+                ElementsAre(HasSubstr("paused: 1"), HasSubstr("paused: 0")));
+}
+
+TEST_F(PythonExample, SurvivesAWorkerThatIsKilled) {
+    const auto parent = start(command({}));
+    for (int i = 0; i < 600 && linesBeginning(output(), "frame ").size() < 5; ++i) {
+        ASSERT_FALSE(parent->waitFor(100ms)) << said();
+    }
+    const auto connected = linesBeginning(output(), "connected ");
+    ASSERT_EQ(connected.size(), 1U) << said();
+    ASSERT_EQ(::kill(std::stoi(connected[0].substr(sizeof("connected ") - 1)), SIGKILL), 0);
+    EXPECT_EQ(parent->waitFor(kLimit), 0) << said();
+    EXPECT_THAT(linesBeginning(output(), "killed"), testing::SizeIs(1)) << said();
+    EXPECT_THAT(filesIn(temporary()), IsEmpty());
+}
+
+TEST_F(PythonExample, SaysThatThereIsNoWorker) {
+    EXPECT_EQ(run(command({"--worker", "/nowhere/mediaworker"})), 1) << said();
+    EXPECT_THAT(said(), HasSubstr("watch.py: "));
+    EXPECT_THAT(filesIn(temporary()), IsEmpty());
+}
+
+} // namespace
+} // namespace mediaworker::test
