@@ -1,0 +1,159 @@
+#include "parent/FrameChannel.h"
+#include "parent/Message.h"
+#include "parent/MessageReader.h"
+
+#include <QFile>
+#include <QRegularExpression>
+#include <QStringList>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <set>
+#include <vector>
+
+using namespace mediaworker::parent;
+
+namespace {
+
+/// The numbers of a text in the order in which they stand; commas group digits.
+std::vector<qint64> numbersIn(const QString& text) {
+    static const QRegularExpression number(QStringLiteral("-?[0-9][0-9,]*"));
+    std::vector<qint64> found;
+    for (auto match = number.globalMatch(text); match.hasNext();) {
+        found.push_back(match.next().captured().remove(u',').toLongLong());
+    }
+    return found;
+}
+
+/// A packet as the page shows it, and what it says there about it.
+struct Example {
+    QByteArray packet;
+    QString words;
+};
+
+QString page() {
+    QFile file(QStringLiteral(PROTOCOL_PAGE));
+    if (!file.open(QIODevice::ReadOnly)) {
+        return {};
+    }
+    return QString::fromUtf8(file.readAll());
+}
+
+/// Lines of code blocks that have words and then at least three bytes, or (in the dialogue) an arrow, bytes
+/// and words.
+std::vector<Example> examples() {
+    static const QRegularExpression list(
+        QStringLiteral("^    (\\S.*?)  +((?:[0-9a-f]{2} +){2,}[0-9a-f]{2})$"),
+        QRegularExpression::MultilineOption);
+    static const QRegularExpression dialogue(
+        QStringLiteral("^    [<>]  ((?:[0-9a-f]{2} +){2,}[0-9a-f]{2})  +(\\S.*)$"),
+        QRegularExpression::MultilineOption);
+    const QString text = page();
+    std::vector<Example> found;
+    for (auto match = list.globalMatch(text); match.hasNext();) {
+        const auto line = match.next();
+        found.push_back({QByteArray::fromHex(line.captured(2).toLatin1()), line.captured(1)});
+    }
+    for (auto match = dialogue.globalMatch(text); match.hasNext();) {
+        const auto line = match.next();
+        found.push_back({QByteArray::fromHex(line.captured(1).toLatin1()), line.captured(2)});
+    }
+    return found;
+}
+
+/// What a worker's message says, in the page's words.
+std::optional<Message> messageOf(const QString& words) {
+    const std::vector<qint64> n = numbersIn(words);
+    if (words.startsWith(QStringLiteral("connected")) && n.size() == 1) {
+        return Connected{n[0]};
+    }
+    if (words.startsWith(QStringLiteral("frame")) && n.size() == 1) {
+        return FrameShown{n[0]};
+    }
+    if (words.startsWith(QStringLiteral("fragment")) && n.size() == 2) {
+        return Fragment{n[0], n[1]};
+    }
+    if (words.startsWith(QStringLiteral("absolute time")) && n.size() == 1) {
+        return AbsoluteTime{n[0]};
+    }
+    if (words.startsWith(QStringLiteral("format"))) {
+        return FormatChanged{};
+    }
+    if (words.startsWith(QStringLiteral("progress")) && n.size() == 1) {
+        return Progress{static_cast<int>(n[0])};
+    }
+    return std::nullopt;
+}
+
+/// The packet of a command, in the page's words.
+std::optional<QByteArray> commandOf(const QString& words) {
+    const std::vector<qint64> n = numbersIn(words);
+    if (words.startsWith(QStringLiteral("volume")) && n.size() == 1) {
+        return encodeVolume(static_cast<std::uint32_t>(n[0]));
+    }
+    if (words == QStringLiteral("pause")) {
+        return encodePacket(MessageType::Pause);
+    }
+    if (words == QStringLiteral("resume")) {
+        return encodePacket(MessageType::Resume);
+    }
+    if (words == QStringLiteral("stop audio")) {
+        return encodePacket(MessageType::StopAudio);
+    }
+    return std::nullopt;
+}
+
+TEST(ProtocolPage, ShowsEveryPacketAsItIs) {
+    std::set<int> shown;
+    for (const Example& example : examples()) {
+        SCOPED_TRACE(example.words.toStdString() + ": " + example.packet.toHex(' ').toStdString());
+        shown.insert(static_cast<unsigned char>(example.packet[0]));
+        if (const auto command = commandOf(example.words)) {
+            EXPECT_EQ(*command, example.packet);
+            continue;
+        }
+        const auto message = messageOf(example.words);
+        ASSERT_TRUE(message) << "the test does not know these words";
+        MessageReader reader;
+        reader.feed(example.packet);
+        EXPECT_EQ(reader.next(), message);
+        EXPECT_EQ(reader.bufferedBytes(), 0);
+    }
+    EXPECT_THAT(shown, testing::ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9));
+}
+
+TEST(ProtocolPage, ShowsThePacketThatMeansNothing) {
+    const QByteArray nothing = QByteArray::fromHex("05010000");
+    EXPECT_TRUE(page().contains(QStringLiteral("`05 01 00 00`")));
+    EXPECT_EQ(nothing, encodePacket(MessageType::Volume, QByteArray(1, '\0')));
+}
+
+TEST(ProtocolPage, ShowsTheNativeNameOfASemaphore) {
+    static const QRegularExpression example(
+        QStringLiteral("channel `([^`]+)`:\n\n    (qipc_systemsem_\\S+)\n"));
+    const auto found = example.match(page());
+    ASSERT_TRUE(found.hasMatch());
+    EXPECT_EQ(found.captured(2), SharedLock::nativeName(found.captured(1)));
+}
+
+TEST(ProtocolPage, ShowsAFrameFile) {
+    static const QRegularExpression example(
+        QStringLiteral("^    ((?:[0-9a-f]{2} +){15}[0-9a-f]{2})  +and 64 more bytes$"),
+        QRegularExpression::MultilineOption);
+    const auto found = example.match(page());
+    ASSERT_TRUE(found.hasMatch());
+    FrameChannel channel;
+    QFile file(channel.filePath());
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(QByteArray::fromHex(found.captured(1).toLatin1()) + QByteArray(64, '\0'));
+    file.close();
+    const auto picture = channel.read();
+    ASSERT_TRUE(picture);
+    EXPECT_EQ(picture->size(), QSize(2, 1));
+    EXPECT_EQ(picture->pixel(0, 0), qRgb(255, 0, 0));
+    EXPECT_EQ(picture->pixel(1, 0), qRgb(0, 0, 255));
+}
+
+} // namespace
