@@ -1,0 +1,299 @@
+#include "tools/ctl/Arguments.h"
+
+#include <QCommandLineParser>
+#include <QDir>
+#include <QUrl>
+
+#include <cmath>
+#include <limits>
+#include <utility>
+
+namespace mediaworker::ctl {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr char kProgram[] = "mediaworker-ctl";
+
+/// Thrown and caught in this file only.
+struct Refusal {
+    QString why;
+};
+
+QString programName() {
+    return QString::fromLatin1(kProgram);
+}
+
+QCommandLineOption option(const char* name, const char* value, const QString& description) {
+    return {QString::fromLatin1(name), description, QString::fromLatin1(value)};
+}
+
+QCommandLineOption helpOption() {
+    return {{QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Print this help.")};
+}
+
+QCommandLineOption jsonOption() {
+    return {QStringLiteral("json"), QStringLiteral("Print one JSON object per line, for scripts.")};
+}
+
+QCommandLineOption workerOption() {
+    return option("worker", "FILE",
+                  QStringLiteral("The worker's program file. Default: mediaworker beside this program, else "
+                                 "in the PATH."));
+}
+
+/// The parser's help with our own first line, which Qt would begin with the path of the program.
+QString helpOf(const QCommandLineParser& parser, const QString& usage) {
+    const QString text = parser.helpText();
+    return QStringLiteral("Usage: %1 %2").arg(programName(), usage) + text.mid(text.indexOf(u'\n'));
+}
+
+QString generalHelp() {
+    return QStringLiteral(
+               "Usage: %1 COMMAND ...\n"
+               "Plays or records a video stream in a worker process, without a window.\n"
+               "\n"
+               "Commands:\n"
+               "  play URL [options]                         Play a stream or a file, and tell how it goes.\n"
+               "  export URL FILE --duration S [options]     Record a stream into an MP4 file.\n"
+               "  help [COMMAND]                             Print the help of a command.\n"
+               "\n"
+               "Options:\n"
+               "  -h, --help     Print this help; behind a command, the command's.\n"
+               "  -v, --version  Print the version.\n"
+               "\n"
+               "Exit status: 0 if the job was done, 2 for wrong usage, 1 for anything else.\n")
+        .arg(programName());
+}
+
+std::optional<milliseconds> toDuration(const QString& text) {
+    bool isNumber = false;
+    const double seconds = text.toDouble(&isNumber);
+    // The worker takes milliseconds in 32 bits.
+    constexpr double kMaxSeconds = std::numeric_limits<qint32>::max() / 1000;
+    if (!isNumber || !(seconds >= 0) || seconds > kMaxSeconds) {
+        return std::nullopt;
+    }
+    return milliseconds(std::llround(seconds * 1000));
+}
+
+/// A number of seconds. @throws Refusal when it is none, or shorter than a millisecond.
+milliseconds durationOf(const QCommandLineParser& parser, const QCommandLineOption& option) {
+    const auto duration = toDuration(parser.value(option));
+    if (!duration || duration->count() == 0) {
+        throw Refusal{QStringLiteral("--%1 must be a number of seconds, such as 10 or 0.5")
+                          .arg(option.names().constFirst())};
+    }
+    return *duration;
+}
+
+/// @throws Refusal
+QStringList positional(const QCommandLineParser& parser, const QStringList& names) {
+    const QStringList values = parser.positionalArguments();
+    for (int i = 0; i < names.size(); ++i) {
+        if (values.value(i).isEmpty()) {
+            throw Refusal{QStringLiteral("%1 is missing").arg(names[i])};
+        }
+    }
+    if (values.size() > names.size()) {
+        throw Refusal{QStringLiteral("unexpected argument: %1").arg(values[names.size()])};
+    }
+    return values;
+}
+
+bool isWebUrl(const QString& text) {
+    const QUrl url(text);
+    const bool isWeb = url.scheme() == QStringLiteral("http") || url.scheme() == QStringLiteral("https");
+    return isWeb && !url.host().isEmpty();
+}
+
+/// The URL for the worker; a path becomes one. @throws Refusal
+QString playableUrl(const QString& text, const QString& folder) {
+    if (isWebUrl(text) || text.startsWith(QStringLiteral("file:"))) {
+        return text;
+    }
+    if (text.contains(QStringLiteral("://"))) {
+        throw Refusal{QStringLiteral("cannot play %1: only http, https and files").arg(text)};
+    }
+    const QString path = QDir(folder).absoluteFilePath(text);
+    // An absolute path on Windows begins with the drive.
+    return (path.startsWith(u'/') ? QStringLiteral("file://") : QStringLiteral("file:///")) + path;
+}
+
+/// @throws Refusal
+void takeProxy(const QCommandLineParser& parser, const QCommandLineOption& proxy,
+               const QCommandLineOption& proxyType, PlayCommand& command) {
+    command.proxyUrl = parser.value(proxy);
+    command.proxyType = parser.value(proxyType);
+    if (parser.isSet(proxy) && QUrl(command.proxyUrl).host().isEmpty()) {
+        throw Refusal{QStringLiteral("--proxy must be like http://[user:password@]host:port")};
+    }
+    if (!parser.isSet(proxyType)) {
+        return;
+    }
+    if (!parser.isSet(proxy)) {
+        throw Refusal{QStringLiteral("--proxy-type needs --proxy")};
+    }
+    if (command.proxyType != QStringLiteral("http") && command.proxyType != QStringLiteral("socks5")) {
+        throw Refusal{QStringLiteral("--proxy-type must be http or socks5")};
+    }
+}
+
+/// @throws Refusal
+Command parsePlay(const QStringList& arguments, const QString& folder) {
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Plays a stream or a file in a worker process and tells how it goes: one line per second, or one\n"
+        "that is written over again and again on a terminal. Ctrl-C ends it.\n"
+        "\n"
+        "The job is done when pictures were shown for as long as --seconds says; without it, when the\n"
+        "stream ended (or Ctrl-C was pressed) after at least one picture."));
+    const auto help = helpOption();
+    const auto seconds = option("seconds", "N",
+                                QStringLiteral("Watch for N seconds from the first picture, then end. "
+                                               "Pictures must still come by then."));
+    const auto snapshots = option("snapshots", "DIR",
+                                  QStringLiteral("Save pictures into this folder as PNG files; it is made."));
+    const auto every = option("every", "N",
+                              QStringLiteral("Seconds of the stream from one saved picture to the next. "
+                                             "Default: 1. The first picture is always saved."));
+    const auto volume =
+        option("volume", "P", QStringLiteral("Play the sound, at P percent (0 to 100). Default: no sound."));
+    const auto json = jsonOption();
+    const auto proxy =
+        option("proxy", "URL", QStringLiteral("Fetch through a proxy: http://[user:password@]host:port."));
+    const auto proxyType =
+        option("proxy-type", "TYPE", QStringLiteral("What the proxy is: http (the default) or socks5."));
+    const auto worker = workerOption();
+    parser.addOptions({help, seconds, snapshots, every, volume, json, proxy, proxyType, worker});
+    parser.addPositionalArgument(
+        QStringLiteral("URL"),
+        QStringLiteral("An FLV stream (http, https), or a file (file:///path, or a path)."));
+    if (!parser.parse(arguments)) {
+        throw Refusal{parser.errorText()};
+    }
+    if (parser.isSet(help)) {
+        return Information{helpOf(parser, QStringLiteral("play URL [options]"))};
+    }
+
+    PlayCommand command;
+    command.url = playableUrl(positional(parser, {QStringLiteral("the URL")}).constFirst(), folder);
+    if (parser.isSet(seconds)) {
+        command.duration = durationOf(parser, seconds);
+    }
+    if (parser.isSet(snapshots)) {
+        if (parser.value(snapshots).isEmpty()) {
+            throw Refusal{QStringLiteral("--snapshots needs a folder")};
+        }
+        command.snapshotFolder = QDir(folder).absoluteFilePath(parser.value(snapshots));
+    }
+    if (parser.isSet(every)) {
+        if (!parser.isSet(snapshots)) {
+            throw Refusal{QStringLiteral("--every needs --snapshots")};
+        }
+        command.snapshotInterval = durationOf(parser, every);
+    }
+    if (parser.isSet(volume)) {
+        bool isNumber = false;
+        const int percent = parser.value(volume).toInt(&isNumber);
+        if (!isNumber || percent < 0 || percent > 100) {
+            throw Refusal{QStringLiteral("--volume must be a number from 0 to 100")};
+        }
+        command.volumePercent = percent;
+    }
+    takeProxy(parser, proxy, proxyType, command);
+    command.worker = parser.value(worker);
+    command.isJson = parser.isSet(json);
+    return command;
+}
+
+/// @throws Refusal
+Command parseExport(const QStringList& arguments, const QString& folder) {
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Records a stream into an MP4 file, as it comes. FILE appears when it is complete, in place of what\n"
+        "was there; until then the recording is \"film.partial.mp4\" for \"film.mp4\". Ctrl-C cancels\n"
+        "the export and removes it."));
+    const auto help = helpOption();
+    const auto duration = option("duration", "S",
+                                 QStringLiteral("The expected length in seconds: what the progress is "
+                                                "measured against. A stream that ends sooner is complete "
+                                                "then; one without an end is cut ten seconds later."));
+    const auto timeout = option("timeout", "S",
+                                QStringLiteral("Give up when the progress stands still for S seconds; 0: "
+                                               "never. Default: 60 and a twentieth of the duration."));
+    const auto json = jsonOption();
+    const auto worker = workerOption();
+    parser.addOptions({help, duration, timeout, json, worker});
+    parser.addPositionalArgument(QStringLiteral("URL"), QStringLiteral("An FLV stream (http, https)."));
+    parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("The MP4 file to write."));
+    if (!parser.parse(arguments)) {
+        throw Refusal{parser.errorText()};
+    }
+    if (parser.isSet(help)) {
+        return Information{helpOf(parser, QStringLiteral("export URL FILE --duration S [options]"))};
+    }
+
+    const QStringList values =
+        positional(parser, {QStringLiteral("the URL"), QStringLiteral("the file to write")});
+    ExportCommand command;
+    command.url = values[0];
+    if (!isWebUrl(command.url)) {
+        throw Refusal{QStringLiteral("cannot export %1: only http and https").arg(command.url)};
+    }
+    command.file = QDir(folder).absoluteFilePath(values[1]);
+    if (!parser.isSet(duration)) {
+        throw Refusal{QStringLiteral("--duration is missing")};
+    }
+    command.duration = durationOf(parser, duration);
+    command.patience = defaultPatience(command.duration);
+    if (parser.isSet(timeout)) {
+        const auto patience = toDuration(parser.value(timeout));
+        if (!patience) {
+            throw Refusal{QStringLiteral("--timeout must be a number of seconds")};
+        }
+        command.patience = *patience;
+    }
+    command.worker = parser.value(worker);
+    command.isJson = parser.isSet(json);
+    return command;
+}
+
+} // namespace
+
+std::chrono::milliseconds defaultPatience(std::chrono::milliseconds duration) {
+    return std::chrono::seconds(60) + duration / 20;
+}
+
+Command parseArguments(const QStringList& arguments, const QString& folder) {
+    QString command = arguments.value(1);
+    QStringList rest = arguments.mid(2);
+    if (command == QStringLiteral("--version") || command == QStringLiteral("-v")) {
+        return Information{QStringLiteral("%1 " MEDIAWORKER_VERSION "\n").arg(programName())};
+    }
+    if (command == QStringLiteral("--help") || command == QStringLiteral("-h")) {
+        return Information{generalHelp()};
+    }
+    if (command == QStringLiteral("help")) {
+        if (rest.isEmpty()) {
+            return Information{generalHelp()};
+        }
+        command = rest.constFirst();
+        rest = QStringList{QStringLiteral("--help")};
+    }
+    const bool isPlay = command == QStringLiteral("play");
+    if (!isPlay && command != QStringLiteral("export")) {
+        return Misuse{command.isEmpty() ? QStringLiteral("the command is missing")
+                                        : QStringLiteral("unknown command: %1").arg(command),
+                      QStringLiteral("--help")};
+    }
+    rest.prepend(programName());
+    try {
+        return isPlay ? parsePlay(rest, folder) : parseExport(rest, folder);
+    } catch (const Refusal& refusal) {
+        return Misuse{refusal.why, command + QStringLiteral(" --help")};
+    }
+}
+
+} // namespace mediaworker::ctl

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QObject>
+
+#include <memory>
+
+namespace mediaworker::ctl {
+
+/// Hears when the user wants this program to end: Ctrl-C, and what else ends programs in an orderly way. One
+/// at a time; belongs to the main thread.
+class Interruption : public QObject {
+    Q_OBJECT
+
+public:
+    Interruption();
+    Interruption(const Interruption&) = delete;
+    Interruption& operator=(const Interruption&) = delete;
+    ~Interruption() override;
+
+    /// Ctrl-C goes to all processes of a terminal. Those that are started while an object of this class lives
+    /// do not hear it: they are ended in our own way.
+    class Shield {
+    public:
+        Shield();
+        Shield(const Shield&) = delete;
+        Shield& operator=(const Shield&) = delete;
+        ~Shield();
+
+    private:
+        struct State;
+        std::unique_ptr<State> state_;
+    };
+
+Q_SIGNALS:
+    void requested();
+
+private:
+    struct Platform;
+    std::unique_ptr<Platform> platform_;
+};
+
+} // namespace mediaworker::ctl

@@ -1,0 +1,63 @@
+#include "tools/ctl/Outcome.h"
+
+namespace mediaworker::ctl {
+
+namespace {
+
+// Exit codes of a worker whose input is at its end.
+constexpr int kEndOfFile = 2;
+constexpr int kEndOfStream = 3;
+constexpr int kLinkClosed = 0;
+
+double seconds(std::chrono::milliseconds duration) {
+    return std::chrono::duration<double>(duration).count();
+}
+
+} // namespace
+
+QStringList lastWords(const QStringList& log) {
+    constexpr int kLines = 3;
+    QStringList words;
+    for (int i = log.size() - 1; i >= 0 && words.size() < kLines; --i) {
+        if (!log[i].trimmed().isEmpty()) {
+            words.prepend(log[i]);
+        }
+    }
+    return words;
+}
+
+QString describe(const WorkerEnd& end) {
+    QString text = exitReason(end.mode, end.exitCode, end.crashed);
+    if (!end.crashed) {
+        text += QStringLiteral(" (exit code %1)").arg(end.exitCode);
+    }
+    if (!end.lastLines.isEmpty()) {
+        text += QStringLiteral("\n  its last words:\n    ") + end.lastLines.join(QStringLiteral("\n    "));
+    }
+    return text;
+}
+
+QString whyNotDone(const PlayEnd& end) {
+    const bool isAtEnd =
+        !end.worker.crashed && end.worker.exitCode == (end.isFile ? kEndOfFile : kEndOfStream);
+    if (end.frames == 0) {
+        return end.stop == PlayStop::Interruption
+                   ? QStringLiteral("interrupted before the first picture")
+                   : QStringLiteral("no picture was shown: ") + describe(end.worker);
+    }
+    if (end.stop != PlayStop::None) {
+        // It may have come to its end by itself in the same moment.
+        const bool isOrderly = isAtEnd || (!end.worker.crashed && end.worker.exitCode == kLinkClosed);
+        return isOrderly ? QString()
+                         : QStringLiteral("the worker did not end as it should: ") + describe(end.worker);
+    }
+    if (end.wanted) {
+        return QStringLiteral("the pictures ended after %1 of %2 seconds: ")
+                   .arg(seconds(end.watched), 0, 'f', 1)
+                   .arg(seconds(*end.wanted)) +
+               describe(end.worker);
+    }
+    return isAtEnd ? QString() : QStringLiteral("the worker ended: ") + describe(end.worker);
+}
+
+} // namespace mediaworker::ctl

@@ -1,0 +1,237 @@
+#include "tools/ctl/Player.h"
+
+#include "tools/ctl/Interruption.h"
+
+#include <QCoreApplication>
+#include <QDir>
+
+#include <utility>
+
+namespace mediaworker::ctl {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kEndWait = 5s;
+// A worker gives up by itself after 13 s without a picture; one that does not is broken.
+constexpr auto kLongestSilence = 20s;
+
+std::optional<double> inMilliseconds(std::optional<Intervals::Step> interval) {
+    if (!interval) {
+        return std::nullopt;
+    }
+    return std::chrono::duration<double, std::milli>(*interval).count();
+}
+
+} // namespace
+
+Player::Player(PlayCommand command, Console& console)
+    : command_(std::move(command)), console_(console), snapshotRule_(command_.snapshotInterval) {
+    using parent::WorkerProcess;
+    worker_.setProgram(command_.worker);
+    connect(&worker_, &WorkerProcess::connected, this, [this](qint64 pid) {
+        monitor_.connected();
+        console_.report(Connected{pid});
+        if (command_.volumePercent) {
+            worker_.setVolume(*command_.volumePercent);
+        }
+    });
+    connect(&worker_, &WorkerProcess::frame, this, &Player::onFrame);
+    connect(&worker_, &WorkerProcess::formatChanged, this, [this] { isSizeNew_ = true; });
+    connect(&worker_, &WorkerProcess::absoluteTime, this,
+            [this](qint64 value) { monitor_.absoluteTime(value); });
+    connect(&worker_, &WorkerProcess::finished, this, &Player::onFinished);
+    connect(&worker_, &WorkerProcess::startFailed, this, [this](const QString& why) {
+        end(QStringLiteral("the worker cannot be started: ") + why, std::nullopt);
+    });
+    connect(&worker_, &WorkerProcess::connectTimedOut, this,
+            [this] { giveUp(QStringLiteral("the worker does not connect")); });
+    connect(&writer_, &PictureWriter::written, this, &Player::onWritten);
+    connect(&ticks_, &QTimer::timeout, this, &Player::tick);
+    durationTimer_.setSingleShot(true);
+    durationTimer_.setTimerType(Qt::PreciseTimer);
+    connect(&durationTimer_, &QTimer::timeout, this, &Player::onDurationOver);
+    endTimer_.setSingleShot(true);
+    connect(&endTimer_, &QTimer::timeout, this,
+            [this] { giveUp(QStringLiteral("the worker does not end")); });
+}
+
+void Player::start() {
+    if (!command_.snapshotFolder.isEmpty() && !QDir().mkpath(command_.snapshotFolder)) {
+        end(QStringLiteral("cannot make the folder ") + command_.snapshotFolder, std::nullopt);
+        return;
+    }
+    lastSignAt_ = Clock::now();
+    monitor_.started(lastSignAt_);
+    const parent::StreamJob job{command_.url, command_.proxyUrl, command_.proxyType};
+    const Interruption::Shield shield;
+    if (!worker_.start(job)) {
+        end(worker_.errorString(), std::nullopt);
+        return;
+    }
+    ticks_.start(console_.progressInterval());
+}
+
+void Player::interrupt() {
+    if (stop_ == PlayStop::Interruption) {
+        worker_.kill();
+        return;
+    }
+    stop(PlayStop::Interruption);
+}
+
+void Player::onFrame(qint64 ptsMs) {
+    if (stop_ != PlayStop::None) {
+        return;
+    }
+    const auto now = Clock::now();
+    const bool isFirst = monitor_.frames() == 0;
+    if (!isFirst) {
+        intervals_.add(now - lastFrameAt_);
+    }
+    monitor_.frame(now, ptsMs);
+    lastFrameAt_ = now;
+    lastSignAt_ = now;
+    if (isFirst) {
+        firstFrameAt_ = now;
+        if (command_.duration) {
+            durationTimer_.start(*command_.duration);
+        }
+    }
+    takePicture(ptsMs);
+    if (isFirst) {
+        console_.report(FirstPicture{monitor_.timeToFirstPicture().value_or(0ms), size_, ptsMs});
+    }
+    if (isDurationOver_) {
+        stop(PlayStop::Duration);
+    }
+}
+
+void Player::takePicture(qint64 ptsMs) {
+    const bool isWanted = !command_.snapshotFolder.isEmpty() && snapshotRule_.take(ptsMs);
+    if (isWanted) {
+        const QString file = QDir(command_.snapshotFolder).filePath(snapshotRule_.fileName());
+        if (const auto picture = worker_.frames()->read()) {
+            size_ = picture->size();
+            writer_.write(*picture, file, ptsMs);
+        } else {
+            snapshotProblem_ = QStringLiteral("there is no picture to save as ") + file;
+        }
+    } else if (isSizeNew_) {
+        worker_.frames()->withPicture(
+            [this](const std::uint8_t* /*bgra*/, int width, int height) { size_ = QSize(width, height); });
+    }
+    isSizeNew_ = false;
+}
+
+void Player::onWritten(const QString& file, qint64 ptsMs, bool isGood) {
+    if (isGood) {
+        ++snapshots_;
+        console_.report(Snapshot{file, ptsMs});
+    } else {
+        snapshotProblem_ = QStringLiteral("cannot save ") + file;
+    }
+}
+
+// A stream that stands still now has to go on first.
+void Player::onDurationOver() {
+    if (monitor_.state(Clock::now()) == parent::PlaybackState::Playing) {
+        stop(PlayStop::Duration);
+    } else {
+        isDurationOver_ = true;
+    }
+}
+
+void Player::tick() {
+    const auto now = Clock::now();
+    if (console_.isBroken()) {
+        giveUp(QStringLiteral("nobody reads what is printed"));
+        return;
+    }
+    if (now - lastSignAt_ > kLongestSilence) {
+        giveUp(QStringLiteral("no picture for %1 seconds, and the worker does not end")
+                   .arg(std::chrono::seconds(kLongestSilence).count()));
+        return;
+    }
+    if (!snapshotProblem_.isEmpty()) {
+        giveUp(snapshotProblem_);
+        return;
+    }
+    if (stop_ == PlayStop::None && monitor_.frames() > 0) {
+        console_.report(PlayProgress{monitor_.state(now), monitor_.frames(), monitor_.framesPerSecond(now),
+                                     monitor_.positionMs().value_or(0), monitor_.delayMs(now),
+                                     monitor_.absoluteTimeMs()});
+    }
+}
+
+void Player::stop(PlayStop why) {
+    if (isDone_) {
+        return;
+    }
+    // The user's wish does not undo what was done already.
+    if (stop_ == PlayStop::None) {
+        stop_ = why;
+    }
+    durationTimer_.stop();
+    ticks_.stop();
+    if (!worker_.isConnected()) {
+        worker_.kill(); // it would not notice
+    }
+    worker_.disconnectLink();
+    endTimer_.start(kEndWait);
+}
+
+void Player::onFinished(int exitCode, bool crashed) {
+    monitor_.ended();
+    PlayEnd result;
+    result.worker = {parent::WorkerMode::Stream, exitCode, crashed, lastWords(worker_.recentLog())};
+    result.stop = stop_;
+    result.isFile = command_.url.startsWith(QStringLiteral("file"));
+    result.frames = monitor_.frames();
+    result.wanted = command_.duration;
+    result.watched = std::chrono::duration_cast<std::chrono::milliseconds>(watched());
+    end(whyNotDone(result), result.worker);
+}
+
+void Player::giveUp(const QString& problem) {
+    const QStringList words = lastWords(worker_.recentLog());
+    end(words.isEmpty() ? problem
+                        : QStringLiteral("%1; the worker's last words:\n    %2")
+                              .arg(problem, words.join(QStringLiteral("\n    "))),
+        std::nullopt);
+}
+
+void Player::end(QString problem, const std::optional<WorkerEnd>& worker) {
+    if (std::exchange(isDone_, true)) {
+        return;
+    }
+    ticks_.stop();
+    durationTimer_.stop();
+    endTimer_.stop();
+    worker_.kill();
+    monitor_.ended();
+    writer_.flush();
+    QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
+    if (problem.isEmpty()) {
+        problem = snapshotProblem_;
+    }
+
+    PlaySummary summary;
+    summary.frames = monitor_.frames();
+    summary.size = size_;
+    summary.watched = watched();
+    summary.intervalMedianMs = inMilliseconds(intervals_.median());
+    summary.intervalLongestMs = inMilliseconds(intervals_.longest());
+    summary.delayMs = monitor_.delayMs(Clock::now());
+    summary.snapshots = snapshots_;
+    Ended ended{summary, problem, std::nullopt, {}};
+    if (worker) {
+        ended.exitCode = worker->crashed ? std::nullopt : std::optional(worker->exitCode);
+        ended.reason = exitReason(worker->mode, worker->exitCode, worker->crashed);
+    }
+    console_.report(ended);
+    Q_EMIT done(problem);
+}
+
+} // namespace mediaworker::ctl

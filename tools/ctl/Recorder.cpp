@@ -1,0 +1,177 @@
+#include "tools/ctl/Recorder.h"
+
+#include "tools/ctl/Interruption.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <utility>
+
+namespace mediaworker::ctl {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kEndWait = 5s;
+
+// QFile does not rename onto a file that exists.
+bool replaceFile(const QString& from, const QString& to) {
+    return (!QFile::exists(to) || QFile::remove(to)) && QFile::rename(from, to);
+}
+
+} // namespace
+
+QString partialPath(const QString& file) {
+    const QFileInfo info(file);
+    return QDir(info.absolutePath()).filePath(info.completeBaseName() + QStringLiteral(".partial.mp4"));
+}
+
+Recorder::Recorder(ExportCommand command, Console& console)
+    : command_(std::move(command)), partial_(partialPath(command_.file)), console_(console) {
+    using parent::WorkerProcess;
+    worker_.setProgram(command_.worker);
+    connect(&worker_, &WorkerProcess::connected, this,
+            [this](qint64 pid) { console_.report(Connected{pid}); });
+    connect(&worker_, &WorkerProcess::progress, this, [this](int percent) {
+        percent_ = percent;
+        if (patience_.isActive()) {
+            patience_.start();
+        }
+    });
+    connect(&worker_, &WorkerProcess::finished, this, &Recorder::onFinished);
+    connect(&worker_, &WorkerProcess::startFailed, this, [this](const QString& why) {
+        end(QStringLiteral("the worker cannot be started: ") + why, std::nullopt);
+    });
+    connect(&worker_, &WorkerProcess::connectTimedOut, this,
+            [this] { giveUp(QStringLiteral("the worker does not connect")); });
+    connect(&ticks_, &QTimer::timeout, this, &Recorder::tick);
+    patience_.setSingleShot(true);
+    connect(&patience_, &QTimer::timeout, this, [this] {
+        giveUp(QStringLiteral("the export stands still at %1 %; its recording was removed").arg(percent_));
+    });
+    endTimer_.setSingleShot(true);
+    connect(&endTimer_, &QTimer::timeout, this,
+            [this] { giveUp(QStringLiteral("the worker does not end")); });
+}
+
+void Recorder::start() {
+    if (QFileInfo(command_.file).isDir()) {
+        end(QStringLiteral("%1 is a folder").arg(command_.file), std::nullopt);
+        return;
+    }
+    startedAt_ = Clock::now();
+    QFile::remove(partial_); // what an earlier export left must not pass for this one's
+    const parent::ExportJob job{command_.url, static_cast<int>(command_.duration.count()), partial_};
+    const Interruption::Shield shield;
+    if (!worker_.start(job)) {
+        end(worker_.errorString(), std::nullopt);
+        return;
+    }
+    ticks_.start(console_.progressInterval());
+    if (command_.patience > 0ms) {
+        patience_.start(command_.patience);
+    }
+}
+
+void Recorder::interrupt() {
+    if (isDone_) {
+        return;
+    }
+    ticks_.stop();
+    patience_.stop();
+    if (std::exchange(isCancelled_, true) || !worker_.isConnected()) {
+        worker_.kill(); // it would not notice
+    }
+    worker_.disconnectLink();
+    endTimer_.start(kEndWait);
+}
+
+std::chrono::milliseconds Recorder::elapsed() const {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - startedAt_);
+}
+
+void Recorder::reportProgress() {
+    console_.report(ExportProgress{percent_, elapsed()});
+}
+
+void Recorder::tick() {
+    if (console_.isBroken()) {
+        giveUp(QStringLiteral("nobody reads what is printed; the recording was removed"));
+        return;
+    }
+    reportProgress();
+}
+
+void Recorder::onFinished(int exitCode, bool crashed) {
+    const WorkerEnd worker{parent::WorkerMode::Export, exitCode, crashed, lastWords(worker_.recentLog())};
+    // A slot that ends the worker finds the file itself.
+    if (!isDone_) {
+        end(takeResult(worker), worker);
+    }
+}
+
+/// Moves the file to its place, or removes what is of no use; gives what is wrong.
+QString Recorder::takeResult(const WorkerEnd& worker) {
+    const bool isComplete = !worker.crashed && worker.exitCode == 0;
+    if (isComplete) {
+        return replaceFile(partial_, command_.file)
+                   ? QString()
+                   : QStringLiteral("cannot write %1; the recording is %2").arg(command_.file, partial_);
+    }
+    if (isCancelled_) {
+        QFile::remove(partial_);
+        return QStringLiteral("cancelled; the recording was removed");
+    }
+    // A worker that ends by itself closes the file as well as it can; without that nobody can read it.
+    if (worker.crashed || QFileInfo(partial_).size() == 0) {
+        QFile::remove(partial_);
+    }
+    QString problem = QStringLiteral("the export failed: ") + describe(worker);
+    if (QFileInfo::exists(partial_)) {
+        problem += QStringLiteral("\n  what was recorded until then is ") + partial_;
+    }
+    return problem;
+}
+
+void Recorder::giveUp(const QString& problem) {
+    if (std::exchange(isDone_, true)) {
+        return;
+    }
+    const QStringList words = lastWords(worker_.recentLog());
+    worker_.kill();
+    worker_.waitForFinished(kEndWait); // it could write on
+    QFile::remove(partial_);
+    isDone_ = false;
+    end(words.isEmpty() ? problem
+                        : QStringLiteral("%1; the worker's last words:\n    %2")
+                              .arg(problem, words.join(QStringLiteral("\n    "))),
+        std::nullopt);
+}
+
+void Recorder::end(const QString& problem, const std::optional<WorkerEnd>& worker) {
+    if (std::exchange(isDone_, true)) {
+        return;
+    }
+    ticks_.stop();
+    patience_.stop();
+    endTimer_.stop();
+    Ended ended{ExportSummary{}, problem, std::nullopt, {}};
+    ExportSummary summary;
+    summary.elapsed = startedAt_ == Clock::time_point{} ? 0ms : elapsed();
+    if (problem.isEmpty()) {
+        reportProgress();
+        summary.file = command_.file;
+        summary.bytes = QFileInfo(command_.file).size();
+    }
+    ended.summary = summary;
+    if (worker) {
+        ended.exitCode = worker->crashed ? std::nullopt : std::optional(worker->exitCode);
+        ended.reason = exitReason(worker->mode, worker->exitCode, worker->crashed);
+    }
+    console_.report(ended);
+    Q_EMIT done(problem);
+}
+
+} // namespace mediaworker::ctl

@@ -1,0 +1,85 @@
+#pragma once
+
+#include "parent/PlaybackMonitor.h"
+
+#include <QByteArray>
+#include <QSize>
+#include <QString>
+
+#include <chrono>
+#include <optional>
+#include <variant>
+
+/// What is told about a job while it runs, as values, and the two forms that it is printed in.
+namespace mediaworker::ctl {
+
+struct Connected {
+    qint64 pid = 0;
+};
+
+struct FirstPicture {
+    std::chrono::milliseconds after{0}; ///< since the worker's start
+    QSize size = {};
+    qint64 positionMs = 0;
+};
+
+struct PlayProgress {
+    parent::PlaybackState state = parent::PlaybackState::Playing;
+    quint64 frames = 0;
+    double framesPerSecond = 0;
+    qint64 positionMs = 0;
+    qint64 delayMs = 0;
+    std::optional<qint64> absoluteTimeMs = {};
+};
+
+struct Snapshot {
+    QString file;
+    qint64 positionMs = 0;
+};
+
+struct ExportProgress {
+    int percent = 0;
+    std::chrono::milliseconds elapsed{0};
+};
+
+/// How the job went. What could not be measured is left out.
+struct PlaySummary {
+    quint64 frames = 0;
+    QSize size = {};
+    std::chrono::nanoseconds watched{0}; ///< from the first picture to the last
+    std::optional<double> intervalMedianMs = {};
+    std::optional<double> intervalLongestMs = {};
+    qint64 delayMs = 0;
+    int snapshots = 0;
+};
+
+struct ExportSummary {
+    QString file; ///< empty: there is none
+    qint64 bytes = 0;
+    std::chrono::milliseconds elapsed{0};
+};
+
+struct Ended {
+    std::variant<PlaySummary, ExportSummary> summary;
+    QString problem = {};             ///< empty: the job was done
+    std::optional<int> exitCode = {}; ///< the worker's; empty when it was killed or never ran
+    QString reason = {};              ///< in words
+};
+
+using Event = std::variant<Connected, FirstPicture, PlayProgress, Snapshot, ExportProgress, Ended>;
+
+/// Is soon replaced by a newer one of its kind.
+[[nodiscard]] bool isProgress(const Event& event);
+
+enum class ProgressForm {
+    Line, ///< stands by itself
+    Bar   ///< drawn, where a person looks
+};
+
+/// For people, without a newline at the end; empty when there is nothing to say. Problems are not part of it.
+[[nodiscard]] QString toText(const Event& event, ProgressForm form);
+
+/// One JSON object, without a newline.
+[[nodiscard]] QByteArray toJson(const Event& event);
+
+} // namespace mediaworker::ctl
