@@ -12,6 +12,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -32,8 +33,23 @@ StreamBase::StreamBase(const QString& channelName, const QString& serverName)
     createPrivateFile(file_.fileName());
     file_.open(QIODevice::ReadWrite); // a failure shows when the file is mapped
 
+    // Made by the thread that it lives on: where the link is a named pipe, Qt reads it on the thread that
+    // opened it, whatever thread the socket belongs to later.
+    std::promise<void> made;
+    connect(
+        &linkThread_, &QThread::started, this,
+        [this, &serverName, &made] {
+            openLink(serverName);
+            made.set_value();
+        },
+        Qt::DirectConnection);
+    linkThread_.setObjectName(QStringLiteral("link")); // the system's name for the thread
+    linkThread_.start();
+    made.get_future().wait();
+}
+
+void StreamBase::openLink(const QString& serverName) {
     link_ = std::make_unique<Corvane::Ipc::SocketHandler>(serverName, nullptr);
-    link_->moveToThread(&linkThread_);
     connect(link_.get(), &Corvane::Ipc::SocketHandler::newMessage, this, &StreamBase::onMessage,
             Qt::DirectConnection);
     connect(
@@ -46,8 +62,6 @@ StreamBase::StreamBase(const QString& channelName, const QString& serverName)
     connect(
         link_.get(), &Corvane::Ipc::SocketHandler::disconnected, this,
         [] { std::_Exit(exit_code::kParentGone); }, Qt::DirectConnection);
-    linkThread_.setObjectName(QStringLiteral("link")); // the system's name for the thread
-    linkThread_.start();
 }
 
 StreamBase::~StreamBase() {

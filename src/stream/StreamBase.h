@@ -78,6 +78,7 @@ protected:
     void stopLinkThread();
 
 private:
+    void openLink(const QString& serverName);
     void onMessage(const Corvane::Ipc::Message& message);
     void dispatch(const Corvane::Ipc::Message& message);
 
