@@ -13,6 +13,11 @@
 ///     args           log each argument behind "arg: "
 ///     env:NAME       log the value of a variable behind "env: "
 ///     picture:WxH    write a picture of that size into the frame file, and send the format message
+///     shape:WxH      write a picture of that size into the frame file, without a word
+///     cut:N          make the frame file N bytes long; its header stays
+///     play           write pictures of changing sizes, each with its messages, until killed
+///     garbage:SEED   send some thousand random bytes in pieces of random sizes
+///     await          stand still until bytes come from the parent
 ///     hold           acquire the semaphore and keep it
 ///     drop           close the link
 ///     exit:CODE      end at once
@@ -21,6 +26,7 @@
 #include <QDir>
 #include <QFile>
 #include <QLocalSocket>
+#include <QRandomGenerator>
 #include <QSystemSemaphore>
 #include <QThread>
 #include <QtEndian>
@@ -86,7 +92,20 @@ private:
         } else if (verb == QStringLiteral("env")) {
             say("env: " + qgetenv(text.constData()) + '\n');
         } else if (verb == QStringLiteral("picture")) {
-            picture(value.section(u'x', 0, 0).toUInt(), value.section(u'x', 1, 1).toUInt());
+            shape(value);
+            send(QByteArray::fromHex("040000"));
+        } else if (verb == QStringLiteral("shape")) {
+            shape(value);
+        } else if (verb == QStringLiteral("cut")) {
+            QFile::resize(framePath(), value.toLongLong());
+        } else if (verb == QStringLiteral("play")) {
+            play();
+        } else if (verb == QStringLiteral("garbage")) {
+            garbage(value.toUInt());
+        } else if (verb == QStringLiteral("await")) {
+            if (socket_.waitForReadyRead(-1)) {
+                socket_.readAll();
+            }
         } else if (verb == QStringLiteral("hold")) {
             semaphore_ = std::make_unique<QSystemSemaphore>(arguments_.value(2), 1, QSystemSemaphore::Open);
             semaphore_->acquire();
@@ -133,19 +152,46 @@ private:
         }
     }
 
-    void picture(quint32 width, quint32 height) {
+    QString framePath() const { return QDir::tempPath() + QDir::separator() + arguments_.value(2); }
+
+    void shape(const QString& size) {
+        picture(size.section(u'x', 0, 0).toUInt(), size.section(u'x', 1, 1).toUInt(), '\x7f');
+    }
+
+    // All bytes of a picture are the same.
+    void picture(quint32 width, quint32 height, char fill) {
         QSystemSemaphore semaphore(arguments_.value(2), 1, QSystemSemaphore::Open);
-        QFile file(QDir::tempPath() + QDir::separator() + arguments_.value(2));
+        QFile file(framePath());
         file.open(QIODevice::ReadWrite);
         semaphore.acquire();
-        QByteArray bytes(static_cast<int>(width * height * 4 + 72), '\x7f');
+        QByteArray bytes(static_cast<int>(width * height * 4 + 72), fill);
         qToLittleEndian(width, bytes.data());
         qToLittleEndian(height, bytes.data() + 4);
         file.resize(bytes.size());
         file.write(bytes);
         file.flush();
         semaphore.release();
-        send(QByteArray::fromHex("040000"));
+    }
+
+    void play() {
+        for (int i = 0;; ++i) {
+            const bool isLarge = i / 3 % 2 == 0;
+            picture(isLarge ? 640 : 64, isLarge ? 360 : 36, static_cast<char>(i));
+            if (i % 3 == 0) {
+                send(QByteArray::fromHex("040000"));
+            }
+            send(QByteArray::fromHex("0108000100000000000000"));
+        }
+    }
+
+    void garbage(quint32 seed) {
+        QRandomGenerator random(seed);
+        for (int left = 4000; left > 0;) {
+            QByteArray bytes(random.bounded(1, 200), '\0');
+            random.fillRange(reinterpret_cast<quint32*>(bytes.data()), bytes.size() / 4);
+            send(bytes);
+            left -= bytes.size();
+        }
     }
 
     QStringList arguments_;
