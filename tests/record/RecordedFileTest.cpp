@@ -90,6 +90,25 @@ struct CodecCase {
     const char* audioName;
 };
 
+/// A decoder configuration record of HEVC (ISO/IEC 14496-15, 8.3.3.1.2) without what it says about whether
+/// all parameter sets of a kind are in it: from FFmpeg 6.1 on the writer puts the record together anew, and
+/// no longer claims that. Any other configuration as it is.
+std::vector<std::uint8_t> withoutCompleteness(std::vector<std::uint8_t> config, VideoCodec codec) {
+    constexpr std::size_t kFirstArray = 23;
+    if (codec != VideoCodec::Hevc || config.size() < kFirstArray) {
+        return config;
+    }
+    std::size_t at = kFirstArray;
+    for (int arrays = config[at - 1]; arrays > 0 && at + 3 <= config.size(); --arrays) {
+        config[at] &= 0x7F;
+        int units = config[at + 1] << 8 | config[at + 2];
+        for (at += 3; units > 0 && at + 2 <= config.size(); --units) {
+            at += 2U + static_cast<std::size_t>(config[at] << 8 | config[at + 1]);
+        }
+    }
+    return config;
+}
+
 class RecordedCodecs : public RecordedFile, public testing::WithParamInterface<CodecCase> {};
 
 TEST_P(RecordedCodecs, HoldWhatWasSent) {
@@ -100,7 +119,8 @@ TEST_P(RecordedCodecs, HoldWhatWasSent) {
     const bool hasAudio = GetParam().audio != AudioCodec::None;
     const auto streams = readMp4(path_);
     ASSERT_EQ(streams.size(), hasAudio ? 2U : 1U);
-    EXPECT_EQ(streams[0].extradata, clip.videoConfig);
+    EXPECT_EQ(withoutCompleteness(streams[0].extradata, GetParam().video),
+              withoutCompleteness(clip.videoConfig, GetParam().video));
     EXPECT_TRUE(equalBytes(streams[0].packets, clip.video));
     EXPECT_EQ(streams[0].packets.size(), clip.video.size());
     EXPECT_TRUE(isStrictlyIncreasing(streams[0].stamps()));

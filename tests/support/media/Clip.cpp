@@ -2,6 +2,7 @@
 
 extern "C" {
 #include <libavcodec/packet.h>
+#include <libavcodec/version.h>
 #include <libavformat/avformat.h>
 }
 
@@ -110,10 +111,18 @@ std::vector<ShownPicture> shownPictures(const Clip& clip) {
     for (std::size_t shown = 0; shown < order.size(); ++shown) {
         depth = std::max(depth, order[shown] > shown ? order[shown] - shown : 0);
     }
+    // From FFmpeg 7.1 on, the HEVC decoder lets all pictures out that it has when a key frame comes.
+    constexpr bool kKeyFrameFlushes = LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(61, 19, 100);
+    const bool keyFrameFlushes = kKeyFrameFlushes && clip.spec.codec == VideoCodec::Hevc;
     std::vector<ShownPicture> result;
     for (std::size_t shown = 0; shown + depth < order.size(); ++shown) {
-        result.push_back(
-            {clip.spec.firstFrameNumber + static_cast<int>(shown), clip.video[shown + depth].dtsMs});
+        std::size_t pushedBy = shown + depth;
+        for (std::size_t i = shown + 1; keyFrameFlushes && i < pushedBy; ++i) {
+            if (clip.video[i].isKey) {
+                pushedBy = i;
+            }
+        }
+        result.push_back({clip.spec.firstFrameNumber + static_cast<int>(shown), clip.video[pushedBy].dtsMs});
     }
     return result;
 }
