@@ -126,6 +126,10 @@ void FlvHandler::onScriptData(const flv::NumberProperties& properties) {
 void FlvHandler::handleVideoMetaInfo(AVCodecID codec, int width, int height) {
     base::logAt("ko_player::FlvHandler::handleVideoMetaInfo", "vcodec: ", codecLogName(codec), ", w: ", width,
                 ", h: ", height);
+    // First: the parameters below wait for the codec library, and this time can be used.
+    if (width > 0 && height > 0 && onVideoSize) {
+        onVideoSize(width, height);
+    }
     videoParams_->codec_id = codec;
     videoParams_->format = AV_PIX_FMT_YUV420P;
     videoParams_->width = width;

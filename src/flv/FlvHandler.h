@@ -30,6 +30,8 @@ public:
     // Set these before the first byte; an empty one is skipped. The results of the two that announce
     // parameters are ignored. The parameters belong to the handler and may change later: copy what is kept.
     std::function<void(const Metadata&)> onMetadata;
+    /// The picture size that the script data tells, in pixels, above zero.
+    std::function<void(int width, int height)> onVideoSize;
     ParamsCallback onVideoParams;
     PacketCallback onVideoPacket;
     ParamsCallback onAudioParams;

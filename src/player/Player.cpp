@@ -33,6 +33,7 @@ Player::Player(std::shared_ptr<VideoHandler> videoHandler, std::shared_ptr<Audio
     flvHandler_->onAudioPacket = [this](const std::shared_ptr<ff_wrap::Packet>& packet) {
         pushAudio(packet);
     };
+    flvHandler_->onVideoSize = [this](int width, int height) { video_.expectPicture(width, height); };
     flvHandler_->onMetadata = [this](const Metadata& metadata) { video_.setPendingMetadata(metadata); };
 }
 

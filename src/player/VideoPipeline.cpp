@@ -33,6 +33,13 @@ void VideoPipeline::start(int firstTimeout, int nextTimeout) {
                                             clock_);
 }
 
+void VideoPipeline::expectPicture(int width, int height) {
+    // Later, the output thread may be in the handler.
+    if (!decoder_ && handler_) {
+        handler_->expectPicture(width, height);
+    }
+}
+
 void VideoPipeline::open(const AVCodecParameters* parameters) {
     if (!output_) {
         throw std::logic_error("VideoPipeline::open when not started");

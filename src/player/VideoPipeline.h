@@ -25,6 +25,10 @@ public:
     /// Starts the output; time-outs in seconds.
     void start(int firstTimeout, int nextTimeout);
 
+    /// The size that the stream tells for its pictures (pixels, above zero), for the handler to prepare for
+    /// it. Ignored once the decoder runs.
+    void expectPicture(int width, int height);
+
     /// Starts the decoder. Throws std::logic_error "VideoPipeline::open when not started" or
     /// "VideoPipeline::open second call", and what ff_wrap::Decoder throws.
     void open(const AVCodecParameters* parameters);

@@ -44,7 +44,7 @@ FfpStream::FfpStream(const QString& url, const QString& channelName, const QStri
         [this](const std::uint8_t*, int, std::int64_t pts) { sendFrame(pts); },
         [this](std::int64_t value) { sendAbsoluteTime(value); },
         [this](std::int64_t first, std::int64_t second) { sendFragment(first, second); },
-        [this] { return lockPicture(); }});
+        [this] { return lockPicture(); }, [this](int width, int height) { preparePicture(width, height); }});
     auto audio = std::make_shared<AudioHandler>(
         AudioHandler::Callables{[this](const ko_player::AudioParams& in, ko_player::AudioParams& out) {
                                     return audio_.setParams(in, out);

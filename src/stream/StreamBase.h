@@ -46,6 +46,10 @@ public:
     virtual void stopAudio() = 0;
     virtual void startAudio() = 0;
 
+    /// Gives a frame file that is still empty the size and the memory for such a picture (pixels, above
+    /// zero), so that the first one finds them. A hint: failures, sizes that exceed 64 MiB, and all but the
+    /// first call are ignored. Must be over before setupPicture() is called for the first time.
+    void preparePicture(int width, int height);
     /// Renews the frame file for a picture of that size (pixels) and tells the parent. Ends the process with
     /// code 1 when the file cannot be mapped. Called from the video output thread, like all that follow.
     void setupPicture(std::uint32_t width, std::uint32_t height);
@@ -83,7 +87,9 @@ private:
     void dispatch(const Corvane::Ipc::Message& message);
 
     QFile file_;
-    std::uint8_t* mapping_ = nullptr; ///< video output thread only
+    std::uint8_t* mapping_ = nullptr; ///< video output thread; preparePicture() comes before that
+    std::uint32_t preparedBytes_ =
+        0; ///< size of a prepared file that no picture was set up in; like mapping_
     QSystemSemaphore semaphore_;
     QThread linkThread_;
     std::unique_ptr<Corvane::Ipc::SocketHandler> link_; ///< lives on linkThread_

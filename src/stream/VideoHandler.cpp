@@ -8,6 +8,12 @@
 
 VideoHandler::VideoHandler(Callables callables) : callables_(std::move(callables)) {}
 
+void VideoHandler::expectPicture(int width, int height) {
+    if (callables_.expectPicture) {
+        callables_.expectPicture(width, height);
+    }
+}
+
 bool VideoHandler::onFrameTimeout() {
     base::logLine("exit on frame timeout");
     std::_Exit(exit_code::kFrameTimeout);

@@ -129,6 +129,20 @@ TEST_F(FlvHandlerTest, LogsHeaderAndErrors) {
 
 // --- metadata
 
+TEST_F(FlvHandlerTest, TellsThePictureSizeWhereThereIsOne) {
+    std::vector<std::pair<int, int>> sizes;
+    handler_.onVideoSize = [&](int width, int height) {
+        EXPECT_EQ(handler_.videoParams().width, 0) << "too late to prepare for it";
+        sizes.emplace_back(width, height);
+    };
+    meta({{"videocodecid", 7}, {"width", 640}});
+    meta({{"videocodecid", 7}, {"width", 8000}, {"height", 480}});
+    meta({{"width", 640}, {"height", 480}});
+    EXPECT_THAT(sizes, testing::IsEmpty());
+    meta(kAvcMeta);
+    EXPECT_THAT(sizes, ElementsAre(std::pair(640, 480)));
+}
+
 TEST_F(FlvHandlerTest, ConfiguresVideoThenAudioFromMetadata) {
     meta({{"audiocodecid", 0x7E},
           {"audiosamplerate", 8000},

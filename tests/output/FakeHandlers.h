@@ -28,6 +28,9 @@ public:
         return nullptr;
     };
 
+    void expectPicture(int width, int height) override {
+        add("expect " + std::to_string(width) + "x" + std::to_string(height));
+    }
     bool onFrameTimeout() override {
         add("timeout");
         return timeoutAnswer();

@@ -70,6 +70,14 @@ TEST_F(VideoPipelineTest, OpensOnceAndAfterTheStart) {
     EXPECT_EQ(openFailure(pipeline, *parameters), "VideoPipeline::open second call");
 }
 
+TEST_F(VideoPipelineTest, TellsTheHandlerTheExpectedSizeUntilItIsOpened) {
+    pipeline.expectPicture(64, 48);
+    startAndOpen();
+    pipeline.expectPicture(16, 16);
+    EXPECT_EQ(handler->count("expect 64x48"), 1);
+    EXPECT_EQ(handler->count("expect 16x16"), 0);
+}
+
 TEST_F(VideoPipelineTest, DropsPacketsBeforeItIsOpened) {
     pipeline.start(kNever, kNever);
     started = true;

@@ -31,7 +31,12 @@ TEST(VideoHandler, ForwardsEachCallToItsCallable) {
                           [&] {
                               calls.emplace_back("lock");
                               return ko_player::ResourceGuard([&] { calls.emplace_back("release"); });
+                          },
+                          [&](int width, int height) {
+                              calls.push_back("expect " + std::to_string(width) + " " +
+                                              std::to_string(height));
                           }});
+    handler.expectPicture(640, 360);
     ko_player::VideoParams out;
     EXPECT_EQ(handler.onVideoParams({0, 640, 480, {1, 1}}, out), &picture);
     EXPECT_EQ(out.width, 640);
@@ -40,14 +45,15 @@ TEST(VideoHandler, ForwardsEachCallToItsCallable) {
     handler.onMetadataValue(8);
     handler.onMetadataPair(9, 10);
     handler.onStopped();
-    EXPECT_THAT(calls,
-                ElementsAre("params", "lock", "release", "frame 7 40", "value 8", "pair 9 10", "stopped"));
+    EXPECT_THAT(calls, ElementsAre("expect 640 360", "params", "lock", "release", "frame 7 40", "value 8",
+                                   "pair 9 10", "stopped"));
 }
 
-TEST(VideoHandler, StopWithoutACallableIsIgnoredAndAnyOtherCallIsAnError) {
+TEST(VideoHandler, HintsAndTheStopWithoutACallableAreIgnoredAndAnyOtherCallIsAnError) {
     VideoHandler handler({});
     ko_player::VideoParams out;
     EXPECT_NO_THROW(handler.onStopped());
+    EXPECT_NO_THROW(handler.expectPicture(16, 16));
     EXPECT_THROW(handler.onVideoParams({}, out), std::bad_function_call);
     EXPECT_THROW(handler.onFrame(nullptr, 0, 0), std::bad_function_call);
     EXPECT_THROW(handler.onMetadataValue(0), std::bad_function_call);

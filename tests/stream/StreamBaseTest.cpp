@@ -205,6 +205,53 @@ TEST_F(StreamBaseTest, SetsTheFrameFileUpForAPictureAndTellsTheParentOnce) {
     EXPECT_EQ(parent->readAll().toHex(), "040000040000");
 }
 
+TEST_F(StreamBaseTest, AFileThatWasPreparedForAPictureIsTheOneThatIsUsed) {
+    Recorder stream(name, serverName);
+    QLocalSocket* parent = accept();
+    ASSERT_NE(parent, nullptr);
+    stream.preparePicture(16, 8);
+    EXPECT_EQ(QFileInfo(path).size(), 16 * 8 * 4 + 72);
+    stream.preparePicture(64, 64); // the first hint counts
+    EXPECT_EQ(QFileInfo(path).size(), 16 * 8 * 4 + 72);
+    EXPECT_EQ(parent->bytesAvailable(), 0);
+
+    stream.setupPicture(16, 8);
+    stream.picture()[0] = 0xAB;
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(file.read(9).toHex(), "1000000008000000ab");
+
+    // The same size again is a new set-up like any other.
+    stream.setupPicture(16, 8);
+    stream.setupPicture(32, 8);
+    EXPECT_EQ(file.size(), 32 * 8 * 4 + 72);
+    ASSERT_TRUE(waitFor([&] { return parent->bytesAvailable() >= 9; }));
+    EXPECT_EQ(parent->readAll().toHex(), "040000040000040000");
+}
+
+TEST_F(StreamBaseTest, AFileThatWasPreparedForAnotherPictureIsRenewed) {
+    Recorder stream(name, serverName);
+    stream.preparePicture(64, 64);
+    stream.setupPicture(16, 8);
+    EXPECT_EQ(QFileInfo(path).size(), 16 * 8 * 4 + 72);
+    stream.picture()[0] = 0xAB;
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(file.read(9).toHex(), "1000000008000000ab");
+}
+
+TEST_F(StreamBaseTest, NothingIsPreparedForAPictureBeyondMeasureOrInAFileThatIsInUse) {
+    {
+        Recorder stream(name, serverName);
+        stream.preparePicture(7999, 7999);
+        EXPECT_EQ(QFileInfo(path).size(), 0);
+        stream.setupPicture(16, 8);
+    }
+    Recorder next(name, serverName);
+    next.preparePicture(64, 64);
+    EXPECT_EQ(QFileInfo(path).size(), 16 * 8 * 4 + 72) << "the parent may still show what is in there";
+}
+
 TEST_F(StreamBaseTest, FrameFileIsTheOwnersOnly) {
     Recorder stream(name, serverName);
     const auto permissions = QFile::permissions(path);

@@ -7,7 +7,7 @@
 
 namespace ko_player {
 
-/// Where decoded pictures leave the engine. Called from the video output thread.
+/// Where decoded pictures leave the engine. Called from the video output thread, where nothing else is said.
 class VideoHandler {
 public:
     VideoHandler() = default;
@@ -15,6 +15,10 @@ public:
     VideoHandler& operator=(const VideoHandler&) = delete;
     virtual ~VideoHandler() = default;
 
+    /// The stream says that its pictures will have this size, in pixels, above zero. A hint, which may be
+    /// wrong or never come: time to prepare something before the first picture. Called before the first
+    /// picture only, from the thread that feeds the engine.
+    virtual void expectPicture(int /*width*/, int /*height*/) {}
     /// No picture arrived in time; true means keep waiting.
     virtual bool onFrameTimeout() = 0;
     /// The presentation thread ends.
