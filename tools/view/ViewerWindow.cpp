@@ -35,6 +35,7 @@ namespace {
 constexpr QSize kInitialSize(960, 640);
 constexpr int kGapPx = 2; // between the streams of a grid
 constexpr int kVolumeWidthPx = 110;
+constexpr int kLabelMarginPx = 4; // of the status bar
 constexpr int kMessageMs = 5000;
 // All workers together have this long to end by themselves when the window closes.
 constexpr std::chrono::milliseconds kEndPatience{1000};
@@ -184,6 +185,7 @@ void ViewerWindow::makeStatusBar() {
         auto* label = new QLabel;
         label->setObjectName(QLatin1String(name));
         label->setTextFormat(Qt::PlainText);
+        label->setMargin(kLabelMarginPx);
         return label;
     };
     state_ = makeLabel("state");
@@ -329,7 +331,9 @@ void ViewerWindow::fitToFirstPicture(StreamView* view) {
     const QSize around = size() - view->pictures().size();
     const QSize frame = frameGeometry().size() - size();
     const QSize room = screen()->availableGeometry().size() - around - frame;
-    resize((initialPictureSize(view->pictures().pictureSize(), room) + around).expandedTo(minimumSizeHint()));
+    resize((initialPictureSize(view->pictures().pictureSize(), room) + around)
+               .expandedTo(QSize(toolbar_->sizeHint().width(), 0))
+               .expandedTo(minimumSizeHint()));
     // The window must not hang over an edge.
     const QRect available = screen()->availableGeometry();
     const QRect now = frameGeometry();

@@ -1,0 +1,164 @@
+#include "tools/ctl/Arguments.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace mediaworker::ctl;
+using namespace std::chrono_literals;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+namespace {
+
+Command parse(const char* line) {
+    const QStringList words = QString::fromUtf8(line).split(u' ', Qt::SkipEmptyParts);
+    return parseArguments(QStringList{QStringLiteral("/opt/bin/mediaworker-ctl")} + words,
+                          QStringLiteral("/home/me"));
+}
+
+std::string textOf(const Command& command) {
+    const auto* information = std::get_if<Information>(&command);
+    return information != nullptr ? information->text.toStdString() : "not an information";
+}
+
+} // namespace
+
+TEST(CtlArguments, PlayHasDefaults) {
+    EXPECT_EQ(std::get<PlayCommand>(parse("play http://cam/live.flv")),
+              PlayCommand{.url = QStringLiteral("http://cam/live.flv")});
+}
+
+TEST(CtlArguments, PlayTakesEveryOption) {
+    const PlayCommand expected{.url = QStringLiteral("https://cam/live.flv?a=b&speed=2"),
+                               .duration = 2500ms,
+                               .snapshotFolder = QStringLiteral("/home/me/pictures"),
+                               .snapshotInterval = 40ms,
+                               .volumePercent = 0,
+                               .proxyUrl = QStringLiteral("http://u:p@proxy:3128"),
+                               .proxyType = QStringLiteral("socks5"),
+                               .worker = QStringLiteral("/opt/worker"),
+                               .isJson = true};
+    EXPECT_EQ(
+        std::get<PlayCommand>(parse(
+            "play https://cam/live.flv?a=b&speed=2 --seconds 2.5 --snapshots pictures --every 0.04 "
+            "--volume 0 --proxy http://u:p@proxy:3128 --proxy-type socks5 --worker /opt/worker --json")),
+        expected);
+    EXPECT_EQ(std::get<PlayCommand>(
+                  parse("play --json --worker=/opt/worker --proxy-type=socks5 --proxy=http://u:p@proxy:3128 "
+                        "--volume=0 --every=0.04 --snapshots=/home/me/pictures --seconds=2.5 "
+                        "https://cam/live.flv?a=b&speed=2")),
+              expected)
+        << "in any order";
+}
+
+TEST(CtlArguments, PlayMakesUrlsOfPaths) {
+    struct Row {
+        const char* given;
+        const char* url;
+    };
+    for (const Row& row : {
+             Row{"file:///films/a.mp4", "file:///films/a.mp4"},
+             Row{"/films/a.mp4", "file:///films/a.mp4"},
+             Row{"a.mp4", "file:///home/me/a.mp4"},
+             Row{"file.mp4", "file:///home/me/file.mp4"},
+             Row{"HTTP://cam/live.flv", "HTTP://cam/live.flv"},
+         }) {
+        const Command command = parse((std::string("play ") + row.given).c_str());
+        ASSERT_TRUE(std::holds_alternative<PlayCommand>(command)) << row.given;
+        EXPECT_EQ(std::get<PlayCommand>(command).url.toStdString(), row.url);
+    }
+}
+
+TEST(CtlArguments, ExportTakesEveryOption) {
+    EXPECT_EQ(std::get<ExportCommand>(parse("export http://cam/a.flv out.mp4 --duration 60")),
+              (ExportCommand{.url = QStringLiteral("http://cam/a.flv"),
+                             .file = QStringLiteral("/home/me/out.mp4"),
+                             .duration = 60s,
+                             .patience = 63s}));
+    EXPECT_EQ(std::get<ExportCommand>(
+                  parse("export --json --timeout 0 --worker w http://cam/a.flv /out.mp4 --duration 0.5")),
+              (ExportCommand{.url = QStringLiteral("http://cam/a.flv"),
+                             .file = QStringLiteral("/out.mp4"),
+                             .duration = 500ms,
+                             .patience = 0ms,
+                             .worker = QStringLiteral("w"),
+                             .isJson = true}));
+}
+
+TEST(CtlArguments, WaitsForAWhileAndAPartOfTheLength) {
+    EXPECT_EQ(defaultPatience(0s), 60s);
+    EXPECT_EQ(defaultPatience(1h), 4min);
+}
+
+TEST(CtlArguments, HelpIsEverywhere) {
+    for (const char* line : {"help", "--help", "-h"}) {
+        EXPECT_THAT(textOf(parse(line)), StartsWith("Usage: mediaworker-ctl COMMAND")) << line;
+    }
+    for (const char* line :
+         {"play --help", "play -h", "help play", "play --help --json", "play http://c --help"}) {
+        EXPECT_THAT(textOf(parse(line)), StartsWith("Usage: mediaworker-ctl play URL [options]\n")) << line;
+        EXPECT_THAT(textOf(parse(line)), HasSubstr("--snapshots <DIR>")) << line;
+    }
+    for (const char* line : {"export --help", "export -h", "help export"}) {
+        EXPECT_THAT(textOf(parse(line)), StartsWith("Usage: mediaworker-ctl export URL FILE --duration S"))
+            << line;
+    }
+}
+
+TEST(CtlArguments, TellsTheVersion) {
+    EXPECT_THAT(textOf(parse("--version")), ::testing::MatchesRegex("mediaworker-ctl [0-9.]+\n"));
+    EXPECT_EQ(textOf(parse("-v")), textOf(parse("--version")));
+}
+
+TEST(CtlArguments, RefusesWrongUsageWithAReason) {
+    struct Row {
+        const char* line;
+        const char* why;
+        const char* help;
+    };
+    constexpr const char* kPlay = "play --help";
+    constexpr const char* kExport = "export --help";
+    for (const Row& row : {
+             Row{"", "the command is missing", "--help"},
+             Row{"record", "unknown command: record", "--help"},
+             Row{"help record", "unknown command: record", "--help"},
+             Row{"--json play http://cam", "unknown command: --json", "--help"},
+             Row{"play", "the URL is missing", kPlay},
+             Row{"play http://cam http://cam2", "unexpected argument: http://cam2", kPlay},
+             Row{"play rtmp://cam/live", "cannot play rtmp://cam/live: only http, https and files", kPlay},
+             Row{"play http:///live", "cannot play http:///live: only http, https and files", kPlay},
+             Row{"play http://cam --loud", "Unknown option 'loud'.", kPlay},
+             Row{"play http://cam --seconds", "Missing value after '--seconds'.", kPlay},
+             Row{"play http://cam --seconds ten", "--seconds must be a number", kPlay},
+             Row{"play http://cam --seconds 0", "--seconds must be a number", kPlay},
+             Row{"play http://cam --seconds -1", "--seconds must be a number", kPlay},
+             Row{"play http://cam --seconds nan", "--seconds must be a number", kPlay},
+             Row{"play http://cam --seconds inf", "--seconds must be a number", kPlay},
+             Row{"play http://cam --seconds 2147484", "--seconds must be a number", kPlay},
+             Row{"play http://cam --seconds 0.0001", "--seconds must be a number", kPlay},
+             Row{"play http://cam --every 2", "--every needs --snapshots", kPlay},
+             Row{"play http://cam --snapshots d --every 0", "--every must be a number", kPlay},
+             Row{"play http://cam --snapshots=", "--snapshots needs a folder", kPlay},
+             Row{"play http://cam --volume loud", "--volume must be a number from 0 to 100", kPlay},
+             Row{"play http://cam --volume 101", "--volume must be a number from 0 to 100", kPlay},
+             Row{"play http://cam --volume -1", "--volume must be a number from 0 to 100", kPlay},
+             Row{"play http://cam --volume 5.5", "--volume must be a number from 0 to 100", kPlay},
+             Row{"play http://cam --proxy proxy", "--proxy must be like", kPlay},
+             Row{"play http://cam --proxy-type socks5", "--proxy-type needs --proxy", kPlay},
+             Row{"play http://cam --proxy http://p:1 --proxy-type SOCKS5", "must be http or socks5", kPlay},
+             Row{"export", "the URL is missing", kExport},
+             Row{"export http://cam", "the file to write is missing", kExport},
+             Row{"export http://cam a.mp4", "--duration is missing", kExport},
+             Row{"export http://cam a.mp4 b.mp4 --duration 1", "unexpected argument: b.mp4", kExport},
+             Row{"export http://cam a.mp4 --duration x", "--duration must be a number", kExport},
+             Row{"export http://cam a.mp4 --duration 1 --timeout -1", "--timeout must be a number", kExport},
+             Row{"export file:///a.flv a.mp4 --duration 1", "only http and https", kExport},
+             Row{"export http://cam a.mp4 --duration 1 --proxy http://p:1", "Unknown option 'proxy'.",
+                 kExport},
+         }) {
+        const Command command = parse(row.line);
+        ASSERT_TRUE(std::holds_alternative<Misuse>(command)) << row.line;
+        EXPECT_THAT(std::get<Misuse>(command).why.toStdString(), HasSubstr(row.why)) << row.line;
+        EXPECT_EQ(std::get<Misuse>(command).help.toStdString(), row.help) << row.line;
+    }
+}

@@ -1,0 +1,96 @@
+#include "tools/ctl/Outcome.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace mediaworker;
+using namespace mediaworker::ctl;
+using namespace std::chrono_literals;
+using ::testing::HasSubstr;
+
+namespace {
+
+constexpr bool kStream = false;
+constexpr bool kFile = true;
+constexpr bool kCrashed = true;
+
+struct Row {
+    const char* what;
+    PlayStop stop;
+    bool isFile;
+    quint64 frames;
+    bool hasDuration;
+    int exitCode;
+    bool crashed;
+    const char* problem; ///< empty: the job was done
+};
+
+} // namespace
+
+TEST(CtlOutcome, SaysWhetherTheStreamWasPlayed) {
+    for (const Row& row : {
+             Row{"stream at its end", PlayStop::None, kStream, 1, false, 3, false, ""},
+             Row{"file at its end", PlayStop::None, kFile, 1, false, 2, false, ""},
+             Row{"all was watched", PlayStop::Duration, kStream, 1, true, 0, false, ""},
+             Row{"both at once", PlayStop::Duration, kStream, 1, true, 3, false, ""},
+             Row{"both at once, file", PlayStop::Duration, kFile, 1, true, 2, false, ""},
+             Row{"the user has enough", PlayStop::Interruption, kStream, 1, false, 0, false, ""},
+             Row{"and does not want all", PlayStop::Interruption, kStream, 1, true, 0, false, ""},
+
+             Row{"no picture in time", PlayStop::None, kStream, 1, false, 2, false,
+                 "the worker ended: no picture arrived in time (exit code 2)"},
+             Row{"file with that code of a stream", PlayStop::None, kFile, 1, false, 3, false,
+                 "the worker ended: the server ended"},
+             Row{"broken data", PlayStop::None, kStream, 9, false, 1, false, "(exit code 1)"},
+             Row{"nothing to decode", PlayStop::None, kStream, 9, false, 4, false, "(exit code 4)"},
+             Row{"lost link", PlayStop::None, kStream, 9, false, 0, false, "(exit code 0)"},
+             Row{"killed", PlayStop::None, kStream, 9, false, 3, kCrashed, "the worker was killed"},
+             Row{"killed, file", PlayStop::None, kFile, 9, false, 2, kCrashed, "the worker was killed"},
+             Row{"too short", PlayStop::None, kStream, 9, true, 3, false,
+                 "the pictures ended after 1.5 of 6 seconds: the server ended"},
+             Row{"file too short", PlayStop::None, kFile, 9, true, 2, false,
+                 "the pictures ended after 1.5 of 6 seconds: no picture"},
+             Row{"no picture at all", PlayStop::None, kStream, 0, false, 3, false,
+                 "no picture was shown: the server ended"},
+             Row{"no picture in the file", PlayStop::None, kFile, 0, true, 2, false, "no picture was shown"},
+             Row{"impatient user", PlayStop::Interruption, kStream, 0, false, 0, false,
+                 "interrupted before the first picture"},
+             Row{"dies when it should end", PlayStop::Duration, kStream, 9, true, 0, kCrashed,
+                 "the worker did not end as it should: the worker was killed"},
+             Row{"fails when it should end", PlayStop::Duration, kStream, 9, true, 1, false,
+                 "the worker did not end as it should"},
+             Row{"times out when it should end", PlayStop::Interruption, kStream, 9, false, 2, false,
+                 "the worker did not end as it should"},
+         }) {
+        PlayEnd end;
+        end.worker = {parent::WorkerMode::Stream, row.exitCode, row.crashed, {}};
+        end.stop = row.stop;
+        end.isFile = row.isFile;
+        end.frames = row.frames;
+        end.watched = 1500ms;
+        if (row.hasDuration) {
+            end.wanted = 6s;
+        }
+        const std::string problem = whyNotDone(end).toStdString();
+        if (*row.problem == '\0') {
+            EXPECT_EQ(problem, "") << row.what;
+        } else {
+            EXPECT_THAT(problem, HasSubstr(row.problem)) << row.what;
+        }
+    }
+}
+
+TEST(CtlOutcome, DescribesAnEndWithReasonCodeAndLastWords) {
+    EXPECT_EQ(describe({parent::WorkerMode::Export, 1, false, {QStringLiteral("a"), QStringLiteral("b")}}),
+              QStringLiteral("the export failed, or the link to the parent was closed (exit code 1)\n"
+                             "  its last words:\n    a\n    b"));
+    EXPECT_EQ(describe({parent::WorkerMode::Stream, 0, true, {}}), QStringLiteral("the worker was killed"));
+}
+
+TEST(CtlOutcome, TheLastWordsAreThreeLinesWithText) {
+    EXPECT_EQ(lastWords({}), QStringList());
+    EXPECT_EQ(lastWords({QStringLiteral("one")}), QStringList({QStringLiteral("one")}));
+    EXPECT_EQ(lastWords({QStringLiteral("one"), QStringLiteral("two"), QString(), QStringLiteral("three"),
+                         QStringLiteral("four"), QStringLiteral(" ")}),
+              QStringList({QStringLiteral("two"), QStringLiteral("three"), QStringLiteral("four")}));
+}
