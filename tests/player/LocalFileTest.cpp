@@ -70,7 +70,7 @@ TEST_F(LocalFileTest, ShowsThePicturesOfAFile) {
     spec.zeroLatency = true;
     const auto file = mediaworker::test::encodedFile(spec);
     player.start(Buffering::Off, {5, 5});
-    player.playFile(file.c_str());
+    player.playFile(file.string().c_str());
     video->waitForShown(5);
     EXPECT_TRUE(audio->parts().empty()) << "a local file shows its pictures only";
     EXPECT_TRUE(log.contains("ko_player::AudioPipeline::open: AudioPipeline has been openned"));

@@ -1,29 +1,26 @@
 #pragma once
 
-#include <sys/resource.h>
-
-#include <csignal>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
 
 namespace mediaworker::test {
 
 /// While it lives, files that this process writes can grow no further: a full disk.
 class FileSizeLimit {
 public:
-    explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-        ::getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit limited{bytes, before_.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &limited);
-    }
+    explicit FileSizeLimit(std::uint64_t bytes);
     FileSizeLimit(const FileSizeLimit&) = delete;
     FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-    ~FileSizeLimit() {
-        ::setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, handler_);
-    }
+    ~FileSizeLimit();
+
+    /// Why there can be no such limit here; empty when there can.
+    [[nodiscard]] static std::optional<std::string> obstacle();
 
 private:
-    void (*handler_)(int);
-    rlimit before_{};
+    struct Before;
+    std::unique_ptr<Before> before_;
 };
 
 } // namespace mediaworker::test

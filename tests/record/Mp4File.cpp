@@ -24,7 +24,7 @@ std::unique_ptr<AVFormatContext, CloseInput> openInput(const std::filesystem::pa
     AVDictionary* options = nullptr;
     av_dict_set(&options, "ignore_editlist", "1", 0);
     AVFormatContext* context = nullptr;
-    const int result = avformat_open_input(&context, file.c_str(), nullptr, &options);
+    const int result = avformat_open_input(&context, file.string().c_str(), nullptr, &options);
     av_dict_free(&options);
     if (result < 0) {
         throw std::runtime_error("readMp4: cannot open " + file.string());

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <QByteArray>
+#include "support/Platform.h"
+
 #include <QTemporaryDir>
 
 namespace mediaworker::test {
@@ -8,15 +9,9 @@ namespace mediaworker::test {
 /// A temporary directory of the test's own while it lives. A process that a death test starts inherits it, so
 /// what that leaves behind goes with it.
 class OwnTempDir {
-public:
-    OwnTempDir() { qputenv("TMPDIR", folder_.path().toLocal8Bit()); }
-    OwnTempDir(const OwnTempDir&) = delete;
-    OwnTempDir& operator=(const OwnTempDir&) = delete;
-    ~OwnTempDir() { previous_.isNull() ? qunsetenv("TMPDIR") : qputenv("TMPDIR", previous_); }
-
 private:
-    const QByteArray previous_ = qgetenv("TMPDIR");
     const QTemporaryDir folder_;
+    const platform::TemporaryDirectory use_{folder_.path().toStdString()};
 };
 
 } // namespace mediaworker::test

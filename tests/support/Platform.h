@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+/// What tests ask of the system, about processes above all.
+namespace mediaworker::test::platform {
+
+/// For expectations that differ, and for tests of what only one system has (GTEST_SKIP() with the reason).
+inline constexpr bool kIsWindows = MEDIAWORKER_TEST_ON_WINDOWS != 0;
+
+[[nodiscard]] bool isRunning(std::int64_t pid);
+/// Makes a process touch memory that it does not have. False when that cannot be done.
+[[nodiscard]] bool makeCrash(std::int64_t pid);
+/// In bytes; 0 when there is no such process.
+[[nodiscard]] std::int64_t residentBytes(std::int64_t pid);
+/// The files of the libraries that a process has loaded, a line for each, among others perhaps.
+[[nodiscard]] std::string loadedLibraries(std::int64_t pid);
+/// Files, sockets and the like that this process has open.
+[[nodiscard]] int openHandles();
+/// How many bytes the peer of a local socket has sent that nobody has read.
+[[nodiscard]] int bytesWaiting(std::intptr_t socketDescriptor);
+
+/// The system's temporary directory for this process and those that it starts, while this lives.
+class TemporaryDirectory {
+public:
+    explicit TemporaryDirectory(const std::filesystem::path& path);
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+    ~TemporaryDirectory();
+
+private:
+    std::string before_; ///< empty: there was none
+};
+
+/// "file:///..." for a file.
+[[nodiscard]] std::string fileUrl(const std::filesystem::path& file);
+
+} // namespace mediaworker::test::platform

@@ -1,0 +1,79 @@
+#include "support/Platform.h"
+
+#include "support/ChildProcess.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <iterator>
+#include <sstream>
+#include <stdexcept>
+
+#include <sys/ioctl.h>
+
+namespace mediaworker::test::platform {
+namespace {
+
+constexpr const char* kVariable = "TMPDIR";
+
+std::string processFile(std::int64_t pid, const char* name) {
+    return readFile("/proc/" + std::to_string(pid) + "/" + name);
+}
+
+} // namespace
+
+bool isRunning(std::int64_t pid) {
+    return ::kill(static_cast<pid_t>(pid), 0) == 0;
+}
+
+bool makeCrash(std::int64_t pid) {
+    return ::kill(static_cast<pid_t>(pid), SIGSEGV) == 0;
+}
+
+std::int64_t residentBytes(std::int64_t pid) {
+    std::istringstream status;
+    try {
+        status.str(processFile(pid, "status"));
+    } catch (const std::runtime_error&) {
+        return 0;
+    }
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("VmRSS:")) {
+            return std::stoll(line.substr(6)) * 1024;
+        }
+    }
+    return 0;
+}
+
+std::string loadedLibraries(std::int64_t pid) {
+    return processFile(pid, "maps");
+}
+
+int openHandles() {
+    return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                                          std::filesystem::directory_iterator()));
+}
+
+int bytesWaiting(std::intptr_t socketDescriptor) {
+    int bytes = 0;
+    return ::ioctl(static_cast<int>(socketDescriptor), FIONREAD, &bytes) == 0 ? bytes : -1;
+}
+
+TemporaryDirectory::TemporaryDirectory(const std::filesystem::path& path) {
+    const char* const before = std::getenv(kVariable); // NOLINT(concurrency-mt-unsafe)
+    before_ = before != nullptr ? before : "";
+    ::setenv(kVariable, path.c_str(), 1); // NOLINT(concurrency-mt-unsafe)
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+    if (before_.empty()) {
+        ::unsetenv(kVariable); // NOLINT(concurrency-mt-unsafe)
+    } else {
+        ::setenv(kVariable, before_.c_str(), 1); // NOLINT(concurrency-mt-unsafe)
+    }
+}
+
+std::string fileUrl(const std::filesystem::path& file) {
+    return "file://" + file.string();
+}
+
+} // namespace mediaworker::test::platform

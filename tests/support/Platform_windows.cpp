@@ -1,0 +1,98 @@
+#include "support/Platform.h"
+
+#include <array>
+#include <cstdlib>
+
+#include <windows.h>
+
+#include <psapi.h>
+#include <tlhelp32.h>
+
+namespace mediaworker::test::platform {
+namespace {
+
+constexpr const char* kVariable = "TMP"; // asked before the others
+
+/// A process by its id, open while this lives.
+class Process {
+public:
+    Process(std::int64_t pid, DWORD access) : handle_(OpenProcess(access, FALSE, static_cast<DWORD>(pid))) {}
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+    ~Process() {
+        if (handle_ != nullptr) {
+            CloseHandle(handle_);
+        }
+    }
+    [[nodiscard]] HANDLE get() const { return handle_; }
+
+private:
+    HANDLE handle_;
+};
+
+} // namespace
+
+bool isRunning(std::int64_t pid) {
+    const Process process(pid, SYNCHRONIZE);
+    return process.get() != nullptr && WaitForSingleObject(process.get(), 0) == WAIT_TIMEOUT;
+}
+
+bool makeCrash(std::int64_t pid) {
+    const Process process(pid, PROCESS_ALL_ACCESS);
+    const auto nowhere = reinterpret_cast<LPTHREAD_START_ROUTINE>(std::uintptr_t{16});
+    HANDLE thread = CreateRemoteThread(process.get(), nullptr, 0, nowhere, nullptr, 0, nullptr);
+    if (thread == nullptr) {
+        return false;
+    }
+    CloseHandle(thread);
+    return true;
+}
+
+std::int64_t residentBytes(std::int64_t pid) {
+    const Process process(pid, PROCESS_QUERY_INFORMATION | PROCESS_VM_READ);
+    PROCESS_MEMORY_COUNTERS counters{};
+    return GetProcessMemoryInfo(process.get(), &counters, sizeof counters) != 0
+               ? static_cast<std::int64_t>(counters.WorkingSetSize)
+               : 0;
+}
+
+std::string loadedLibraries(std::int64_t pid) {
+    std::string result;
+    HANDLE list = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, static_cast<DWORD>(pid));
+    MODULEENTRY32W entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = Module32FirstW(list, &entry); more != 0; more = Module32NextW(list, &entry)) {
+        result += std::filesystem::path(entry.szExePath).string() + "\n";
+    }
+    CloseHandle(list);
+    return result;
+}
+
+int openHandles() {
+    DWORD count = 0;
+    return GetProcessHandleCount(GetCurrentProcess(), &count) != 0 ? static_cast<int>(count) : -1;
+}
+
+int bytesWaiting(std::intptr_t socketDescriptor) {
+    DWORD bytes = 0;
+    return PeekNamedPipe(reinterpret_cast<HANDLE>(socketDescriptor), nullptr, 0, nullptr, &bytes, nullptr) !=
+                   0
+               ? static_cast<int>(bytes)
+               : -1;
+}
+
+TemporaryDirectory::TemporaryDirectory(const std::filesystem::path& path) {
+    const char* const before = std::getenv(kVariable);
+    before_ = before != nullptr ? before : "";
+    _putenv_s(kVariable, path.string().c_str());
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+    _putenv_s(kVariable, before_.c_str()); // an empty value removes it
+}
+
+std::string fileUrl(const std::filesystem::path& file) {
+    return "file:///" + file.generic_string();
+}
+
+} // namespace mediaworker::test::platform
