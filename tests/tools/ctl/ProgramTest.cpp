@@ -14,6 +14,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -34,6 +35,7 @@ namespace {
 using namespace std::chrono_literals;
 using testing::AllOf;
 using testing::ContainsRegex;
+using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -192,7 +194,11 @@ TEST_F(CtlPlay, SpeaksJson) {
     for (const QJsonObject& event : all) {
         kinds.push_back(textOf(event, "event"));
     }
-    ASSERT_THAT(kinds, ElementsAre("connected", "firstPicture", "progress", "progress", "ended"));
+    ASSERT_GE(kinds.size(), 5U) << output();
+    EXPECT_EQ(kinds[0], "connected");
+    EXPECT_EQ(kinds[1], "firstPicture");
+    EXPECT_THAT(std::vector(kinds.begin() + 2, kinds.end() - 1), Each("progress"));
+    EXPECT_EQ(kinds.back(), "ended");
     EXPECT_GT(intOf(all[0], "pid"), 0);
     EXPECT_EQ(intOf(all[1], "width"), 320);
     EXPECT_EQ(intOf(all[1], "height"), 180);
@@ -202,7 +208,7 @@ TEST_F(CtlPlay, SpeaksJson) {
     EXPECT_GT(intOf(all[3], "positionMs"), intOf(all[2], "positionMs"));
     EXPECT_TRUE(all[3][QStringLiteral("fps")].isDouble());
     EXPECT_TRUE(all[3][QStringLiteral("delayMs")].isDouble());
-    const QJsonObject& end = all[4];
+    const QJsonObject& end = all.back();
     EXPECT_TRUE(end[QStringLiteral("ok")].toBool());
     EXPECT_EQ(intOf(end, "exitCode"), 0);
     EXPECT_GE(intOf(end, "frames"), intOf(all[3], "frames"));
@@ -257,6 +263,7 @@ TEST_F(CtlPlay, PlaysTheSoundWhenAsked) {
         environment_.push_back(variable);
     }
     start({"play", server_.url("/long.flv"), "--volume", "50", "--json"});
+    EXPECT_TRUE(waitForEvent("firstPicture")) << errors();
     EXPECT_TRUE(eventually([&] { return sink.playingStreams() == 1; })) << output() << errors();
     program_->signal(SIGINT);
     EXPECT_EQ(finish(), kDone) << errors();
@@ -278,10 +285,9 @@ TEST_F(CtlPlay, GoesThroughAProxy) {
 
 TEST_F(CtlPlay, AStreamThatEndsTooSoonIsAFailure) {
     EXPECT_EQ(run({"play", server_.url("/clip.flv"), "--seconds", "30", "--json"}), kNotDone);
-    EXPECT_THAT(errors(),
-                AllOf(ContainsRegex("^mediaworker-ctl: the pictures ended after [12]\\.[0-9] of 30 "
-                                    "seconds: the server ended the stream"),
-                      HasSubstr("(exit code 3)"), HasSubstr("its last words:\n")));
+    EXPECT_THAT(errors(), AllOf(ContainsRegex("^mediaworker-ctl: the pictures ended after [12]\\.[0-9] of 30 "
+                                              "seconds: the server ended the stream"),
+                                HasSubstr("(exit code 3)"), HasSubstr("its last words:\n")));
     const QJsonObject end = events("ended").at(0);
     EXPECT_FALSE(end[QStringLiteral("ok")].toBool());
     EXPECT_EQ(intOf(end, "exitCode"), 3);
@@ -466,7 +472,7 @@ TEST_F(CtlExport, DrawsABarOnATerminal) {
     const auto size = ::read(terminal, shown.data(), shown.size());
     ASSERT_GT(size, 0);
     shown.resize(static_cast<std::size_t>(size));
-    EXPECT_THAT(shown, ContainsRegex("\r  \\[ +\\]   0 %   after 0\\.[0-9] s *\r"));
+    EXPECT_THAT(shown, ContainsRegex("\r  \\[=* +\\] +[0-9]+ %   after 0\\.[0-9] s *\r  \\["));
     EXPECT_THAT(shown, HasSubstr("\r  [======================================= ]  98 %   after "));
     EXPECT_THAT(shown, HasSubstr("\nexported: "));
     ::close(otherEnd);
