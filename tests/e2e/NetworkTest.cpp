@@ -1,5 +1,6 @@
 #include "Session.h"
 
+#include "support/ChildProcess.h"
 #include "support/qt/HttpServer.h"
 #include "support/qt/Pacing.h"
 #include "support/qt/ProxyServer.h"
@@ -128,6 +129,21 @@ TEST(NetworkEnd, OfAServerThatRefusesTheConnection) {
     session.start("http://127.0.0.1:" + std::to_string(port.port()) + "/live.flv");
     ASSERT_EQ(session.waitForExit(), 3) << session.logText();
     EXPECT_TRUE(session.hasLine("http reader finished"));
+}
+
+TEST(NetworkEnd, OfAServerWhoseNameCannotBeFound) {
+    // Without any network, the question for the name fails at once and the same on every machine.
+    const QStringList alone = {QStringLiteral("unshare"), QStringLiteral("--net")};
+    try {
+        runCommand({"unshare", "--net", "true"});
+    } catch (const std::exception& error) {
+        GTEST_SKIP() << "no network namespace of our own here: " << error.what();
+    }
+    Session session({.prefix = alone});
+    session.start("http://camera.test/live.flv");
+    ASSERT_EQ(session.waitForExit(), 3) << session.logText();
+    EXPECT_EQ(session.shown().size(), 0U);
+    EXPECT_EQ(session.countLines("http reader finished"), 1) << session.logText();
 }
 
 struct Way {

@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QLocalServer>
+#include <QLocalSocket>
 #include <QThread>
 #include <QUuid>
 
@@ -162,6 +163,16 @@ TEST_F(SocketHandlerTest, RefusesQuietlyWithoutAConnection) {
     listenTo(handler);
     EXPECT_FALSE(handler.send(4));
     EXPECT_THAT(errors, IsEmpty());
+}
+
+TEST_F(SocketHandlerTest, ReportsAnAnnouncementThatCannotBeSent) {
+    SocketHandler handler(uniqueName(), nullptr);
+    listenTo(handler);
+    // As from a connection that is lost again before the signal is delivered.
+    auto* socket = handler.findChild<QLocalSocket*>();
+    ASSERT_NE(socket, nullptr);
+    ASSERT_TRUE(QMetaObject::invokeMethod(socket, "connected"));
+    EXPECT_THAT(errors, ElementsAre("Failed to send \"connected\" message"));
 }
 
 TEST_F(SocketHandlerTest, RefusesQuietlyWhenTheParentDoesNotRead) {
