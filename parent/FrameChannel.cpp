@@ -107,6 +107,10 @@ FrameChannel::Hold FrameChannel::hold(std::chrono::milliseconds patience) {
     return Hold(lock_->acquire(patience) ? lock_.get() : nullptr);
 }
 
+void FrameChannel::workerEnded() noexcept {
+    lock_->reclaim();
+}
+
 // Touches no byte of the mapping that the file does not have at this moment: the worker may have shrunk it
 // since it was mapped, and reading behind a file's end is fatal. It cannot shrink while the semaphore is
 // held.

@@ -79,6 +79,9 @@ public:
     /// The same while the caller has the semaphore already.
     bool withPicture(const Hold& hold, const PictureReader& reader);
 
+    /// Call when the worker is dead: the semaphore is free then, also where the system does not see to it.
+    void workerEnded() noexcept;
+
     /// Acquires the semaphore until the returned object goes.
     [[nodiscard]] Hold hold(std::chrono::milliseconds patience = kPatience);
 

@@ -14,7 +14,7 @@ namespace mediaworker::parent {
 /// A worker that dies while it holds the semaphore:
 ///  - POSIX: it is a System V semaphore and every operation is made with SEM_UNDO, so the system gives it
 ///  back.
-///  - Windows: nobody gives it back. Waits end by their time limit, and the next worker gets a new channel.
+///  - Windows: nobody gives it back. Waits end by their time limit until reclaim() is called.
 class SharedLock {
 public:
     /// What to do when a semaphore with that key exists already.
@@ -40,6 +40,10 @@ public:
     [[nodiscard]] bool acquire(std::chrono::milliseconds timeout) noexcept;
     /// Sets it free. Only after acquire() has returned true.
     void release() noexcept;
+
+    /// Sets it free if a worker that is dead now took it along. Only when there is no other process any more
+    /// that uses it.
+    void reclaim() noexcept;
 
     /// The name under which Qt registers the semaphore of that key: the name of a kernel object on Windows,
     /// of a file in the temporary directory elsewhere.

@@ -121,6 +121,10 @@ void SharedLock::release() noexcept {
     static_cast<void>(handle_->change(1, nullptr));
 }
 
+void SharedLock::reclaim() noexcept {
+    // The system has done so.
+}
+
 bool SharedLock::mappingBlocksResize() noexcept {
     return false;
 }

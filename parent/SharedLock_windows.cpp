@@ -1,5 +1,6 @@
 #include "parent/SharedLock.h"
 
+#include <atomic>
 #include <climits>
 #include <stdexcept>
 #include <string>
@@ -17,6 +18,7 @@ struct SharedLock::Handle {
 
     HANDLE semaphore;
     bool usable = true;
+    std::atomic<bool> isOurs = false; ///< acquired by this process
 };
 
 std::unique_ptr<SharedLock> SharedLock::create(const QString& key, IfTaken ifTaken) {
@@ -48,11 +50,25 @@ bool SharedLock::isUsable() const noexcept {
 }
 
 bool SharedLock::acquire(std::chrono::milliseconds timeout) noexcept {
-    return WaitForSingleObject(handle_->semaphore, static_cast<DWORD>(timeout.count())) == WAIT_OBJECT_0;
+    const bool acquired =
+        WaitForSingleObject(handle_->semaphore, static_cast<DWORD>(timeout.count())) == WAIT_OBJECT_0;
+    if (acquired) {
+        handle_->isOurs = true;
+    }
+    return acquired;
 }
 
 void SharedLock::release() noexcept {
+    handle_->isOurs = false;
     ReleaseSemaphore(handle_->semaphore, 1, nullptr);
+}
+
+void SharedLock::reclaim() noexcept {
+    // Taken by nobody or by the dead one, the count is 1 afterwards.
+    if (!handle_->isOurs) {
+        WaitForSingleObject(handle_->semaphore, 0);
+        ReleaseSemaphore(handle_->semaphore, 1, nullptr);
+    }
 }
 
 bool SharedLock::mappingBlocksResize() noexcept {

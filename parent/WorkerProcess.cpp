@@ -344,6 +344,9 @@ void WorkerProcess::processEnded(int exitCode, QProcess::ExitStatus status) {
     dropLink();
     process_->deleteLater();
     process_ = nullptr;
+    if (frames_ != nullptr) {
+        frames_->workerEnded();
+    }
     Q_EMIT finished(exitCode, status == QProcess::CrashExit);
 }
 

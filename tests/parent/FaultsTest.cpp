@@ -1,5 +1,7 @@
 #include "parent/WorkerProcess.h"
 
+#include "support/Platform.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
@@ -13,6 +15,7 @@
 #include <memory>
 
 using namespace mediaworker::parent;
+namespace platform = mediaworker::test::platform;
 using std::chrono::milliseconds;
 
 namespace {
@@ -42,7 +45,7 @@ protected:
     void SetUp() override {
         temporary_ = QDir::tempPath() + QStringLiteral("/mwf-%1").arg(QCoreApplication::applicationPid());
         QDir().mkpath(temporary_);
-        qputenv("TMPDIR", QFile::encodeName(temporary_));
+        useTemporary_ = std::make_unique<platform::TemporaryDirectory>(temporary_.toStdString());
         worker_ = std::make_unique<WorkerProcess>();
         worker_->setProgram(QStringLiteral(FAKE_WORKER));
         QObject::connect(worker_.get(), &WorkerProcess::logLine, [this](const QString& l) { log_ << l; });
@@ -59,7 +62,7 @@ protected:
         EXPECT_EQ(QDir(temporary_).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot),
                   QStringList());
         QDir(temporary_).removeRecursively();
-        qunsetenv("TMPDIR");
+        useTemporary_.reset();
     }
 
     bool start(const QString& script) { return worker_->start(StreamJob{script}); }
@@ -71,6 +74,7 @@ protected:
     }
 
     QString temporary_;
+    std::unique_ptr<platform::TemporaryDirectory> useTemporary_;
     std::unique_ptr<WorkerProcess> worker_;
     QStringList log_;
     int frames_ = 0;

@@ -21,7 +21,9 @@
 ///     hold           acquire the semaphore and keep it
 ///     drop           close the link
 ///     exit:CODE      end at once
-///     crash          end by SIGKILL
+///     crash          end as if somebody had killed it
+#include "die_at_once.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -31,12 +33,9 @@
 #include <QThread>
 #include <QtEndian>
 
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-
-#include <unistd.h>
 
 namespace {
 
@@ -114,7 +113,7 @@ private:
         } else if (verb == QStringLiteral("exit")) {
             std::_Exit(value.toInt());
         } else if (verb == QStringLiteral("crash")) {
-            kill(getpid(), SIGKILL);
+            dieAtOnce();
         }
     }
 

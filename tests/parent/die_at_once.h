@@ -1,0 +1,4 @@
+#pragma once
+
+/// Ends the process as the parent's kill() does.
+void dieAtOnce();
