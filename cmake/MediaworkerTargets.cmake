@@ -4,6 +4,9 @@ target_compile_options(mw_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wco
 if(MEDIAWORKER_WERROR)
     target_compile_options(mw_flags INTERFACE -Werror)
 endif()
+# Assertions name their files; where those lay when they were built is nobody's business.
+target_compile_options(mw_flags INTERFACE
+    -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/= -fmacro-prefix-map=${PROJECT_BINARY_DIR}/=)
 if(MEDIAWORKER_SANITIZE)
     add_compile_options(-fsanitize=${MEDIAWORKER_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${MEDIAWORKER_SANITIZE})
