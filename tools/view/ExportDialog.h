@@ -22,6 +22,8 @@ public:
     /// `workerProgram` may be empty.
     ExportDialog(const QString& url, const QString& workerProgram, QWidget* parent = nullptr);
     ~ExportDialog() override;
+    ExportDialog(const ExportDialog&) = delete;
+    ExportDialog& operator=(const ExportDialog&) = delete;
 
     [[nodiscard]] bool isExporting() const { return isExporting_; }
     /// Ends an export that runs, and waits for the end of its worker.

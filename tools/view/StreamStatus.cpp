@@ -106,7 +106,7 @@ QString streamName(const QString& url) {
 }
 
 QString streamUrl(const QString& text, const QString& folder) {
-    const QString trimmed = text.trimmed();
+    QString trimmed = text.trimmed();
     for (const char* scheme : {"http://", "https://", "file://"}) {
         if (trimmed.startsWith(QLatin1String(scheme), Qt::CaseInsensitive)) {
             return trimmed;

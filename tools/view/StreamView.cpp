@@ -9,6 +9,7 @@
 #include <QPushButton>
 #include <QStyle>
 #include <QVBoxLayout>
+#include <QWheelEvent>
 
 #include <chrono>
 #include <utility>
@@ -280,6 +281,14 @@ bool StreamView::eventFilter(QObject* watched, QEvent* event) {
             if (static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton) {
                 Q_EMIT doubleClicked();
             }
+        } else if (event->type() == QEvent::Wheel) {
+            wheelAngle_ += static_cast<QWheelEvent*>(event)->angleDelta().y();
+            const int steps = wheelAngle_ / QWheelEvent::DefaultDeltasPerStep;
+            wheelAngle_ %= QWheelEvent::DefaultDeltasPerStep;
+            if (steps != 0) {
+                Q_EMIT wheelTurned(steps);
+            }
+            return true;
         }
     }
     return QWidget::eventFilter(watched, event);

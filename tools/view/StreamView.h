@@ -34,6 +34,8 @@ class StreamView : public QWidget {
 public:
     explicit StreamView(StreamSettings settings, QWidget* parent = nullptr);
     ~StreamView() override;
+    StreamView(const StreamView&) = delete;
+    StreamView& operator=(const StreamView&) = delete;
 
     /// Plays that URL, whatever was played before.
     void open(const QString& url);
@@ -55,7 +57,7 @@ public:
     [[nodiscard]] const QString& url() const { return url_; }
     [[nodiscard]] QString name() const { return streamName(url_); }
     [[nodiscard]] StreamStatus status() const;
-    [[nodiscard]] PictureWidget& pictures() { return *pictures_; }
+    [[nodiscard]] PictureWidget& pictures() const { return *pictures_; }
     [[nodiscard]] const parent::PlaybackMonitor& monitor() const { return monitor_; }
     [[nodiscard]] parent::WorkerProcess& worker() { return worker_; }
 
@@ -69,6 +71,7 @@ Q_SIGNALS:
     void firstPicture();
     void chosen(); ///< clicked
     void doubleClicked();
+    void wheelTurned(int steps); ///< away from the user: positive
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -87,6 +90,7 @@ private:
     QString endWords_;
     QString stopWords_; ///< why this side ended the worker; empty when it did not
     bool hasPicture_ = false;
+    int wheelAngle_ = 0; ///< turned, but not a whole step yet; eighths of a degree
 
     PictureWidget* pictures_;
     QFrame* overlay_ = nullptr;

@@ -30,7 +30,7 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
                        "\n"
                        "Keys: space pause, arrows volume, M mute, S snapshot, F full screen, Esc back, "
                        "F5 start again,\nCtrl+O open, Ctrl+N add, Ctrl+W close stream, Ctrl+E export, Ctrl+Q "
-                       "quit. A double click fills the screen."));
+                       "quit. A double click fills the screen, the wheel is the volume."));
     const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
                                   QStringLiteral("Print this and end."));
     const QCommandLineOption version(QStringLiteral("version"), QStringLiteral("Print the version and end."));

@@ -10,7 +10,7 @@
 #include <QDir>
 #include <QDragEnterEvent>
 #include <QDropEvent>
-#include <QFileInfo>
+#include <QFileDialog>
 #include <QGridLayout>
 #include <QInputDialog>
 #include <QLabel>
@@ -26,6 +26,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <utility>
 
 namespace mediaworker::view {
@@ -80,6 +81,9 @@ QAction* ViewerWindow::makeAction(const char* name, const QString& text, const Q
 void ViewerWindow::makeActions() {
     openAction_ = makeAction("open", tr("Open…"), {QKeySequence::Open});
     connect(openAction_, &QAction::triggered, this, [this] { askForUrl(false); });
+    openFileAction_ =
+        makeAction("openFile", tr("Open file…"), {QKeySequence(QStringLiteral("Ctrl+Shift+O"))});
+    connect(openFileAction_, &QAction::triggered, this, &ViewerWindow::askForFile);
     addAction_ = makeAction("add", tr("Add stream…"), {QKeySequence::New});
     connect(addAction_, &QAction::triggered, this, [this] { askForUrl(true); });
     closeStreamAction_ = makeAction("closeStream", tr("Close stream"), {QKeySequence::Close});
@@ -138,7 +142,7 @@ void ViewerWindow::makeActions() {
 
 void ViewerWindow::makeMenus() {
     QMenu* const file = menuBar()->addMenu(tr("&File"));
-    file->addActions({openAction_, addAction_, closeStreamAction_});
+    file->addActions({openAction_, openFileAction_, addAction_, closeStreamAction_});
     file->addSeparator();
     file->addActions({snapshotAction_, exportAction_});
     file->addSeparator();
@@ -205,6 +209,12 @@ StreamView& ViewerWindow::add(const QString& url) {
     views_.push_back(view);
     connect(view, &StreamView::chosen, this, [this, view] { choose(view); });
     connect(view, &StreamView::doubleClicked, this, [this, view] { toggleAlone(view); });
+    connect(view, &StreamView::wheelTurned, this, [this, view](int steps) {
+        choose(view);
+        for (int i = 0; i < std::abs(steps); ++i) {
+            view->stepVolume(steps);
+        }
+    });
     connect(view, &StreamView::firstPicture, this, [this, view] { fitToFirstPicture(view); });
     connect(view, &StreamView::changed, this, [this, view] {
         if (view == current_) {
@@ -359,10 +369,17 @@ void ViewerWindow::askForUrl(bool inNewView) {
     }
 }
 
+void ViewerWindow::askForFile() {
+    const QString path = QFileDialog::getOpenFileName(this, tr("Open file"));
+    if (!path.isEmpty()) {
+        open(streamUrl(path, QDir::currentPath()));
+    }
+}
+
 // Compressing takes longer than a picture lasts, so a thread of its own does it.
 void ViewerWindow::takeSnapshot() {
     const QImage picture = current_ != nullptr ? current_->pictures().picture() : QImage();
-    if (picture.isNull()) {
+    if (current_ == nullptr || picture.isNull()) {
         statusBar()->showMessage(tr("There is no picture to save."), kMessageMs);
         Q_EMIT snapshotFailed(tr("no picture"));
         return;
@@ -450,7 +467,7 @@ ExportDialog* ViewerWindow::exportDialog() const {
 QStringList ViewerWindow::statistics() const {
     QStringList lines;
     for (const StreamView* view : views_) {
-        const PictureWidget& pictures = const_cast<StreamView*>(view)->pictures();
+        const PictureWidget& pictures = view->pictures();
         lines << QStringLiteral("stream %1: %2 announced, %3 shown, %4 copied, %5 fps")
                      .arg(lines.size() + 1)
                      .arg(view->monitor().frames())
@@ -459,6 +476,14 @@ QStringList ViewerWindow::statistics() const {
                      .arg(pictures.shownPerSecond(), 0, 'f', 1);
     }
     return lines;
+}
+
+// A window manager may end what it was asked for, too.
+void ViewerWindow::changeEvent(QEvent* event) {
+    QMainWindow::changeEvent(event);
+    if (event->type() == QEvent::WindowStateChange && fillsScreen_ && !isFullScreen()) {
+        setFillsScreen(false);
+    }
 }
 
 void ViewerWindow::closeEvent(QCloseEvent* event) {

@@ -27,6 +27,8 @@ public:
     /// `snapshotFolder` is where pictures are saved; made when the first one is.
     ViewerWindow(StreamSettings settings, QString snapshotFolder, QWidget* parent = nullptr);
     ~ViewerWindow() override;
+    ViewerWindow(const ViewerWindow&) = delete;
+    ViewerWindow& operator=(const ViewerWindow&) = delete;
 
     /// Adds one more stream and chooses it.
     StreamView& add(const QString& url);
@@ -51,6 +53,7 @@ Q_SIGNALS:
     void snapshotFailed(const QString& why);
 
 protected:
+    void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
     void dragEnterEvent(QDragEnterEvent* event) override;
     void dropEvent(QDropEvent* event) override;
@@ -66,6 +69,7 @@ private:
     void toggleAlone(StreamView* view);
     void fitToFirstPicture(StreamView* view);
     void askForUrl(bool inNewView);
+    void askForFile();
     void takeSnapshot();
     void showExportDialog();
     void refresh();
@@ -85,6 +89,7 @@ private:
     QPointer<ExportDialog> exportDialog_;
 
     QAction* openAction_ = nullptr;
+    QAction* openFileAction_ = nullptr;
     QAction* addAction_ = nullptr;
     QAction* closeStreamAction_ = nullptr;
     QAction* exportAction_ = nullptr;

@@ -3,15 +3,20 @@
 #include "support/qt/Pacing.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QFileInfo>
+#include <QInputDialog>
 #include <QLabel>
 #include <QPushButton>
 #include <QScreen>
 #include <QSignalSpy>
 #include <QSlider>
 #include <QTest>
+#include <QTimer>
+#include <QWheelEvent>
 
 #include <csignal>
+#include <filesystem>
 #include <future>
 
 namespace mediaworker::test {
@@ -187,6 +192,48 @@ TEST_F(Viewer, ArrowsAndSliderSetTheVolume) {
     EXPECT_TRUE(arrived());
 }
 
+TEST_F(Viewer, TheWheelIsTheVolume) {
+    showLive();
+    const auto turn = [this](int angle) {
+        const QPointF place(10, 10);
+        QWheelEvent event(place, view().pictures().mapToGlobal(place.toPoint()), {}, {0, angle}, Qt::NoButton,
+                          Qt::NoModifier, Qt::NoScrollPhase, false);
+        QCoreApplication::sendEvent(&view().pictures(), &event);
+    };
+    turn(120);
+    EXPECT_EQ(view().sound().percent(), 85);
+    turn(-240);
+    EXPECT_EQ(view().sound().percent(), 75);
+    turn(-60); // a touch pad moves in small pieces
+    EXPECT_EQ(view().sound().percent(), 75);
+    turn(-60);
+    EXPECT_EQ(view().sound().percent(), 70);
+}
+
+TEST_F(Viewer, OpensWhatIsTypedIn) {
+    showLive();
+    const auto type = [this](Qt::Key key, const QString& text) {
+        // The dialog has an event loop of its own.
+        QTimer::singleShot(0, [text] {
+            auto* const dialog = qobject_cast<QInputDialog*>(QApplication::activeModalWidget());
+            ASSERT_NE(dialog, nullptr);
+            dialog->setTextValue(text);
+            QTest::keyClick(dialog, Qt::Key_Return);
+        });
+        press(key, Qt::ControlModifier);
+    };
+    const QString file = QString::fromStdString(encodedFile(lively()).string());
+    type(Qt::Key_O, file);
+    EXPECT_EQ(view().url(), QStringLiteral("file://") + file);
+    EXPECT_TRUE(waitForPictures(view()));
+    type(Qt::Key_N, QString::fromStdString(server_.url("/live.flv")));
+    ASSERT_EQ(window().views().size(), 2U);
+    EXPECT_TRUE(waitForPictures(view(1)));
+    type(Qt::Key_O, QString());
+    EXPECT_EQ(window().views().size(), 2U);
+    EXPECT_EQ(view(1).url().toStdString(), server_.url("/live.flv"));
+}
+
 TEST_F(Viewer, MuteClosesTheSoundAndComesBackWithTheVolume) {
     view::StreamSettings settings = silent();
     settings.isMuted = false;
@@ -319,6 +366,36 @@ TEST_F(Viewer, SaysWhenThereIsNoWorker) {
     show({"/live.flv"}, settings);
     ASSERT_TRUE(waitForState(view(), PlaybackState::Ended));
     EXPECT_THAT(text("state").toStdString(), HasSubstr("the worker cannot be started"));
+}
+
+/// A program in the place of the worker.
+class StrangeWorker : public Stage {
+protected:
+    void showWith(const std::string& script) {
+        const auto file = folder_ / "worker";
+        writeFile(file, "#!/bin/sh\n" + script + "\n");
+        std::filesystem::permissions(file, std::filesystem::perms::owner_all);
+        view::StreamSettings settings = silent();
+        settings.workerProgram = QString::fromStdString(file.string());
+        show({"/live.flv"}, settings);
+        ASSERT_TRUE(waitForState(view(), PlaybackState::Ended));
+    }
+};
+
+TEST_F(StrangeWorker, ThatEndsAtOnceIsToldByItsCode) {
+    showWith("echo '<b>bold</b>' >&2; exit 7");
+    EXPECT_EQ(text("state").toStdString(),
+              "ended: " + parent::exitReason(parent::WorkerMode::Stream, 7, false).toStdString());
+    closeWindow();
+    EXPECT_EQ(leftovers(), "");
+}
+
+TEST_F(StrangeWorker, ThatNeverConnectsIsEnded) {
+    showWith("exec sleep 1000");
+    EXPECT_EQ(text("state"), QStringLiteral("ended: the worker did not connect"));
+    EXPECT_FALSE(view().isRunning());
+    closeWindow();
+    EXPECT_EQ(leftovers(), "");
 }
 
 TEST_F(Viewer, PlaysALocalFile) {
