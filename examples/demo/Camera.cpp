@@ -31,11 +31,7 @@ std::vector<test::TimedBytes> film(std::chrono::seconds duration) {
 
 Camera::Camera(std::chrono::seconds duration) {
     const auto pieces = std::make_shared<const std::vector<test::TimedBytes>>(film(duration));
-    server_.route("/live.flv", [this, pieces](test::HttpResponse& response) {
-        {
-            const std::lock_guard lock(mutex_);
-            begin_ = std::chrono::steady_clock::now();
-        }
+    server_.route("/live.flv", [pieces](test::HttpResponse& response) {
         response.header("Content-Type", "video/x-flv");
         test::PaceOptions pace;
         pace.burstMs = kBufferedMs;
@@ -58,15 +54,6 @@ QString Camera::url() const {
 
 QString Camera::archiveUrl() const {
     return QString::fromStdString(server_.url("/archive.flv"));
-}
-
-std::optional<std::int64_t> Camera::filmedMs() const {
-    const std::lock_guard lock(mutex_);
-    if (!begin_) {
-        return std::nullopt;
-    }
-    const auto elapsed = std::chrono::steady_clock::now() - *begin_;
-    return kBufferedMs + std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count();
 }
 
 } // namespace mediaworker::demo

@@ -6,8 +6,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <mutex>
-#include <optional>
 
 namespace mediaworker::demo {
 
@@ -31,17 +29,11 @@ public:
     /// What has been recorded, at twice its speed and with an end.
     [[nodiscard]] QString archiveUrl() const;
 
-    /// Time stamp of what the camera films now, in milliseconds; empty before a client came. Thread-safe.
-    [[nodiscard]] std::optional<std::int64_t> filmedMs() const;
-
     /// The number that the picture of a time stamp shows.
     [[nodiscard]] static int frameNumberAt(std::int64_t ms) { return static_cast<int>(ms * kFps / 1000); }
 
 private:
-    mutable std::mutex mutex_;
-    std::optional<std::chrono::steady_clock::time_point> begin_; ///< of the response; guarded by mutex_
-
-    test::HttpServer server_; ///< last: its threads use all of the above
+    test::HttpServer server_;
 };
 
 } // namespace mediaworker::demo

@@ -1,84 +1,39 @@
 #include "Camera.h"
-#include "Export.h"
-#include "Session.h"
-#include "Terminal.h"
+#include "PictureCheck.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
-#include <QDir>
-#include <QEventLoop>
 
 #include <cstdio>
 #include <exception>
-#include <memory>
 
 namespace {
 
 using namespace mediaworker::demo;
 
-constexpr int kDefaultSeconds = 6;
-// What the camera films beyond that: the worker's start and its buffering.
-constexpr int kSpareSeconds = 4;
-constexpr int kFileSeconds = 3; // of the exported file
-
-/// Carries out one part of the demo; gives its exit status.
-template <class Part>
-int run(Part& part) {
-    QEventLoop loop;
-    int result = 1;
-    // Queued: the part may be done before the loop runs.
-    QObject::connect(
-        &part, &Part::done, &loop,
-        [&](int exitStatus) {
-            result = exitStatus;
-            loop.quit();
-        },
-        Qt::QueuedConnection);
-    part.start();
-    loop.exec();
-    return result;
+/// Until nobody writes to us any more: whoever started the camera closes its standard input, or dies.
+void waitForEndOfInput() {
+    while (std::getchar() != EOF) {
+    }
 }
 
-struct Demo {
-    SessionOptions stream;
-    QString exportUrl; ///< empty: there is nothing to export
+int serve(int seconds) {
+    const Camera camera{std::chrono::seconds(seconds)};
+    std::printf("%s\n%s\n", qUtf8Printable(camera.url()), qUtf8Printable(camera.archiveUrl()));
+    std::fflush(stdout);
+    waitForEndOfInput();
+    return 0;
+}
 
-    [[nodiscard]] int play() const;
-};
-
-int Demo::play() const {
-    terminal::printLine(QStringLiteral("playing %1 for %2 seconds").arg(stream.url).arg(stream.seconds));
-    Session session(stream);
-    if (const int status = run(session); status != 0) {
-        return status;
+int check(const QString& folder) {
+    int checked = 0;
+    const QStringList wrong = wrongPictures(folder, checked);
+    for (const QString& line : wrong) {
+        std::fprintf(stderr, "%s\n", qUtf8Printable(line));
     }
-    if (exportUrl.isEmpty()) {
-        terminal::printLine(QStringLiteral("\nno export: a local file is not a stream"));
-        return 0;
-    }
-
-    ExportOptions exportOptions;
-    exportOptions.url = exportUrl;
-    exportOptions.durationMs = static_cast<int>(Camera::kRecordedMs);
-    exportOptions.file = QDir(stream.picturesFolder).filePath(QStringLiteral("export.mp4"));
-    exportOptions.program = stream.program;
-    terminal::printLine(QStringLiteral("\nexporting %1").arg(exportUrl));
-    Export recording(exportOptions);
-    if (const int status = run(recording); status != 0) {
-        return status;
-    }
-
-    SessionOptions file;
-    file.url = QStringLiteral("file://") + exportOptions.file;
-    file.seconds = kFileSeconds;
-    file.picturesFolder = stream.picturesFolder;
-    file.snapshotName = QStringLiteral("file");
-    file.snapshots = 1;
-    file.program = stream.program;
-    file.frameNumberAt = stream.frameNumberAt;
-    terminal::printLine(QStringLiteral("\nplaying %1 for %2 seconds").arg(file.url).arg(file.seconds));
-    Session fileSession(file);
-    return run(fileSession);
+    std::printf("checked %d pictures: %s\n", checked,
+                wrong.isEmpty() ? "each is whole and the one that was announced" : "some are wrong");
+    return wrong.isEmpty() && checked > 0 ? 0 : 1;
 }
 
 } // namespace
@@ -87,48 +42,29 @@ int main(int argc, char** argv) {
     const QCoreApplication application(argc, argv);
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
-        "Plays a stream in a worker process, without display or sound device: tells how it goes, and "
-        "saves a few pictures.\nThen exports some seconds of it to an MP4 file, and plays that file.\n"
-        "Without a URL it films a moving test picture and serves it itself."));
+    parser.setApplicationDescription(
+        QStringLiteral("A camera for scripts/demo: films a moving, numbered test picture with a tone, and "
+                       "serves it on a free port.\n"
+                       "Prints the URL of the live stream and that of an archive of its first seconds, and "
+                       "serves until its standard input ends."));
     parser.addHelpOption();
-    const QCommandLineOption secondsOption(QStringLiteral("seconds"), QStringLiteral("How long to watch."),
-                                           QStringLiteral("N"), QString::number(kDefaultSeconds));
-    const QCommandLineOption picturesOption(QStringLiteral("pictures"),
-                                            QStringLiteral("The folder for the pictures and the MP4 file."),
-                                            QStringLiteral("folder"), QStringLiteral("demo-pictures"));
-    const QCommandLineOption workerOption(
-        QStringLiteral("worker"), QStringLiteral("The worker's program file."), QStringLiteral("file"));
-    const QCommandLineOption soundOption(QStringLiteral("sound"), QStringLiteral("Play the sound as well."));
-    parser.addOptions({secondsOption, picturesOption, workerOption, soundOption});
-    parser.addPositionalArgument(QStringLiteral("URL"), QStringLiteral("An FLV stream, or file:///path."),
-                                 QStringLiteral("[URL]"));
+    const QCommandLineOption secondsOption(QStringLiteral("seconds"), QStringLiteral("Length of the film."),
+                                           QStringLiteral("N"), QStringLiteral("10"));
+    const QCommandLineOption checkOption(
+        QStringLiteral("check"),
+        QStringLiteral("Do not serve, but check the pictures of the film that mediaworker-ctl has saved into "
+                       "this folder."),
+        QStringLiteral("DIR"));
+    parser.addOptions({secondsOption, checkOption});
     parser.process(application);
 
-    Demo demo;
-    demo.stream.seconds = parser.value(secondsOption).toInt();
-    demo.stream.picturesFolder = QDir(parser.value(picturesOption)).absolutePath();
-    demo.stream.program = parser.value(workerOption);
-    demo.stream.hasSound = parser.isSet(soundOption);
-    demo.stream.url = parser.positionalArguments().value(0);
-    if (demo.stream.seconds < 1 || demo.stream.seconds > 3600 || parser.positionalArguments().size() > 1) {
+    const int seconds = parser.value(secondsOption).toInt();
+    if (seconds < 1 || seconds > 3600 || !parser.positionalArguments().isEmpty()) {
         std::fprintf(stderr, "%s", qUtf8Printable(parser.helpText()));
         return 2;
     }
     try {
-        std::unique_ptr<Camera> camera;
-        if (demo.stream.url.isEmpty()) {
-            const int filmSeconds = demo.stream.seconds + kSpareSeconds;
-            terminal::printLine(QStringLiteral("filming %1 seconds of a test picture").arg(filmSeconds));
-            camera = std::make_unique<Camera>(std::chrono::seconds(filmSeconds));
-            demo.stream.url = camera->url();
-            demo.stream.filmedMs = [&camera] { return camera->filmedMs(); };
-            demo.stream.frameNumberAt = &Camera::frameNumberAt;
-            demo.exportUrl = camera->archiveUrl();
-        } else if (!demo.stream.url.startsWith(QStringLiteral("file"))) {
-            demo.exportUrl = demo.stream.url;
-        }
-        return demo.play();
+        return parser.isSet(checkOption) ? check(parser.value(checkOption)) : serve(seconds);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "FAILED: %s\n", e.what());
         return 1;

@@ -71,7 +71,7 @@ std::optional<milliseconds> toDuration(const QString& text) {
     bool isNumber = false;
     const double seconds = text.toDouble(&isNumber);
     // The worker takes milliseconds in 32 bits.
-    constexpr double kMaxSeconds = std::numeric_limits<qint32>::max() / 1000;
+    constexpr double kMaxSeconds = std::numeric_limits<qint32>::max() / 1000.0;
     if (!isNumber || !(seconds >= 0) || seconds > kMaxSeconds) {
         return std::nullopt;
     }
@@ -90,7 +90,7 @@ milliseconds durationOf(const QCommandLineParser& parser, const QCommandLineOpti
 
 /// @throws Refusal
 QStringList positional(const QCommandLineParser& parser, const QStringList& names) {
-    const QStringList values = parser.positionalArguments();
+    QStringList values = parser.positionalArguments();
     for (int i = 0; i < names.size(); ++i) {
         if (values.value(i).isEmpty()) {
             throw Refusal{QStringLiteral("%1 is missing").arg(names[i])};
