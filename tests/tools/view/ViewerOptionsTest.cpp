@@ -1,5 +1,7 @@
 #include "tools/view/ViewerOptions.h"
 
+#include <QDir>
+
 #include <gmock/gmock.h>
 
 namespace mediaworker::view {
@@ -9,7 +11,7 @@ using Action = ViewerOptions::Action;
 
 ViewerOptions parse(const QStringList& arguments) {
     return parseArguments(QStringList{QStringLiteral("mediaworker-view")} + arguments,
-                          QStringLiteral("/home/me"));
+                          QDir::rootPath() + QStringLiteral("me"));
 }
 
 ViewerOptions parse(std::initializer_list<const char*> arguments) {
@@ -40,11 +42,12 @@ TEST(ViewerOptions, AreAllRead) {
     EXPECT_EQ(options.streams.proxyType, QStringLiteral("socks5"));
     EXPECT_EQ(options.streams.volumePercent, 30);
     EXPECT_FALSE(options.streams.isMuted);
-    EXPECT_EQ(options.snapshotFolder, QStringLiteral("/home/me/shots"));
+    EXPECT_EQ(options.snapshotFolder, QDir::rootPath() + QStringLiteral("me/shots"));
     EXPECT_EQ(options.seconds, 7);
     EXPECT_TRUE(options.printsStatistics);
     EXPECT_EQ(options.urls,
-              (QStringList{QStringLiteral("http://a/b"), QStringLiteral("file:///home/me/clip.mp4")}));
+              (QStringList{QStringLiteral("http://a/b"),
+                           streamUrl(QStringLiteral("clip.mp4"), QDir::rootPath() + QStringLiteral("me"))}));
 }
 
 TEST(ViewerOptions, SeveralStreamsAreSilentUnlessAVolumeIsAskedFor) {
