@@ -3,6 +3,14 @@ include(CMakePackageConfigHelpers)
 
 install(TARGETS mw_parent EXPORT mediaworkerTargets
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
+# CMake strips programs, and leaves the debug information of a library like this one, with all its paths.
+if(CMAKE_STRIP)
+    install(CODE "if(CMAKE_INSTALL_DO_STRIP)
+        execute_process(COMMAND \"${CMAKE_STRIP}\" --strip-debug
+            \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/$<TARGET_FILE_NAME:mw_parent>\"
+            COMMAND_ERROR_IS_FATAL ANY)
+    endif()" COMPONENT dev)
+endif()
 # Headers include each other as "parent/Name.h", in the source tree as well as here.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/parent DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mediaworker
     COMPONENT dev FILES_MATCHING PATTERN "*.h")
