@@ -95,22 +95,25 @@ def make_root(root, installed, packages):
     for folder in (info, root + "/var/lib/dpkg/updates", root + "/tmp", root + "/dev", root + "/etc"):
         os.makedirs(folder, exist_ok=True)
     for name in packages:
-        for path in run("dpkg-query", "--listfiles", name).splitlines():
-            if path.startswith(LEFT_OUT) or not path.startswith("/") or not os.path.lexists(path):
-                continue
-            target = root + path
-            if os.path.isdir(path) and not os.path.islink(path):
-                os.makedirs(target, exist_ok=True)
-            elif not os.path.lexists(target):
-                os.makedirs(os.path.dirname(target), exist_ok=True)
-                shutil.copy2(path, target, follow_symlinks=False)
-        for file in glob.glob("/var/lib/dpkg/info/%s.list" % name) + glob.glob("/var/lib/dpkg/info/%s:*.list" % name):
-            shutil.copy2(file, info)
+        for record in glob.glob("/var/lib/dpkg/info/%s.list" % name) + glob.glob("/var/lib/dpkg/info/%s:*.list" % name):
+            shutil.copy2(record, info)
+            with open(record, encoding="utf-8") as file:
+                paths = file.read().splitlines()
+            for path in paths:
+                if path.startswith(LEFT_OUT) or not os.path.lexists(path):
+                    continue
+                target = root + path
+                if os.path.isdir(path) and not os.path.islink(path):
+                    os.makedirs(target, exist_ok=True)
+                elif not os.path.lexists(target):
+                    os.makedirs(os.path.dirname(target), exist_ok=True)
+                    shutil.copy2(path, target, follow_symlinks=False)
     # What installation scripts choose among packages, and would choose here.
     if os.path.isdir("/etc/alternatives"):
         shutil.copytree("/etc/alternatives", root + "/etc/alternatives", symlinks=True, dirs_exist_ok=True)
+        libraries = "/usr/lib/" + run("dpkg-architecture", "-qDEB_HOST_MULTIARCH").strip()
         for link in os.scandir("/etc/alternatives"):
-            for folder in ("/usr/bin", "/usr/lib/" + run("dpkg-architecture", "-qDEB_HOST_MULTIARCH").strip()):
+            for folder in ("/usr/bin", libraries):
                 path = os.path.join(folder, link.name.split("-")[0])
                 if os.path.islink(path) and not os.path.lexists(root + path):
                     os.symlink(os.readlink(path), root + path)
