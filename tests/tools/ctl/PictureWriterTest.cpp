@@ -53,8 +53,8 @@ TEST_F(CtlPictureWriter, WritesWhatItIsGivenInThatOrder) {
     std::vector<Written> expected;
     for (int i = 0; i < 30; ++i) {
         const QString file = folder_.filePath(QStringLiteral("%1.png").arg(i));
-        writer_.write(picture(qRgb(i, 2 * i, 3 * i)), file, 40 * i);
-        expected.push_back({file, 40 * i, true});
+        writer_.write(picture(qRgb(i, 2 * i, 3 * i)), file, qint64{40} * i);
+        expected.push_back({file, qint64{40} * i, true});
     }
     finish();
     EXPECT_EQ(written_, expected);

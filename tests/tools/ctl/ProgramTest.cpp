@@ -192,6 +192,7 @@ TEST_F(CtlPlay, SpeaksJson) {
     ASSERT_EQ(run({"play", server_.url("/long.flv"), "--seconds", "2.5", "--json"}), kDone) << errors();
     const auto all = events();
     std::vector<std::string> kinds;
+    kinds.reserve(all.size());
     for (const QJsonObject& event : all) {
         kinds.push_back(textOf(event, "event"));
     }

@@ -45,7 +45,7 @@ TEST(CtlSnapshotRule, NumbersTheFiles) {
     ASSERT_TRUE(rule.take(5000));
     EXPECT_EQ(rule.fileName(), QStringLiteral("picture-0001-at-5000-ms.png"));
     for (int i = 1; i < 12345; ++i) {
-        ASSERT_TRUE(rule.take(5000 + 40 * i));
+        ASSERT_TRUE(rule.take(5000 + qint64{40} * i));
     }
     EXPECT_EQ(rule.fileName(), QStringLiteral("picture-12345-at-498760-ms.png"));
 }
