@@ -14,6 +14,11 @@ if(NOT MEDIAWORKER_ENGINE_ONLY)
     find_package(Qt5 5.15 QUIET OPTIONAL_COMPONENTS Widgets Test)
 endif()
 
+# Where programs for Windows see the paths of the machine that builds and, under Wine, runs them.
+set(MEDIAWORKER_TEST_DRIVE "")
+if(WIN32 AND CMAKE_CROSSCOMPILING)
+    set(MEDIAWORKER_TEST_DRIVE Z:)
+endif()
 if(MEDIAWORKER_TESTS)
     find_package(GTest)
     if(NOT GTest_FOUND)

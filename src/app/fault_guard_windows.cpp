@@ -1,6 +1,6 @@
 #include "app/fault_guard.h"
 
-#include <cstdlib>
+#include <csignal>
 #include <exception>
 
 #include <windows.h>
@@ -8,10 +8,22 @@
 namespace fault_guard {
 namespace {
 
-constexpr int kCrashCode = 1;
+constexpr UINT kCrashCode = 1;
+
+/// The process is in an unknown state, and its stack may be used up: no destructor, no library's clean-up and
+/// no lock of the loader, which another thread may hold.
+[[noreturn]] void end() {
+    TerminateProcess(GetCurrentProcess(), kCrashCode);
+    for (;;) { // TerminateProcess() does not come back for the own process, which the compiler cannot know
+    }
+}
 
 LONG WINAPI endAfterFault(EXCEPTION_POINTERS* /*fault*/) {
-    std::exit(kCrashCode);
+    end();
+}
+
+extern "C" void endAfterAbort(int /*signal*/) {
+    end();
 }
 
 } // namespace
@@ -23,7 +35,9 @@ void silenceFaultDialogs() {
 
 void installCrashFilter() {
     SetUnhandledExceptionFilter(endAfterFault);
-    std::set_terminate([] { std::_Exit(kCrashCode); });
+    std::set_terminate(end);
+    // abort() would end with code 3, and with a message where the run-time library shows one.
+    std::signal(SIGABRT, endAfterAbort);
 }
 
 } // namespace fault_guard

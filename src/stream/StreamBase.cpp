@@ -2,6 +2,7 @@
 
 #include "base/Clock.h"
 #include "base/Log.h"
+#include "base/ThreadName.h"
 #include "ipc/SocketHandler.h"
 #include "stream/ExitCodes.h"
 #include "stream/Prefault.h"
@@ -46,12 +47,12 @@ StreamBase::StreamBase(const QString& channelName, const QString& serverName)
             made.set_value();
         },
         Qt::DirectConnection);
-    linkThread_.setObjectName(QStringLiteral("link")); // the system's name for the thread
     linkThread_.start();
     made.get_future().wait();
 }
 
 void StreamBase::openLink(const QString& serverName) {
+    base::setThreadName("link");
     link_ = std::make_unique<Corvane::Ipc::SocketHandler>(serverName, nullptr);
     connect(link_.get(), &Corvane::Ipc::SocketHandler::newMessage, this, &StreamBase::onMessage,
             Qt::DirectConnection);

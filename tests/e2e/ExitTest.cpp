@@ -1,6 +1,7 @@
 #include "Session.h"
 
 #include "support/ChildProcess.h"
+#include "support/Platform.h"
 #include "support/qt/HttpServer.h"
 #include "support/qt/Pacing.h"
 
@@ -9,7 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <filesystem>
 #include <sstream>
 #include <thread>
@@ -151,11 +151,12 @@ TEST(FrameFileThatCannotBeMade, EndsTheWorkerWithOneAtTheFirstPicture) {
     const TemporaryFolder folder;
     const std::filesystem::path file = folder / "missing" / "channel";
     const auto name = std::filesystem::relative(file, QDir::tempPath().toStdString());
+    const QString path = QDir::tempPath() + QDir::separator() + QString::fromStdString(name.string());
     const parent::FrameChannel channel(QString::fromStdString(name.string()));
-    ChildProcess worker({.command = {MEDIAWORKER_PROGRAM, server.url("/live.flv"), name, "nobody"},
+    ChildProcess worker({.command = {MEDIAWORKER_PROGRAM, server.url("/live.flv"), name.string(), "nobody"},
                          .errors = folder / "log"});
     EXPECT_EQ(worker.wait(), 1);
-    EXPECT_NE(readFile(folder / "log").find("\ncan't map the frame file: " + file.string() + ": "),
+    EXPECT_NE(readFile(folder / "log").find("\ncan't map the frame file: " + path.toStdString() + ": "),
               std::string::npos)
         << readFile(folder / "log");
 }
@@ -179,11 +180,11 @@ TEST(ParentProcess, ThatIsKilledEndsTheWorkerWithZero) {
     HttpServer server;
     server.route("/live.flv", pacedHandler(makeFlv(clip, lasting(clip, 30s)), {.burstMs = 1500}));
     const TemporaryFolder folder;
-    ChildProcess parent(
-        {.command = {DOOMED_PARENT, MEDIAWORKER_PROGRAM, server.url("/live.flv"), folder / "code"},
-         .output = folder / "names"});
+    ChildProcess parent({.command = {DOOMED_PARENT, MEDIAWORKER_PROGRAM, server.url("/live.flv"), WITNESS,
+                                     (folder / "code").string()},
+                         .output = folder / "names"});
     std::istringstream names(waitForContent(folder / "names"));
-    parent.signal(SIGKILL);
+    parent.kill();
     EXPECT_EQ(waitForContent(folder / "code"), "0\n");
 
     // What the killed one could not remove.
@@ -203,7 +204,7 @@ TEST(Crash, EndsTheWorkerWithOne) {
     Session session;
     session.start(server.url("/live.flv"));
     ASSERT_TRUE(session.waitUntil([&] { return session.connectedPid().has_value(); }));
-    ASSERT_EQ(::kill(static_cast<pid_t>(session.worker().processId()), SIGSEGV), 0);
+    ASSERT_TRUE(platform::makeCrash(session.worker().processId()));
     EXPECT_EQ(session.waitForExit(), 1) << session.logText();
 }
 

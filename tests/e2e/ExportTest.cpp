@@ -3,6 +3,7 @@
 
 #include "support/ChildProcess.h"
 #include "support/MountNamespace.h"
+#include "support/Platform.h"
 #include "support/qt/HttpServer.h"
 #include "support/qt/Pacing.h"
 
@@ -14,8 +15,6 @@
 #include <atomic>
 #include <memory>
 #include <random>
-
-#include <sched.h>
 
 namespace mediaworker::test {
 namespace {
@@ -353,12 +352,17 @@ INSTANTIATE_TEST_SUITE_P(
                                "avformat_write_header: file: /dev/full, err: No space left on device"},
                     OutputCase{"AMissingFolder", "/nowhere/out.mp4",
                                "avio_open: file: /nowhere/out.mp4, err: No such file or directory"},
-                    OutputCase{"AFolder", "/proc", "avio_open: file: /proc, err: Is a directory"},
+                    OutputCase{"AFolder", "/proc",
+                               platform::kIsWindows ? "avio_open: file: /proc, err: Permission denied"
+                                                    : "avio_open: file: /proc, err: Is a directory"},
                     OutputCase{"AFileOfTheSystem", "/proc/sys/kernel/ostype",
                                "avio_open: file: /proc/sys/kernel/ostype, err: Permission denied"}),
     [](const auto& instance) { return instance.param.name; });
 
 TEST_F(Export, ToADiskThatBecomesFullEndsWithOne) {
+    if (platform::kIsWindows) {
+        GTEST_SKIP() << "Windows has no limit for the size of a process's files";
+    }
     server_.route("/clip.flv", pacedHandler(lasting(60s), {.speed = 0}));
     // A limit for the size of files does to the worker what a full disk does; the signal stays ignored.
     for (const char* kilobytes : {"1", "100", "600"}) {
@@ -372,6 +376,9 @@ TEST_F(Export, ToADiskThatBecomesFullEndsWithOne) {
 }
 
 TEST_F(Export, ToAFullFileSystemEndsWithOne) {
+    if (platform::kIsWindows) {
+        GTEST_SKIP() << "Windows mounts no file systems for one process";
+    }
     const std::filesystem::path small = folder_ / "small";
     std::filesystem::create_directory(small);
     // A file system of a given size that nobody else sees, and that goes with the worker.
@@ -447,11 +454,11 @@ TEST_F(Export, KilledAtAnyMomentIsReported) {
         Recording recording;
         recording.start(server_.url(i % 2 == 0 ? "/endless.flv" : "/live.flv"), output_, 2'000'000'000);
         recording.listen(std::chrono::milliseconds(delay(random)));
-        const auto pid = static_cast<pid_t>(recording.worker().processId());
+        const qint64 pid = recording.worker().processId();
         ASSERT_NE(pid, 0);
         recording.worker().kill();
         ASSERT_EQ(recording.waitForExit(), -1) << i;
-        EXPECT_FALSE(std::filesystem::exists("/proc/" + std::to_string(pid)));
+        EXPECT_FALSE(platform::isRunning(pid));
     }
 }
 
@@ -460,25 +467,13 @@ TEST_F(Export, KilledAtAnyMomentIsReported) {
 /// have.
 class ManyExports : public Export {
 protected:
-    ManyExports() : seesOwnSemaphoresOnly_(::unshare(CLONE_NEWIPC) == 0) {
-        qputenv("TMPDIR", QByteArray::fromStdString(temporary_.path().string()));
-    }
-    ~ManyExports() override {
-        if (before_.isNull()) {
-            qunsetenv("TMPDIR");
-        } else {
-            qputenv("TMPDIR", before_);
-        }
-    }
-
     [[nodiscard]] std::vector<std::string> leftBehind() const {
         std::vector<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(temporary_.path())) {
             names.push_back(entry.path().filename().string());
         }
-        const std::string semaphores = readFile("/proc/sysvipc/sem"); // a heading, and a line for each
-        if (seesOwnSemaphoresOnly_ && std::count(semaphores.begin(), semaphores.end(), '\n') > 1) {
-            names.push_back(semaphores);
+        if (const std::string list = platform::semaphores(); seesOwnSemaphoresOnly_ && !list.empty()) {
+            names.push_back(list);
         }
         return names;
     }
@@ -486,9 +481,9 @@ protected:
         return folder_.path() / (std::to_string(number) + ".mp4");
     }
 
-    const bool seesOwnSemaphoresOnly_;
-    const QByteArray before_ = qgetenv("TMPDIR");
+    const bool seesOwnSemaphoresOnly_ = platform::hideSemaphoresOfOthers();
     const TemporaryFolder temporary_;
+    const platform::TemporaryDirectory useTemporary_{temporary_.path()};
 };
 
 TEST_F(ManyExports, InARowLeaveNothingBehind) {

@@ -1,6 +1,7 @@
 #include "Session.h"
 
 #include "support/ChildProcess.h"
+#include "support/Platform.h"
 #include "support/qt/HttpServer.h"
 #include "support/qt/Pacing.h"
 
@@ -152,6 +153,9 @@ TEST(WithoutAParent, TheWorkerGoesOnToTheEndOfTheStream) {
 }
 
 TEST(WithoutAReaderOfTheLog, TheWorkerShowsItsPictures) {
+    if (platform::kIsWindows) {
+        GTEST_SKIP() << "it takes a shell to close the log's other end";
+    }
     ClipSpec spec;
     spec.frames = 40;
     const Clip clip = encode(spec);

@@ -1,13 +1,12 @@
 #include "Session.h"
 
-#include "support/ChildProcess.h"
+#include "support/Platform.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QTimer>
 
 #include <algorithm>
-#include <sstream>
 #include <stdexcept>
 
 namespace mediaworker::test {
@@ -142,18 +141,7 @@ std::string Session::logText() const {
 }
 
 std::int64_t Session::residentBytes() const {
-    std::istringstream status;
-    try {
-        status.str(readFile("/proc/" + std::to_string(worker_.processId()) + "/status"));
-    } catch (const std::runtime_error&) {
-        return 0;
-    }
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with("VmRSS:")) {
-            return std::stoll(line.substr(6)) * 1024;
-        }
-    }
-    return 0;
+    return platform::residentBytes(worker_.processId());
 }
 
 FlvOptions lasting(const Clip& clip, std::chrono::milliseconds duration) {

@@ -1,6 +1,7 @@
 #include "Session.h"
 
 #include "support/ChildProcess.h"
+#include "support/Platform.h"
 #include "support/qt/HttpServer.h"
 #include "support/qt/Pacing.h"
 #include "support/qt/PulseSink.h"
@@ -62,9 +63,7 @@ TEST_F(Sound, IsOffUntilTheParentAsksForIt) {
 }
 
 TEST_F(Sound, LibrariesAreLoadedWhenTheParentAsksForItAndNotBefore) {
-    const auto maps = [this] {
-        return readFile("/proc/" + std::to_string(session_.worker().processId()) + "/maps");
-    };
+    const auto maps = [this] { return platform::loadedLibraries(session_.worker().processId()); };
     using testing::HasSubstr;
     play(tone(1000));
     EXPECT_THAT(maps(), Not(AnyOf(HasSubstr("mediaworker_sound"), HasSubstr("Qt5Multimedia"),

@@ -1,9 +1,9 @@
 // A parent that plays a stream until somebody kills it.
 //
-//   doomed_parent WORKER URL CODE_FILE
+//   doomed_parent WORKER URL WITNESS CODE_FILE
 //
-// CODE_FILE gets the worker's exit code. When pictures come, a line with the names of the frame channel and
-// the server is printed.
+// WITNESS runs the worker, and CODE_FILE gets its exit code. When pictures come, a line with the names of the
+// frame channel and the server is printed.
 #include "parent/WorkerProcess.h"
 
 #include <QCoreApplication>
@@ -12,16 +12,14 @@
 #include <cstdlib>
 
 int main(int argc, char** argv) {
-    if (argc != 4) {
+    if (argc != 5) {
         return EXIT_FAILURE;
     }
     const QCoreApplication application(argc, argv);
     mediaworker::parent::WorkerProcess worker;
     worker.setProgram(QString::fromLocal8Bit(argv[1]));
-    // A shell between the two outlives this process, and is told how the worker ends.
-    worker.setProgramPrefix({QStringLiteral("sh"), QStringLiteral("-c"),
-                             QStringLiteral(R"(code=$1; shift; "$@"; echo $? > "$code")"),
-                             QStringLiteral("sh"), QString::fromLocal8Bit(argv[3])});
+    // It outlives this process, and is told how the worker ends.
+    worker.setProgramPrefix({QString::fromLocal8Bit(argv[3]), QString::fromLocal8Bit(argv[4])});
     int frames = 0;
     QObject::connect(&worker, &mediaworker::parent::WorkerProcess::frame, [&] {
         if (++frames == 5) {

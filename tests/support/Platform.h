@@ -34,6 +34,26 @@ private:
     std::string before_; ///< empty: there was none
 };
 
+/// The current folder of this process and those that it starts, while this lives.
+class CurrentFolder {
+public:
+    explicit CurrentFolder(const std::filesystem::path& path) : before_(std::filesystem::current_path()) {
+        std::filesystem::current_path(path);
+    }
+    CurrentFolder(const CurrentFolder&) = delete;
+    CurrentFolder& operator=(const CurrentFolder&) = delete;
+    ~CurrentFolder() { std::filesystem::current_path(before_); }
+
+private:
+    const std::filesystem::path before_;
+};
+
+/// Lets this process and those that it starts see only the named semaphores that they make from now on. False
+/// where that cannot be.
+[[nodiscard]] bool hideSemaphoresOfOthers();
+/// A line for each semaphore that can be seen; empty where the system keeps none without a user.
+[[nodiscard]] std::string semaphores();
+
 /// "file:///..." for a file.
 [[nodiscard]] std::string fileUrl(const std::filesystem::path& file);
 

@@ -8,6 +8,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include <sched.h>
 #include <sys/ioctl.h>
 
 namespace mediaworker::test::platform {
@@ -70,6 +71,15 @@ TemporaryDirectory::~TemporaryDirectory() {
     } else {
         ::setenv(kVariable, before_.c_str(), 1); // NOLINT(concurrency-mt-unsafe)
     }
+}
+
+bool hideSemaphoresOfOthers() {
+    return ::unshare(CLONE_NEWIPC) == 0;
+}
+
+std::string semaphores() {
+    const std::string list = readFile("/proc/sysvipc/sem"); // a heading, and a line for each
+    return list.substr(list.find('\n') + 1);
 }
 
 std::string fileUrl(const std::filesystem::path& file) {

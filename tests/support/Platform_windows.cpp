@@ -91,6 +91,14 @@ TemporaryDirectory::~TemporaryDirectory() {
     _putenv_s(kVariable, before_.c_str()); // an empty value removes it
 }
 
+bool hideSemaphoresOfOthers() {
+    return false;
+}
+
+std::string semaphores() {
+    return {};
+}
+
 std::string fileUrl(const std::filesystem::path& file) {
     return "file:///" + file.generic_string();
 }

@@ -1,17 +1,6 @@
 #include "support/qt/TestCertificates.h"
 
-#include "support/MountNamespace.h"
-
-#include <exception>
-
 namespace mediaworker::test {
-namespace {
-
-/// Where Qt and OpenSSL look on Debian: both the hashed names and the bundle are in there.
-constexpr const char* kSystemFolder = "/etc/ssl/certs";
-
-} // namespace
-
 TestCertificates::TestCertificates(const std::vector<std::string>& hostNames) {
     std::string names = "IP:127.0.0.1";
     for (const std::string& name : hostNames) {
@@ -39,35 +28,6 @@ TestCertificates::TestCertificates(const std::vector<std::string>& hostNames) {
     openssl({"x509", "-req", "-days", "2", "-in", request, "-CA", authorityFile().string(), "-CAkey",
              authorityKey, "-CAcreateserial"},
             {"-extfile", extensions, "-out", certificateFile().string()});
-}
-
-PrivateCertificates::PrivateCertificates(const TestCertificates& certificates) {
-    const std::string authority = readFile(certificates.authorityFile());
-    writeFile(folder_ / "authority.pem", authority);
-    writeFile(folder_ / "ca-certificates.crt", authority);
-    // A relative link, which still holds where the folder is shown.
-    std::string hash =
-        runCommand({"openssl", "x509", "-noout", "-hash", "-in", certificates.authorityFile().string()});
-    hash.erase(hash.find_last_not_of('\n') + 1);
-    std::filesystem::create_symlink("authority.pem", folder_.path() / (hash + ".0"));
-}
-
-std::vector<std::string> PrivateCertificates::commandPrefix() const {
-    std::vector<std::string> command = inMountNamespace(scratch_.path());
-    command.insert(command.end(), {"sh", "-c", R"(mount --bind "$0" "$1" && shift && exec "$@")",
-                                   folder_.path().string(), kSystemFolder});
-    return command;
-}
-
-std::optional<std::string> PrivateCertificates::obstacle() const {
-    std::vector<std::string> command = commandPrefix();
-    command.emplace_back("true");
-    try {
-        runCommand(command);
-        return std::nullopt;
-    } catch (const std::exception& error) {
-        return error.what();
-    }
 }
 
 } // namespace mediaworker::test

@@ -3,6 +3,7 @@
 #include "support/ChildProcess.h"
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -26,9 +27,14 @@ private:
 
 /// Runs a program so that it finds our authority, and only that, among the system's: in a mount namespace of
 /// its own whose folder of trusted certificates is another. Nothing outside the program sees a change.
+///
+/// On Windows there is no such thing: from commandPrefix() on until this goes, the user trusts our authority.
 class PrivateCertificates {
 public:
     explicit PrivateCertificates(const TestCertificates& certificates);
+    PrivateCertificates(const PrivateCertificates&) = delete;
+    PrivateCertificates& operator=(const PrivateCertificates&) = delete;
+    ~PrivateCertificates();
 
     /// Goes before the program and its arguments. The program keeps the process id.
     [[nodiscard]] std::vector<std::string> commandPrefix() const;
@@ -37,8 +43,8 @@ public:
     [[nodiscard]] std::optional<std::string> obstacle() const;
 
 private:
-    TemporaryFolder folder_;
-    TemporaryFolder scratch_; ///< of the mount namespace
+    struct State;
+    std::unique_ptr<State> state_;
 };
 
 } // namespace mediaworker::test
