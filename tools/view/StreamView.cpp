@@ -88,7 +88,9 @@ StreamView::StreamView(StreamSettings settings, QWidget* parent)
     connect(
         pictures_, &PictureWidget::pictureSizeChanged, this,
         [this] {
-            if (!std::exchange(hasPicture_, true)) {
+            // Another stream may have been opened since.
+            const bool hasSize = !pictures_->pictureSize().isEmpty();
+            if (hasSize && !std::exchange(hasPicture_, true)) {
                 Q_EMIT firstPicture();
             }
             refresh();
