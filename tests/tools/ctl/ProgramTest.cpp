@@ -176,7 +176,7 @@ protected:
 };
 
 TEST_F(CtlPlay, TellsHowAStreamGoes) {
-    ASSERT_EQ(run({"play", server_.url("/clip.flv")}), kDone) << errors();
+    ASSERT_EQ(run({"play", server_.url("/long.flv"), "--seconds", "2.5"}), kDone) << errors();
     const auto told = lines(output());
     ASSERT_GE(told.size(), 5U) << output();
     EXPECT_THAT(told[0], ContainsRegex("^worker [0-9]+ is connected$"));
@@ -462,7 +462,9 @@ TEST_F(CtlExport, SpeaksJson) {
 // A terminal of our own, of which the program has the other end.
 TEST_F(CtlExport, DrawsABarOnATerminal) {
     const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
-    ASSERT_GE(terminal, 0);
+    if (terminal < 0) {
+        GTEST_SKIP() << "no terminals here: is /dev/pts mounted?";
+    }
     ASSERT_EQ(::grantpt(terminal), 0);
     ASSERT_EQ(::unlockpt(terminal), 0);
     output_ = ::ptsname(terminal);
