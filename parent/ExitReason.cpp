@@ -23,20 +23,47 @@ QString streamReason(int exitCode) {
     }
 }
 
+QString localFileReason(int exitCode) {
+    switch (exitCode) {
+    case 1:
+        return QStringLiteral("the arguments are wrong, or the worker crashed");
+    case 2:
+        return QStringLiteral("the file is at its end, or cannot be opened or read");
+    default:
+        return streamReason(exitCode);
+    }
+}
+
+QString exportReason(int exitCode) {
+    switch (exitCode) {
+    case 0:
+        return QStringLiteral("the file is complete");
+    case 1:
+        return QStringLiteral("the export failed, or the link to the parent was closed");
+    default:
+        return {};
+    }
+}
+
+QString reasonOf(WorkerMode mode, int exitCode) {
+    switch (mode) {
+    case WorkerMode::Stream:
+        return streamReason(exitCode);
+    case WorkerMode::LocalFile:
+        return localFileReason(exitCode);
+    case WorkerMode::Export:
+        return exportReason(exitCode);
+    }
+    return {};
+}
+
 } // namespace
 
 QString exitReason(WorkerMode mode, int exitCode, bool crashed) {
     if (crashed) {
         return QStringLiteral("the worker was killed");
     }
-    QString reason;
-    if (mode == WorkerMode::Stream) {
-        reason = streamReason(exitCode);
-    } else if (exitCode == 0) {
-        reason = QStringLiteral("the file is complete");
-    } else if (exitCode == 1) {
-        reason = QStringLiteral("the export failed, or the link to the parent was closed");
-    }
+    const QString reason = reasonOf(mode, exitCode);
     return reason.isEmpty() ? QStringLiteral("unknown exit code %1").arg(exitCode) : reason;
 }
 

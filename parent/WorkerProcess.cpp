@@ -60,7 +60,8 @@ bool WorkerProcess::start(const StreamJob& job) {
     } catch (const std::exception& e) {
         return fail(QString::fromLocal8Bit(e.what()));
     }
-    mode_ = WorkerMode::Stream;
+    // The worker's own rule.
+    mode_ = job.url.startsWith(QLatin1String("file")) ? WorkerMode::LocalFile : WorkerMode::Stream;
     if (!listen()) {
         return false;
     }
@@ -238,7 +239,7 @@ void WorkerProcess::takeLogLine(const QByteArray& line) {
 }
 
 bool WorkerProcess::acceptsCommands() const {
-    return isRunning() && mode_ == WorkerMode::Stream;
+    return isRunning() && mode_ != WorkerMode::Export;
 }
 
 bool WorkerProcess::setVolume(int percent) {

@@ -85,7 +85,7 @@ public:
     [[nodiscard]] FrameChannel* frames() const noexcept { return frames_.get(); }
 
     // Commands. Queued until the worker is connected, and then written at a pace that it can follow. False
-    // when there is no worker in stream mode, or it does not take commands any more and the queue is full.
+    // when no worker plays, or it does not take commands any more and the queue is full.
 
     /// Starts the sound if it is off. 0 to 100.
     bool setVolume(int percent);

@@ -16,6 +16,14 @@ TEST(ExitReason, GivesEveryCodeOfAStreamItsOwnWords) {
     EXPECT_EQ(reasons.count(QString()), 0U);
 }
 
+TEST(ExitReason, KnowsThatALocalFileEndsWithoutAnotherPicture) {
+    EXPECT_EQ(exitReason(WorkerMode::LocalFile, 2, false),
+              QStringLiteral("the file is at its end, or cannot be opened or read"));
+    EXPECT_NE(exitReason(WorkerMode::LocalFile, 2, false), exitReason(WorkerMode::Stream, 2, false));
+    EXPECT_EQ(exitReason(WorkerMode::LocalFile, 0, false), exitReason(WorkerMode::Stream, 0, false));
+    EXPECT_FALSE(exitReason(WorkerMode::LocalFile, 1, false).contains(QStringLiteral("FLV")));
+}
+
 TEST(ExitReason, NamesTheUnknown) {
     EXPECT_TRUE(exitReason(WorkerMode::Stream, 77, false).contains(QStringLiteral("77")));
     EXPECT_TRUE(exitReason(WorkerMode::Export, 2, false).contains(QStringLiteral("2")));

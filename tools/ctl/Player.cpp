@@ -185,7 +185,7 @@ void Player::stop(PlayStop why) {
 void Player::onFinished(int exitCode, bool crashed) {
     monitor_.ended();
     PlayEnd result;
-    result.worker = {parent::WorkerMode::Stream, exitCode, crashed, lastWords(worker_.recentLog())};
+    result.worker = {worker_.mode(), exitCode, crashed, lastWords(worker_.recentLog())};
     result.stop = stop_;
     result.isFile = command_.url.startsWith(QStringLiteral("file"));
     result.frames = monitor_.frames();
