@@ -1,6 +1,6 @@
 #include "tools/ctl/Player.h"
 
-#include "tools/ctl/Interruption.h"
+#include "tools/interruption/Interruption.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -1,6 +1,6 @@
 #include "tools/ctl/Recorder.h"
 
-#include "tools/ctl/Interruption.h"
+#include "tools/interruption/Interruption.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,9 +1,9 @@
 #include "tools/ctl/Arguments.h"
 #include "tools/ctl/Console.h"
-#include "tools/ctl/Interruption.h"
 #include "tools/ctl/Player.h"
 #include "tools/ctl/Recorder.h"
 #include "tools/ctl/standard_output.h"
+#include "tools/interruption/Interruption.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -15,6 +15,7 @@
 namespace {
 
 using namespace mediaworker::ctl;
+using mediaworker::Interruption;
 
 constexpr int kDone = 0;
 constexpr int kNotDone = 1;

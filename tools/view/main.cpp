@@ -1,3 +1,4 @@
+#include "tools/interruption/Interruption.h"
 #include "tools/view/ViewerOptions.h"
 #include "tools/view/ViewerWindow.h"
 
@@ -37,7 +38,10 @@ int printText(const ViewerOptions& options) {
 }
 
 int show(const ViewerOptions& options) {
+    // Before the first worker. A frame file and a semaphore go with their window, so it is closed as by hand.
+    const mediaworker::Interruption interruption;
     ViewerWindow window(options.streams, options.snapshotFolder);
+    QObject::connect(&interruption, &mediaworker::Interruption::requested, &window, &QWidget::close);
     for (const QString& url : options.urls) {
         window.add(url);
     }

@@ -40,6 +40,17 @@ TEST_F(Program, ShowsStreamsAndEndsInOrder) {
         waitUntil([&] { return server_.exchanges()[0].clientLeft && server_.exchanges()[1].clientLeft; }));
 }
 
+TEST_F(Program, EndsInOrderWhenItIsAskedToBySignal) {
+    for (const int signal : {SIGINT, SIGTERM}) {
+        const std::size_t before = server_.exchanges().size();
+        ChildProcess viewer(command({"--mute", server_.url("/live.flv")}));
+        ASSERT_TRUE(waitUntil([&] { return server_.exchanges().size() > before; }));
+        viewer.signal(signal);
+        EXPECT_EQ(viewer.waitFor(30s), 0) << readFile(folder_ / "errors");
+        EXPECT_EQ(leftovers(), "");
+    }
+}
+
 TEST_F(Program, TwoOfThemShowOneStream) {
     const std::string url = server_.url("/live.flv");
     ChildProcess first(command({"--mute", "--statistics", "--seconds", "4", url}, "first"));

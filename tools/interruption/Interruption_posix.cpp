@@ -1,4 +1,4 @@
-#include "tools/ctl/Interruption.h"
+#include "tools/interruption/Interruption.h"
 
 #include <QSocketNotifier>
 
@@ -11,7 +11,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
-namespace mediaworker::ctl {
+namespace mediaworker {
 
 namespace {
 
@@ -88,4 +88,4 @@ Interruption::Shield::~Shield() {
     ::pthread_sigmask(SIG_SETMASK, &state_->before, nullptr);
 }
 
-} // namespace mediaworker::ctl
+} // namespace mediaworker

@@ -1,8 +1,8 @@
-#include "tools/ctl/Interruption.h"
+#include "tools/interruption/Interruption.h"
 
 #include <windows.h>
 
-namespace mediaworker::ctl {
+namespace mediaworker {
 
 namespace {
 
@@ -42,4 +42,4 @@ Interruption::Shield::~Shield() {
     SetConsoleCtrlHandler(nullptr, FALSE);
 }
 
-} // namespace mediaworker::ctl
+} // namespace mediaworker

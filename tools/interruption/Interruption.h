@@ -4,7 +4,7 @@
 
 #include <memory>
 
-namespace mediaworker::ctl {
+namespace mediaworker {
 
 /// Hears when the user wants this program to end: Ctrl-C, and what else ends programs in an orderly way. One
 /// at a time; belongs to the main thread.
@@ -39,4 +39,4 @@ private:
     std::unique_ptr<Platform> platform_;
 };
 
-} // namespace mediaworker::ctl
+} // namespace mediaworker
