@@ -151,7 +151,8 @@ TEST(FrameFileThatCannotBeMade, EndsTheWorkerWithOneAtTheFirstPicture) {
     const TemporaryFolder folder;
     const std::filesystem::path file = folder / "missing" / "channel";
     const auto name = std::filesystem::relative(file, QDir::tempPath().toStdString());
-    const QString path = QDir::tempPath() + QDir::separator() + QString::fromStdString(name.string());
+    const QString path = QDir::fromNativeSeparators(QDir::tempPath() + QDir::separator() +
+                                                    QString::fromStdString(name.string()));
     const parent::FrameChannel channel(QString::fromStdString(name.string()));
     ChildProcess worker({.command = {MEDIAWORKER_PROGRAM, server.url("/live.flv"), name.string(), "nobody"},
                          .errors = folder / "log"});

@@ -23,7 +23,7 @@ protected:
     /// Everything in pieces of an odd size, then the end.
     [[nodiscard]] bool record(const std::vector<std::uint8_t>& bytes) {
         constexpr std::size_t kPiece = 7919;
-        ko_player::FileRecorder recorder(path_);
+        ko_player::FileRecorder recorder(path_.string());
         for (std::size_t at = 0; at < bytes.size(); at += kPiece) {
             if (!recorder.consume(bytes.data() + at, std::min(kPiece, bytes.size() - at))) {
                 static_cast<void>(recorder.pushEofAndClose());

@@ -1,7 +1,9 @@
 #include "support/ChildProcess.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
+#include <sstream>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -51,7 +53,7 @@ std::wstring wide(std::string_view utf8) {
 
 /// By the rules of the C run-time library, which takes the line apart.
 std::string quoted(const std::string& word) {
-    std::string result = "\"";
+    std::string result(1, '"');
     std::size_t backslashes = 0;
     for (const char c : word) {
         if (c == '"') {
@@ -67,7 +69,10 @@ std::string quoted(const std::string& word) {
 std::wstring commandLine(const std::vector<std::string>& command) {
     std::string line;
     for (const std::string& word : command) {
-        line += (line.empty() ? "" : " ") + quoted(word);
+        if (!line.empty()) {
+            line += ' ';
+        }
+        line += quoted(word);
     }
     return wide(line);
 }
@@ -78,7 +83,7 @@ std::wstring mergedEnvironment(const std::vector<std::pair<std::string, std::str
     for (const wchar_t* entry = own; *entry != L'\0'; entry += std::wstring_view(entry).size() + 1) {
         const std::wstring_view text(entry);
         const bool replaced = std::any_of(added.begin(), added.end(), [&](const auto& variable) {
-            return text.starts_with(wide(variable.first + "="));
+            return text.starts_with(wide(variable.first).append(L"="));
         });
         if (!replaced) {
             result.append(text).push_back(L'\0');
@@ -86,7 +91,7 @@ std::wstring mergedEnvironment(const std::vector<std::pair<std::string, std::str
     }
     FreeEnvironmentStringsW(own);
     for (const auto& [name, value] : added) {
-        result.append(wide(name + "=" + value)).push_back(L'\0');
+        result.append(wide(std::string(name).append("=").append(value))).push_back(L'\0');
     }
     result.push_back(L'\0');
     return result;
@@ -117,16 +122,23 @@ std::string pathAround(const std::string& word) {
     std::string rest = word.substr(2);
     std::replace(rest.begin(), rest.end(), '\\', '/');
     const char* const prefix = std::getenv("WINEPREFIX");
-    return std::string(prefix != nullptr ? prefix : "") + "/dosdevices/" +
-           static_cast<char>(std::tolower(static_cast<unsigned char>(word[0]))) + ":" + rest;
+    std::string path(prefix != nullptr ? prefix : "");
+    path.append("/dosdevices/");
+    path.push_back(static_cast<char>(std::tolower(static_cast<unsigned char>(word[0]))));
+    path.push_back(':');
+    return path.append(rest);
 }
 
 std::string shellWord(const std::string& text) {
-    std::string result = "'";
+    std::string result(1, '\'');
     for (const char c : text) {
-        result += c == '\'' ? std::string("'\\''") : std::string(1, c);
+        if (c == '\'') {
+            result.append("'\\'");
+        }
+        result.push_back(c);
     }
-    return result + "'";
+    result.push_back('\'');
+    return result;
 }
 
 std::string shellPath(const std::filesystem::path& path) {
@@ -223,26 +235,26 @@ void ChildProcess::State::startWindowsProgram() {
 void ChildProcess::State::startLinuxProgram() {
     isStarted = true;
     const std::filesystem::path script = *folder / "run";
-    std::string text = "export PATH=/usr/local/bin:/usr/bin:/bin LC_ALL=C.UTF-8\n";
+    std::ostringstream text;
+    text << "export PATH=/usr/local/bin:/usr/bin:/bin LC_ALL=C.UTF-8\n";
     for (const auto& [name, value] : options.environment) {
-        text += "export " + name + "=" + shellWord(value) + "\n";
+        text << "export " << name << '=' << shellWord(value) << '\n';
     }
     for (const std::string& word : options.command) {
-        text += shellWord(pathAround(word)) + " ";
+        text << shellWord(pathAround(word)) << ' ';
     }
+    const std::string nothing = "/dev/null";
+    std::string source = nothing;
     if (options.hasInput) {
         writeFile(*folder / "in", pendingInput);
         pendingInput.clear();
-        text += "<" + shellPath(*folder / "in");
-    } else {
-        text += "</dev/null";
+        source = shellPath(*folder / "in");
     }
-    text += " >" + (options.output.empty() ? "/dev/null" : shellPath(options.output));
-    text += " 2>" + (options.errors.empty() ? "/dev/null" : shellPath(options.errors));
-    text += " &\necho $! >" + shellPath(*folder / "pid") + "\nwait $!\necho $? >" +
-            shellPath(*folder / "part") + "\nmv " + shellPath(*folder / "part") + " " +
-            shellPath(*folder / "status") + "\n";
-    writeFile(script, text);
+    text << '<' << source << " >" << (options.output.empty() ? nothing : shellPath(options.output)) << " 2>"
+         << (options.errors.empty() ? nothing : shellPath(options.errors)) << " &\necho $! >"
+         << shellPath(*folder / "pid") << "\nwait $!\necho $? >" << shellPath(*folder / "part") << "\nmv "
+         << shellPath(*folder / "part") << ' ' << shellPath(*folder / "status") << '\n';
+    writeFile(script, text.str());
 
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;

@@ -22,6 +22,9 @@ inline constexpr bool kIsWindows = MEDIAWORKER_TEST_ON_WINDOWS != 0;
 /// How many bytes the peer of a local socket has sent that nobody has read.
 [[nodiscard]] int bytesWaiting(std::intptr_t socketDescriptor);
 
+/// A variable of the environment of this process and those that it starts; null removes it.
+void setVariable(const char* name, const char* value);
+
 /// The system's temporary directory for this process and those that it starts, while this lives.
 class TemporaryDirectory {
 public:

@@ -59,6 +59,14 @@ int bytesWaiting(std::intptr_t socketDescriptor) {
     return ::ioctl(static_cast<int>(socketDescriptor), FIONREAD, &bytes) == 0 ? bytes : -1;
 }
 
+void setVariable(const char* name, const char* value) {
+    if (value == nullptr) {
+        ::unsetenv(name); // NOLINT(concurrency-mt-unsafe)
+    } else {
+        ::setenv(name, value, 1); // NOLINT(concurrency-mt-unsafe)
+    }
+}
+
 TemporaryDirectory::TemporaryDirectory(const std::filesystem::path& path) {
     const char* const before = std::getenv(kVariable); // NOLINT(concurrency-mt-unsafe)
     before_ = before != nullptr ? before : "";

@@ -81,6 +81,10 @@ int bytesWaiting(std::intptr_t socketDescriptor) {
                : -1;
 }
 
+void setVariable(const char* name, const char* value) {
+    _putenv_s(name, value != nullptr ? value : ""); // an empty value removes it
+}
+
 TemporaryDirectory::TemporaryDirectory(const std::filesystem::path& path) {
     const char* const before = std::getenv(kVariable);
     before_ = before != nullptr ? before : "";

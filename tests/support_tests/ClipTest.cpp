@@ -1,6 +1,7 @@
 #include "support/media/Clip.h"
 #include "DecodeClip.h"
 #include "support/ChildProcess.h"
+#include "support/Platform.h"
 
 #include <gtest/gtest.h>
 
@@ -110,7 +111,7 @@ INSTANTIATE_TEST_SUITE_P(Codecs, SoundClip,
 
 TEST(Clip, IsEncodedOnceAndThenTakenFromTheCache) {
     const TemporaryFolder folder;
-    ASSERT_EQ(::setenv("MEDIAWORKER_TEST_CACHE", folder.path().c_str(), 1), 0); // NOLINT
+    platform::setVariable("MEDIAWORKER_TEST_CACHE", folder.path().string().c_str());
     ClipSpec spec;
     spec.frames = 3;
     const auto first = encodedFile(spec);
@@ -119,7 +120,7 @@ TEST(Clip, IsEncodedOnceAndThenTakenFromTheCache) {
     EXPECT_EQ(std::filesystem::last_write_time(first), written);
     spec.frames = 4;
     EXPECT_NE(encodedFile(spec), first);
-    ASSERT_EQ(::unsetenv("MEDIAWORKER_TEST_CACHE"), 0); // NOLINT
+    platform::setVariable("MEDIAWORKER_TEST_CACHE", nullptr);
 }
 
 TEST(Clip, SaysWhatTheEncoderDidNotLike) {
