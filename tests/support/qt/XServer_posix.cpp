@@ -14,12 +14,12 @@ XServer::XServer(int widthPx, int heightPx) {
     const auto numberFile = folder_ / "display";
     // It takes the first free number, and writes it down when it serves. No reset: a server whose last client
     // leaves would begin anew, and lose the next one's first request.
-    server_ = std::make_unique<ChildProcess>(ChildProcess::Options{
-        .command = {"Xvfb", "-displayfd", "1", "-screen", "0",
-                    std::to_string(widthPx) + "x" + std::to_string(heightPx) + "x24", "-nolisten", "tcp",
-                    "-noreset", "-dpi", "96"},
-        .output = numberFile,
-        .errors = folder_ / "server.log"});
+    server_ = std::make_unique<ChildProcess>(
+        ChildProcess::Options{.command = {"Xvfb", "-displayfd", "1", "-screen", "0",
+                                          std::to_string(widthPx) + "x" + std::to_string(heightPx) + "x24",
+                                          "-nolisten", "tcp", "-noreset", "-dpi", "96"},
+                              .output = numberFile,
+                              .errors = folder_ / "server.log"});
     const auto deadline = std::chrono::steady_clock::now() + 30s;
     std::string number;
     while (number.empty() || number.back() != '\n') {
