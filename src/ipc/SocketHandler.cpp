@@ -1,6 +1,7 @@
 #include "ipc/SocketHandler.h"
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QMutexLocker>
 #include <QThread>
 
@@ -39,6 +40,15 @@ bool SocketHandler::send(const Message& message) {
 
 bool SocketHandler::send(quint8 type) {
     return send(Message{type, 0, {}});
+}
+
+void SocketHandler::waitUntilWritten(std::chrono::milliseconds limit) {
+    const QDeadlineTimer deadline(limit);
+    while (socket_->bytesToWrite() > 0 && !deadline.hasExpired()) {
+        if (!socket_->waitForBytesWritten(static_cast<int>(deadline.remainingTime()))) {
+            break;
+        }
+    }
 }
 
 bool SocketHandler::sendNow(const Message& message) {

@@ -8,6 +8,8 @@
 #include <QObject>
 #include <QString>
 
+#include <chrono>
+
 namespace Corvane::Ipc {
 
 /// The worker's link to its parent: a local socket that carries small typed packets both ways.
@@ -35,6 +37,10 @@ public:
     bool send(const Message& message);
     /// A message without data. Thread-safe.
     bool send(quint8 type);
+    /// Waits until the system has taken what was sent, or the time is over: where the link is a named pipe,
+    /// writing goes on behind our back. On the handler's own thread only; its signals may be emitted
+    /// meanwhile.
+    void waitUntilWritten(std::chrono::milliseconds limit);
 
 Q_SIGNALS:
     void disconnected();

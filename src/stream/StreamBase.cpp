@@ -173,7 +173,8 @@ void StreamBase::drainLink() {
     const auto drained = std::make_shared<Drained>();
     QMetaObject::invokeMethod(
         link_.get(),
-        [drained] {
+        [this, drained] {
+            link_->waitUntilWritten(kLongestDrain);
             const std::lock_guard lock(drained->mutex);
             drained->isDone = true;
             drained->changed.notify_all();

@@ -1,5 +1,6 @@
 #include "ipc/SocketHandler.h"
 
+#include <QAbstractSocket>
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QLocalServer>
@@ -192,6 +193,36 @@ TEST_F(SocketHandlerTest, RefusesQuietlyWhenTheParentDoesNotRead) {
     EXPECT_LT(sent, 1000);
     EXPECT_LT(socket->bytesToWrite(), SocketHandler::kMaxUnsentBytes + 2 * 60'003);
     EXPECT_THAT(errors, IsEmpty());
+}
+
+TEST_F(SocketHandlerTest, WaitsForWhatTheSystemDoesNotTakeAtOnce) {
+    SocketHandler handler(name, nullptr);
+    QLocalSocket* parent = accept();
+    ASSERT_NE(parent, nullptr);
+    // More than a socket of the system holds: the parent has to read for it.
+    const QByteArray data(60'000, 'x');
+    constexpr int kMessages = 50;
+    for (int i = 0; i < kMessages; ++i) {
+        ASSERT_TRUE(handler.send(Message{1, static_cast<quint16>(data.size()), data}));
+    }
+    handler.waitUntilWritten(std::chrono::milliseconds(0)); // the time is over at once
+
+    constexpr qint64 kExpected = 11 + kMessages * (3 + 60'000);
+    qint64 read = 0;
+    const std::unique_ptr<QThread> reader(QThread::create([&] {
+        read = parent->readAll().size();
+        while (read < kExpected && parent->waitForReadyRead(10'000)) {
+            read += parent->readAll().size();
+        }
+    }));
+    qRegisterMetaType<QAbstractSocket::SocketState>(); // for signals between the socket and its notifiers
+    parent->setParent(nullptr);
+    const std::unique_ptr<QLocalSocket> owner(parent);
+    parent->moveToThread(reader.get());
+    reader->start();
+    handler.waitUntilWritten(std::chrono::seconds(10));
+    reader->wait();
+    EXPECT_EQ(read, kExpected);
 }
 
 TEST_F(SocketHandlerTest, SendsFromAnotherThreadThroughItsOwn) {
