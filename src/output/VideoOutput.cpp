@@ -13,6 +13,8 @@ extern "C" {
 #include <algorithm>
 #include <chrono>
 #include <exception>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 namespace ko_player {
@@ -32,6 +34,10 @@ VideoOutput::~VideoOutput() {
 }
 
 void VideoOutput::join() {
+    // What a join of itself would report, without a call that tools for thread errors take for a real one.
+    if (thread_.get_id() == std::this_thread::get_id()) {
+        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+    }
     if (thread_.joinable()) {
         thread_.join();
     }
