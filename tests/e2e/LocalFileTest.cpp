@@ -48,6 +48,9 @@ void expectPictures(Session& session, int first, int count, int widthPx, int hei
     int announced = first;
     int before = 0;
     int late = 0;
+    // Stamps a millisecond apart stand for pictures without any: those are shown as fast as they are decoded,
+    // and a parent sees the ones that it finds.
+    const bool isPaced = session.shown().back().ptsMs - session.shown().front().ptsMs > count * 10;
     for (const Shown& shown : session.shown()) {
         ASSERT_TRUE(shown.isWhole()) << "at " << shown.ptsMs << " ms: top " << shown.numbers.top.value_or(-1)
                                      << ", bottom " << shown.numbers.bottom.value_or(-1);
@@ -55,7 +58,7 @@ void expectPictures(Session& session, int first, int count, int widthPx, int hei
         EXPECT_EQ(shown.heightPx, heightPx);
         EXPECT_GE(*shown.numbers.top, announced);
         EXPECT_GE(*shown.numbers.top, before);
-        late += *shown.numbers.top > announced + 1 ? 1 : 0;
+        late += isPaced && *shown.numbers.top > announced + 1 ? 1 : 0;
         before = *shown.numbers.top;
         ++announced;
     }
