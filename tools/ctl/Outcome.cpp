@@ -13,6 +13,11 @@ double seconds(std::chrono::milliseconds duration) {
     return std::chrono::duration<double>(duration).count();
 }
 
+QString indented(const QStringList& lines) {
+    const auto separator = QStringLiteral("\n    ");
+    return separator + lines.join(separator);
+}
+
 } // namespace
 
 QStringList lastWords(const QStringList& log) {
@@ -32,14 +37,29 @@ QString describe(const WorkerEnd& end) {
         text += QStringLiteral(" (exit code %1)").arg(end.exitCode);
     }
     if (!end.lastLines.isEmpty()) {
-        text += QStringLiteral("\n  its last words:\n    ") + end.lastLines.join(QStringLiteral("\n    "));
+        text += QStringLiteral("\n  its last words:") + indented(end.lastLines);
     }
     return text;
 }
 
+QString describe(const QString& problem, const QStringList& log) {
+    const QStringList words = lastWords(log);
+    return words.isEmpty() ? problem
+                           : problem + QStringLiteral("; the worker's last words:") + indented(words);
+}
+
+Ended jobEnd(const Summary& summary, const QString& problem, const std::optional<WorkerEnd>& worker) {
+    Ended ended{summary, problem, std::nullopt, {}};
+    if (worker) {
+        ended.exitCode = worker->crashed ? std::nullopt : std::optional(worker->exitCode);
+        ended.reason = exitReason(worker->mode, worker->exitCode, worker->crashed);
+    }
+    return ended;
+}
+
 QString whyNotDone(const PlayEnd& end) {
-    const bool isAtEnd =
-        !end.worker.crashed && end.worker.exitCode == (end.isFile ? kEndOfFile : kEndOfStream);
+    const bool isFile = end.worker.mode == parent::WorkerMode::LocalFile;
+    const bool isAtEnd = !end.worker.crashed && end.worker.exitCode == (isFile ? kEndOfFile : kEndOfStream);
     if (end.frames == 0) {
         return end.stop == PlayStop::Interruption
                    ? QStringLiteral("interrupted before the first picture")

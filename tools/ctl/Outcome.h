@@ -1,6 +1,7 @@
 #pragma once
 
 #include "parent/ExitReason.h"
+#include "tools/ctl/Report.h"
 
 #include <QString>
 #include <QStringList>
@@ -25,6 +26,13 @@ struct WorkerEnd {
 /// Why it ended, the code, and its last words.
 [[nodiscard]] QString describe(const WorkerEnd& end);
 
+/// A problem with a worker that did not end by itself, and the last words of its log.
+[[nodiscard]] QString describe(const QString& problem, const QStringList& log);
+
+/// What is told at the end of a job. `worker`: how it ended, if it did by itself.
+[[nodiscard]] Ended jobEnd(const Summary& summary, const QString& problem,
+                           const std::optional<WorkerEnd>& worker);
+
 enum class PlayStop {
     None,        ///< the worker ended by itself
     Duration,    ///< it was told to, when all was watched that should be
@@ -34,7 +42,6 @@ enum class PlayStop {
 struct PlayEnd {
     WorkerEnd worker;
     PlayStop stop = PlayStop::None;
-    bool isFile = false; ///< a local file, not a stream
     quint64 frames = 0;
     std::optional<std::chrono::milliseconds> wanted = {}; ///< how long to watch
     std::chrono::milliseconds watched{0};

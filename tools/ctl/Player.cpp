@@ -187,7 +187,6 @@ void Player::onFinished(int exitCode, bool crashed) {
     PlayEnd result;
     result.worker = {worker_.mode(), exitCode, crashed, lastWords(worker_.recentLog())};
     result.stop = stop_;
-    result.isFile = command_.url.startsWith(QStringLiteral("file"));
     result.frames = monitor_.frames();
     result.wanted = command_.duration;
     result.watched = std::chrono::duration_cast<std::chrono::milliseconds>(watched());
@@ -195,11 +194,7 @@ void Player::onFinished(int exitCode, bool crashed) {
 }
 
 void Player::giveUp(const QString& problem) {
-    const QStringList words = lastWords(worker_.recentLog());
-    end(words.isEmpty() ? problem
-                        : QStringLiteral("%1; the worker's last words:\n    %2")
-                              .arg(problem, words.join(QStringLiteral("\n    "))),
-        std::nullopt);
+    end(describe(problem, worker_.recentLog()), std::nullopt);
 }
 
 void Player::end(QString problem, const std::optional<WorkerEnd>& worker) {
@@ -225,12 +220,7 @@ void Player::end(QString problem, const std::optional<WorkerEnd>& worker) {
     summary.intervalLongestMs = inMilliseconds(intervals_.longest());
     summary.delayMs = monitor_.delayMs(Clock::now());
     summary.snapshots = snapshots_;
-    Ended ended{summary, problem, std::nullopt, {}};
-    if (worker) {
-        ended.exitCode = worker->crashed ? std::nullopt : std::optional(worker->exitCode);
-        ended.reason = exitReason(worker->mode, worker->exitCode, worker->crashed);
-    }
-    console_.report(ended);
+    console_.report(jobEnd(summary, problem, worker));
     Q_EMIT done(problem);
 }
 

@@ -139,15 +139,12 @@ void Recorder::giveUp(const QString& problem) {
     if (std::exchange(isDone_, true)) {
         return;
     }
-    const QStringList words = lastWords(worker_.recentLog());
+    const QString described = describe(problem, worker_.recentLog());
     worker_.kill();
     worker_.waitForFinished(kEndWait); // it could write on
     QFile::remove(partial_);
     isDone_ = false;
-    end(words.isEmpty() ? problem
-                        : QStringLiteral("%1; the worker's last words:\n    %2")
-                              .arg(problem, words.join(QStringLiteral("\n    "))),
-        std::nullopt);
+    end(described, std::nullopt);
 }
 
 void Recorder::end(const QString& problem, const std::optional<WorkerEnd>& worker) {
@@ -157,7 +154,6 @@ void Recorder::end(const QString& problem, const std::optional<WorkerEnd>& worke
     ticks_.stop();
     patience_.stop();
     endTimer_.stop();
-    Ended ended{ExportSummary{}, problem, std::nullopt, {}};
     ExportSummary summary;
     summary.elapsed = startedAt_ == Clock::time_point{} ? 0ms : elapsed();
     if (problem.isEmpty()) {
@@ -165,12 +161,7 @@ void Recorder::end(const QString& problem, const std::optional<WorkerEnd>& worke
         summary.file = command_.file;
         summary.bytes = QFileInfo(command_.file).size();
     }
-    ended.summary = summary;
-    if (worker) {
-        ended.exitCode = worker->crashed ? std::nullopt : std::optional(worker->exitCode);
-        ended.reason = exitReason(worker->mode, worker->exitCode, worker->crashed);
-    }
-    console_.report(ended);
+    console_.report(jobEnd(summary, problem, worker));
     Q_EMIT done(problem);
 }
 

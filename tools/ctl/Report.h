@@ -59,8 +59,10 @@ struct ExportSummary {
     std::chrono::milliseconds elapsed{0};
 };
 
+using Summary = std::variant<PlaySummary, ExportSummary>;
+
 struct Ended {
-    std::variant<PlaySummary, ExportSummary> summary;
+    Summary summary;
     QString problem = {};             ///< empty: the job was done
     std::optional<int> exitCode = {}; ///< the worker's; empty when it was killed or never ran
     QString reason = {};              ///< in words

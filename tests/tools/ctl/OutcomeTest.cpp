@@ -10,14 +10,14 @@ using ::testing::HasSubstr;
 
 namespace {
 
-constexpr bool kStream = false;
-constexpr bool kFile = true;
+constexpr auto kStream = parent::WorkerMode::Stream;
+constexpr auto kFile = parent::WorkerMode::LocalFile;
 constexpr bool kCrashed = true;
 
 struct Row {
     const char* what;
     PlayStop stop;
-    bool isFile;
+    parent::WorkerMode mode;
     quint64 frames;
     bool hasDuration;
     int exitCode;
@@ -49,7 +49,7 @@ TEST(CtlOutcome, SaysWhetherTheStreamWasPlayed) {
              Row{"too short", PlayStop::None, kStream, 9, true, 3, false,
                  "the pictures ended after 1.5 of 6 seconds: the server ended"},
              Row{"file too short", PlayStop::None, kFile, 9, true, 2, false,
-                 "the pictures ended after 1.5 of 6 seconds: no picture"},
+                 "the pictures ended after 1.5 of 6 seconds: the file is at its end"},
              Row{"no picture at all", PlayStop::None, kStream, 0, false, 3, false,
                  "no picture was shown: the server ended"},
              Row{"no picture in the file", PlayStop::None, kFile, 0, true, 2, false, "no picture was shown"},
@@ -63,9 +63,8 @@ TEST(CtlOutcome, SaysWhetherTheStreamWasPlayed) {
                  "the worker did not end as it should"},
          }) {
         PlayEnd end;
-        end.worker = {parent::WorkerMode::Stream, row.exitCode, row.crashed, {}};
+        end.worker = {row.mode, row.exitCode, row.crashed, {}};
         end.stop = row.stop;
-        end.isFile = row.isFile;
         end.frames = row.frames;
         end.watched = 1500ms;
         if (row.hasDuration) {
@@ -85,6 +84,33 @@ TEST(CtlOutcome, DescribesAnEndWithReasonCodeAndLastWords) {
               QStringLiteral("the export failed, or the link to the parent was closed (exit code 1)\n"
                              "  its last words:\n    a\n    b"));
     EXPECT_EQ(describe({parent::WorkerMode::Stream, 0, true, {}}), QStringLiteral("the worker was killed"));
+}
+
+TEST(CtlOutcome, DescribesAProblemWithLastWords) {
+    const QString problem = QStringLiteral("it stands still");
+    EXPECT_EQ(describe(problem, {}), problem);
+    EXPECT_EQ(describe(problem, {QStringLiteral(" ")}), problem);
+    EXPECT_EQ(describe(problem, {QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c"), QString(),
+                                 QStringLiteral("d")}),
+              QStringLiteral("it stands still; the worker's last words:\n    b\n    c\n    d"));
+}
+
+TEST(CtlOutcome, TellsOfTheWorkerOnlyWhatIsKnown) {
+    const PlaySummary summary{.frames = 7};
+    const QString problem = QStringLiteral("x");
+    const Ended orderly = jobEnd(summary, problem, WorkerEnd{kFile, 2, false});
+    EXPECT_EQ(std::get<PlaySummary>(orderly.summary).frames, 7U);
+    EXPECT_EQ(orderly.problem, problem);
+    EXPECT_EQ(orderly.exitCode, 2);
+    EXPECT_EQ(orderly.reason, QStringLiteral("the file is at its end, or cannot be opened or read"));
+    const Ended killed = jobEnd(summary, problem, WorkerEnd{kStream, 9, true});
+    EXPECT_EQ(killed.exitCode, std::nullopt);
+    EXPECT_EQ(killed.reason, QStringLiteral("the worker was killed"));
+    const Ended withoutWorker = jobEnd(ExportSummary{QStringLiteral("f"), 3}, {}, std::nullopt);
+    EXPECT_EQ(std::get<ExportSummary>(withoutWorker.summary).bytes, 3);
+    EXPECT_EQ(withoutWorker.problem, QString());
+    EXPECT_EQ(withoutWorker.exitCode, std::nullopt);
+    EXPECT_EQ(withoutWorker.reason, QString());
 }
 
 TEST(CtlOutcome, TheLastWordsAreThreeLinesWithText) {
