@@ -14,7 +14,13 @@ public:
     Socket(const Socket&) = delete;
     Socket& operator=(const Socket&) = delete;
     Socket(Socket&& other) noexcept : value_(other.release()) {}
-    Socket& operator=(Socket&& other) noexcept;
+    Socket& operator=(Socket&& other) noexcept {
+        if (this != &other) {
+            reset();
+            value_ = other.release();
+        }
+        return *this;
+    }
     ~Socket() { reset(); }
 
     [[nodiscard]] int get() const noexcept { return value_; }

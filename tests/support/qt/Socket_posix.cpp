@@ -32,14 +32,6 @@ void sendAtOnce(int socket) {
 
 } // namespace
 
-Socket& Socket::operator=(Socket&& other) noexcept {
-    if (this != &other) {
-        reset();
-        value_ = other.release();
-    }
-    return *this;
-}
-
 void Socket::reset() noexcept {
     if (value_ >= 0) {
         ::close(release());
