@@ -153,7 +153,7 @@ void measureGrid() {
     row("viewer with a grid of nine 640 × 360 streams: pictures shown per second, slowest stream",
         text("%.1f (fastest %.1f; %u of %u pictures; CPU of its process %.1f %%)", slowest->fps, fastest->fps,
              shown, announced, 100 * grid.cpuShare),
-        "25", slowest->fps >= kLeastFps);
+        text("≥ %.1f", kLeastFps), slowest->fps >= kLeastFps);
 }
 
 } // namespace
