@@ -1,12 +1,10 @@
+#include "Results.h"
+
 #include "support/ChildProcess.h"
 #include "support/media/Clip.h"
 #include "support/media/FlvStream.h"
-#include "support/media/TestPicture.h"
 #include "support/qt/HttpServer.h"
 #include "support/qt/Pacing.h"
-
-#include <QDir>
-#include <QImage>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -38,14 +36,6 @@ auto isPicture(int number) {
     return testing::Optional(testing::AllOf(testing::Ge(number), testing::Lt(number + kFps)));
 }
 
-std::optional<int> numberOf(const std::filesystem::path& png) {
-    const QImage image = QImage(QString::fromStdString(png.string())).convertToFormat(QImage::Format_RGB32);
-    if (image.isNull()) {
-        return std::nullopt;
-    }
-    return readFrameNumber({image.constBits(), image.width(), image.height(), image.bytesPerLine()});
-}
-
 std::vector<std::string> linesBeginning(const std::filesystem::path& file, const std::string& begin) {
     std::ifstream stream(file);
     std::vector<std::string> found;
@@ -55,15 +45,6 @@ std::vector<std::string> linesBeginning(const std::filesystem::path& file, const
         }
     }
     return found;
-}
-
-std::vector<std::string> filesIn(const std::filesystem::path& folder) {
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        names.push_back(entry.path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
 }
 
 /// A live stream of numbered pictures, and folders for what an example makes.
