@@ -68,6 +68,7 @@ void ExportDialog::makeWidgets() {
     path_ = new QLineEdit(QDir::toNativeSeparators(defaultFile()));
     path_->setObjectName(QStringLiteral("file"));
     browse_ = new QPushButton(tr("Browse…"));
+    browse_->setObjectName(QStringLiteral("browse"));
     browse_->setAutoDefault(false);
     connect(browse_, &QPushButton::clicked, this, &ExportDialog::browse);
     auto* fileRow = new QHBoxLayout;
