@@ -157,9 +157,9 @@ TEST(FrameFileThatCannotBeMade, EndsTheWorkerWithOneAtTheFirstPicture) {
     ChildProcess worker({.command = {MEDIAWORKER_PROGRAM, server.url("/live.flv"), name.string(), "nobody"},
                          .errors = folder / "log"});
     EXPECT_EQ(worker.wait(), 1);
-    EXPECT_NE(readFile(folder / "log").find("\ncan't map the frame file: " + path.toStdString() + ": "),
+    EXPECT_NE(readText(folder / "log").find("\ncan't map the frame file: " + path.toStdString() + ": "),
               std::string::npos)
-        << readFile(folder / "log");
+        << readText(folder / "log");
 }
 
 /// What the file holds, once it holds something; empty when that takes too long.

@@ -223,7 +223,7 @@ TEST_F(Export, TakesADurationThatIsNoNumberForNone) {
                                      output_.string(), "no-such-server"},
                          .errors = folder_ / "err"});
     EXPECT_EQ(worker.wait(), 0);
-    EXPECT_THAT(readFile(folder_ / "err"), testing::HasSubstr(" > 0\n"));
+    EXPECT_THAT(readText(folder_ / "err"), testing::HasSubstr(" > 0\n"));
     EXPECT_EQ(complaints(output_), "");
 }
 
@@ -235,7 +235,7 @@ TEST_F(Export, WithMissingArgumentsEndsWithOne) {
         command.insert(command.end(), arguments.begin(), arguments.end());
         ChildProcess worker({.command = command, .errors = folder_ / "err"});
         EXPECT_EQ(worker.wait(), 1);
-        EXPECT_EQ(readFile(folder_ / "err"),
+        EXPECT_EQ(readText(folder_ / "err"),
                   "url: " + arguments[0] +
                       "\ncreating of muxer is failed with exc: Muxer.ctor empty filename\n");
     }

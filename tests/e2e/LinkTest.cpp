@@ -148,8 +148,8 @@ TEST(WithoutAParent, TheWorkerGoesOnToTheEndOfTheStream) {
     ChildProcess worker({.command = {MEDIAWORKER_PROGRAM, server.url("/live.flv"),
                                      channel.name().toStdString(), "nobody-listens-here"},
                          .errors = folder / "log"});
-    EXPECT_EQ(worker.wait(), 3) << readFile(folder / "log");
-    EXPECT_NE(readFile(folder / "log").find("http reader finished\n"), std::string::npos);
+    EXPECT_EQ(worker.wait(), 3) << readText(folder / "log");
+    EXPECT_NE(readText(folder / "log").find("http reader finished\n"), std::string::npos);
 }
 
 TEST(WithoutAReaderOfTheLog, TheWorkerShowsItsPictures) {

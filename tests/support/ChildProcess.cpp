@@ -39,12 +39,24 @@ TemporaryFolder::~TemporaryFolder() {
     std::filesystem::remove_all(path_, ignored);
 }
 
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
+namespace {
+
+std::string read(const std::filesystem::path& path, std::ios::openmode mode) {
+    std::ifstream in(path, mode);
     if (!in) {
         throw std::runtime_error("cannot read " + path.string());
     }
     return {std::istreambuf_iterator<char>(in), {}};
+}
+
+} // namespace
+
+std::string readFile(const std::filesystem::path& path) {
+    return read(path, std::ios::in | std::ios::binary);
+}
+
+std::string readText(const std::filesystem::path& path) {
+    return read(path, std::ios::in);
 }
 
 void writeFile(const std::filesystem::path& path, std::string_view text) {

@@ -78,6 +78,8 @@ private:
 
 /// The whole file. Throws std::runtime_error when it cannot be read.
 [[nodiscard]] std::string readFile(const std::filesystem::path& path);
+/// The same of a text that a program wrote, with "\n" at the end of each line whatever the system puts there.
+[[nodiscard]] std::string readText(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, std::string_view text);
 
 } // namespace mediaworker::test
