@@ -22,6 +22,25 @@ foreach(program IN ITEMS mediaworker mediaworker-ctl mediaworker-view)
     install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endforeach()
 
+# mw_changelog(<file>): what Debian wants to know about a version. The same sources give the same bytes: its date is that
+# of the newest commit, where there is no SOURCE_DATE_EPOCH.
+function(mw_changelog file)
+    if(NOT DEFINED ENV{SOURCE_DATE_EPOCH})
+        execute_process(COMMAND git log -1 --format=%ct WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
+            OUTPUT_VARIABLE committed OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET RESULT_VARIABLE status)
+        if(status EQUAL 0)
+            set(ENV{SOURCE_DATE_EPOCH} ${committed})
+        endif()
+    endif()
+    string(TIMESTAMP changelog_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+    if(DEFINED committed)
+        unset(ENV{SOURCE_DATE_EPOCH})
+    endif()
+    set(plain ${PROJECT_BINARY_DIR}/debian/changelog)
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/debian/changelog.in ${plain} @ONLY)
+    execute_process(COMMAND ${GZIP_PROGRAM} -9nc ${plain} OUTPUT_FILE ${file} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
 # mw_package_of(<variable> <library>): what a Debian package has to depend on to get the shared library that a program
 # loads by its name while it runs. dpkg-shlibdeps cannot see that.
 function(mw_package_of variable library)
@@ -88,5 +107,12 @@ it and shows its pictures. It stands on Qt 5 and comes with examples in C++
 and Python.")
     set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "mediaworker (= ${PROJECT_VERSION}), qtbase5-dev (>= 5.15)")
     set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "python3-pyqt5, python3-numpy")
+    set(debian_files ${PROJECT_SOURCE_DIR}/cmake/debian/copyright)
+    if(GZIP_PROGRAM)
+        mw_changelog(${PROJECT_BINARY_DIR}/debian/changelog.gz)
+        list(APPEND debian_files ${PROJECT_BINARY_DIR}/debian/changelog.gz)
+    endif()
+    install(FILES ${debian_files} DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/mediaworker)
+    install(FILES ${debian_files} DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/mediaworker-dev COMPONENT dev)
 endif()
 include(CPack)

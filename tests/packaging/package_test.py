@@ -151,6 +151,24 @@ def check_contents(deb, folder, forbidden):
                 check(".debug_info" not in run("readelf", "--sections", "--wide", path), path, "is not stripped")
 
 
+def check_about(folder, package, version):
+    """What every package of Debian says about itself."""
+    about = "%s/usr/share/doc/%s/" % (folder, package)
+    with open(about + "copyright", encoding="utf-8") as file:
+        text = file.read()
+    for said in ("Copyright: the mediaworker authors", "grants no licence", "Qt and FFmpeg", "shared libraries"):
+        check(said in text, said, "is missing in the copyright file of", package)
+    with open(about + "changelog.gz", "rb") as file:
+        check(file.read(8) == b"\x1f\x8b\x08\0\0\0\0\0", "changelog.gz holds a name or a time")
+    with gzip.open(about + "changelog.gz") as packed, tempfile.NamedTemporaryFile() as plain:
+        shutil.copyfileobj(packed, plain)
+        plain.flush()
+        newest = fields(run("dpkg-parsechangelog", "-l", plain.name))
+    check(newest.get("Source") == "mediaworker" and newest.get("Version") == version, newest)
+    check(re.match(r"[^<]+ <[^>]+@[^>]+>$", newest["Maintainer"]), newest)
+    check(re.match(r"[A-Z][a-z]{2}, \d{2} [A-Z][a-z]{2} \d{4} ", newest["Date"]), newest)
+
+
 def check_runtime(deb, folder):
     control = fields(run("dpkg-deb", "--field", deb))
     check(control["Package"] == "mediaworker", control)
@@ -251,7 +269,10 @@ def main(build, source):
         for deb, name in ((runtime, "runtime"), (development, "dev")):
             check_contents(deb, folder + "/" + name, [build, source])
         depends = check_runtime(runtime, folder + "/runtime")
-        check_dev(development, folder + "/dev", fields(run("dpkg-deb", "--field", runtime))["Version"])
+        version = fields(run("dpkg-deb", "--field", runtime))["Version"]
+        check_dev(development, folder + "/dev", version)
+        check_about(folder + "/runtime", "mediaworker", version)
+        check_about(folder + "/dev", "mediaworker-dev", version)
 
         installed = Installed()
         packages = installed.closure(depends)
