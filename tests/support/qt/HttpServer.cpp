@@ -1,5 +1,6 @@
 #include "support/qt/HttpServer.h"
 
+#include "support/qt/TlsTermination.h"
 #include "support/qt/Transport.h"
 
 #include <algorithm>
@@ -189,7 +190,11 @@ void HttpResponse::reset() {
 HttpServer::HttpServer() : HttpServer(Options{}) {}
 
 HttpServer::HttpServer(const Options& options)
-    : options_(options), tcp_(std::make_unique<TcpServer>([this](int socket) { serve(socket); })) {}
+    : options_(options),
+      tls_(options.certificates != nullptr ? std::make_unique<TlsTermination>(*options.certificates)
+                                           : nullptr),
+      tcp_(std::make_unique<TcpServer>([this](int socket) { serve(socket); })),
+      port_(tls_ ? tls_->portInFrontOf(tcp_->port()) : tcp_->port()) {}
 
 HttpServer::~HttpServer() {
     stop();
@@ -200,12 +205,8 @@ void HttpServer::route(const std::string& path, Handler handler) {
     routes_[path] = std::move(handler);
 }
 
-std::uint16_t HttpServer::port() const noexcept {
-    return tcp_->port();
-}
-
 std::string HttpServer::url(const std::string& path) const {
-    const std::string host = options_.certificates != nullptr ? "https://127.0.0.1:" : "http://127.0.0.1:";
+    const std::string host = tls_ ? "https://127.0.0.1:" : "http://127.0.0.1:";
     return host + std::to_string(port()) + path;
 }
 
@@ -226,7 +227,7 @@ void HttpServer::serve(int socket) {
     if (options_.sendBufferBytes > 0) {
         setSendBufferBytes(socket, options_.sendBufferBytes);
     }
-    const std::unique_ptr<Transport> transport = makeTransport(socket, options_.certificates);
+    const std::unique_ptr<Transport> transport = tls_ ? tls_->accept(socket) : plainTransport(socket);
     const std::string header = transport ? transport->receiveHeader() : std::string();
     if (header.empty()) {
         return;

@@ -18,6 +18,7 @@
 namespace mediaworker::test {
 
 class TestCertificates;
+class TlsTermination;
 class Transport;
 
 struct HttpRequest {
@@ -120,7 +121,7 @@ public:
     /// Requests for a path (the query does not count) go to the handler; others get 404.
     void route(const std::string& path, Handler handler);
 
-    [[nodiscard]] std::uint16_t port() const noexcept;
+    [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
     /// "http://127.0.0.1:PORT/path", or https. A number, since not every system knows "localhost".
     [[nodiscard]] std::string url(const std::string& path) const;
 
@@ -138,7 +139,9 @@ private:
     std::map<std::string, Handler> routes_;
     std::vector<std::unique_ptr<Exchange>> exchanges_;
 
-    std::unique_ptr<TcpServer> tcp_; ///< last: its threads use all of the above
+    const std::unique_ptr<TlsTermination> tls_; ///< null: HTTP
+    const std::unique_ptr<TcpServer> tcp_;      ///< its threads use all of the above
+    const std::uint16_t port_;
 };
 
 } // namespace mediaworker::test

@@ -150,12 +150,18 @@ void setSendBufferBytes(int socket, int bytes) noexcept {
 }
 
 bool sleepWatching(int socket, steady_clock::time_point when) {
+    // WSAPoll() sleeps through a shutdownBoth() by another thread.
+    constexpr std::int64_t kLongestWaitMs = 100;
     while (true) {
         const auto rest = std::max(steady_clock::duration(0), when - steady_clock::now());
         const auto milliseconds = std::chrono::ceil<std::chrono::milliseconds>(rest).count();
         // A client says nothing after its request: what can be read is its end.
         WSAPOLLFD watched = {.fd = native(socket), .events = POLLRDNORM, .revents = 0};
-        if (WSAPoll(&watched, 1, static_cast<int>(std::min<std::int64_t>(milliseconds, 1000))) > 0) {
+        if (WSAPoll(&watched, 1, static_cast<int>(std::min<std::int64_t>(milliseconds, kLongestWaitMs))) >
+            0) {
+            return false;
+        }
+        if (::send(native(socket), "", 0, 0) < 0) { // sends nothing; only a side that is shut down fails
             return false;
         }
         if (rest.count() == 0) {

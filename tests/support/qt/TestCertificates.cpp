@@ -20,8 +20,8 @@ TestCertificates::TestCertificates(const std::vector<std::string>& hostNames) {
     };
     std::vector<std::string> authority = {"req", "-x509", "-days", "2"};
     authority.insert(authority.end(), newKey.begin(), newKey.end());
-    openssl(authority,
-            {"/CN=Authority of a test", "-keyout", authorityKey, "-out", authorityFile().string()});
+    openssl(authority, {"/CN=Authority of the test " + folder_.path().filename().string(), "-keyout",
+                        authorityKey, "-out", authorityFile().string()});
     std::vector<std::string> server = {"req", "-new"};
     server.insert(server.end(), newKey.begin(), newKey.end());
     openssl(server, {"/CN=Server of a test", "-keyout", keyFile().string(), "-out", request});

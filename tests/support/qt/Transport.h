@@ -6,8 +6,6 @@
 
 namespace mediaworker::test {
 
-class TestCertificates;
-
 /// One connection of a test server, plain or TLS. Used on one thread only, which must stay the same.
 class Transport {
 public:
@@ -28,7 +26,7 @@ public:
     [[nodiscard]] virtual int socket() const noexcept = 0;
 };
 
-/// `socket` stays the caller's. Null when the TLS handshake fails.
-[[nodiscard]] std::unique_ptr<Transport> makeTransport(int socket, const TestCertificates* certificates);
+/// Without TLS. `socket` stays the caller's.
+[[nodiscard]] std::unique_ptr<Transport> plainTransport(int socket);
 
 } // namespace mediaworker::test
