@@ -5,8 +5,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
+#include <cstdint>
 #include <ostream>
+#include <string>
+#include <tuple>
 #include <utility>
 
 #include <windows.h>
@@ -18,9 +21,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-using Code = std::vector<std::uint8_t>;
-
-/// A process whose threads are made to run other code.
+/// A process whose threads are made to call other functions.
 class Victim {
 public:
     explicit Victim(qint64 pid)
@@ -29,14 +30,31 @@ public:
     Victim& operator=(const Victim&) = delete;
     ~Victim() { CloseHandle(process_); }
 
+    /// Loads our library over there.
+    [[nodiscard]] bool load(const std::wstring& library) const {
+        const std::size_t bytes = (library.size() + 1) * sizeof(wchar_t);
+        void* const name = VirtualAllocEx(process_, nullptr, bytes, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+        const auto loader = toAddress<LPTHREAD_START_ROUTINE>(addressOf(L"kernel32.dll", "LoadLibraryW"));
+        if (name == nullptr || loader == nullptr ||
+            WriteProcessMemory(process_, name, library.c_str(), bytes, nullptr) == 0) {
+            return false;
+        }
+        HANDLE thread = CreateRemoteThread(process_, nullptr, 0, loader, name, 0, nullptr);
+        DWORD module = 0; // the lower half of its address
+        const bool isLoaded = thread != nullptr && WaitForSingleObject(thread, 10'000) == WAIT_OBJECT_0 &&
+                              GetExitCodeThread(thread, &module) != 0 && module != 0;
+        CloseHandle(thread);
+        return isLoaded;
+    }
+
     /// Where a function of a library, which this process has loaded as well, is over there; 0 if it is not.
-    [[nodiscard]] std::uint64_t addressOf(const wchar_t* library, const char* function) const {
+    [[nodiscard]] std::uintptr_t addressOf(const wchar_t* library, const char* function) const {
         const HMODULE ours = GetModuleHandleW(library);
         const auto place = reinterpret_cast<std::uintptr_t>(GetProcAddress(ours, function));
         HANDLE list = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, pid_);
         MODULEENTRY32W module{};
         module.dwSize = sizeof module;
-        std::uint64_t result = 0;
+        std::uintptr_t result = 0;
         for (BOOL more = Module32FirstW(list, &module); more != 0; more = Module32NextW(list, &module)) {
             if (lstrcmpiW(module.szModule, library) == 0) {
                 result = reinterpret_cast<std::uintptr_t>(module.modBaseAddr) + place -
@@ -47,27 +65,42 @@ public:
         return place != 0 ? result : 0;
     }
 
-    /// The thread goes on with this code, where it stands. An empty name is the main thread.
-    [[nodiscard]] bool run(const std::wstring& threadName, const Code& code) const {
-        void* const room =
-            VirtualAllocEx(process_, nullptr, 4096, MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE);
+    /// The thread goes on with this function as soon as it waits for something. An empty name is the main
+    /// thread.
+    ///
+    /// A wait ends in a function of the system that has nothing on the stack but the address it returns to.
+    /// The other function takes its place: it finds the stack as if it had been called, and so can be
+    /// unwound.
+    [[nodiscard]] bool call(const std::wstring& threadName, std::uintptr_t function) const {
         HANDLE thread = find(threadName);
-        if (room == nullptr || thread == nullptr ||
-            WriteProcessMemory(process_, room, code.data(), code.size(), nullptr) == 0) {
-            return false;
+        const HMODULE stubs[] = {GetModuleHandleW(L"ntdll.dll"), GetModuleHandleW(L"win32u.dll")};
+        bool isDone = false;
+        for (int attempt = 0; thread != nullptr && !isDone && attempt < 1000; ++attempt) {
+            SuspendThread(thread);
+            alignas(16) CONTEXT context{};
+            context.ContextFlags = CONTEXT_FULL;
+            HMODULE module = nullptr;
+            if (GetThreadContext(thread, &context) != 0 &&
+                GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
+                                       GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                                   toAddress<LPCWSTR>(context.Rip), &module) != 0 &&
+                std::ranges::count(stubs, module) == 1 && context.Rsp % 16 == 8) {
+                context.Rip = function;
+                isDone = SetThreadContext(thread, &context) != 0;
+            }
+            ResumeThread(thread);
+            SwitchToThread();
         }
-        alignas(16) CONTEXT context{};
-        context.ContextFlags = CONTEXT_FULL;
-        SuspendThread(thread);
-        const bool isSet = GetThreadContext(thread, &context) != 0 &&
-                           (context.Rip = reinterpret_cast<std::uintptr_t>(room)) != 0 &&
-                           SetThreadContext(thread, &context) != 0;
-        ResumeThread(thread);
         CloseHandle(thread);
-        return isSet;
+        return isDone;
     }
 
 private:
+    template <class T>
+    static T toAddress(std::uintptr_t value) {
+        return reinterpret_cast<T>(value); // NOLINT(performance-no-int-to-ptr): it is one of another process
+    }
+
     [[nodiscard]] HANDLE find(const std::wstring& name) const {
         using GetDescription = HRESULT(WINAPI*)(HANDLE, PWSTR*);
         const auto describe = reinterpret_cast<GetDescription>(reinterpret_cast<void*>(
@@ -99,42 +132,18 @@ private:
     HANDLE process_;
 };
 
-/// Calls a function with no frame to return to.
-Code callOf(std::uint64_t address) {
-    Code code = {0x48, 0x83, 0xE4, 0xF0,       // and rsp, -16
-                 0x48, 0x83, 0xEC, 0x40,       // sub rsp, 64
-                 0x31, 0xC0,                   // xor eax, eax
-                 0x48, 0x89, 0x04, 0x24,       // mov [rsp], rax
-                 0x48, 0x89, 0x44, 0x24, 0x08, // mov [rsp + 8], rax
-                 0x48, 0xB8};                  // mov rax, address
-    for (int shift = 0; shift < 64; shift += 8) {
-        code.push_back(static_cast<std::uint8_t>(address >> shift & 0xFF));
-    }
-    for (const int byte : {0xFF, 0xD0, 0x0F, 0x0B}) { // call rax; ud2
-        code.push_back(static_cast<std::uint8_t>(byte));
-    }
-    return code;
-}
-
 struct Fault {
     const char* name;
-    Code (*code)(const Victim& victim);
+    const char* function; ///< of the library
 
     friend void PrintTo(const Fault& fault, std::ostream* out) { *out << fault.name; }
 };
 
-const Fault kFaults[] = {
-    {"AccessViolation", [](const Victim&) { return Code{0xC7, 0x04, 0x25, 16, 0, 0, 0, 1, 0, 0, 0}; }},
-    {"IllegalInstruction",
-     [](const Victim&) {
-         return Code{0x0F, 0x0B};
-     }},
-    // An overflow of the stack has to come from code that the system can unwind: see the tests of the fault
-    // guard. What an exception that nobody catches comes to; one that is thrown on these threads is caught.
-    {"Terminate",
-     [](const Victim& victim) { return callOf(victim.addressOf(L"libstdc++-6.dll", "_ZSt9terminatev")); }},
-    {"Abort", [](const Victim& victim) { return callOf(victim.addressOf(L"msvcrt.dll", "abort")); }},
-};
+const Fault kFaults[] = {{"AccessViolation", "accessViolation"},
+                         {"IllegalInstruction", "illegalInstruction"},
+                         {"StackOverflow", "stackOverflow"},
+                         {"UncaughtException", "uncaughtException"},
+                         {"Abort", "callAbort"}};
 
 struct Thread {
     const char* name;
@@ -158,7 +167,13 @@ TEST_P(FaultIn, EndsTheWorkerWithOne) {
     session.start(server.url("/live.flv"));
     ASSERT_TRUE(session.waitForFrames(3)) << session.logText();
     const Victim worker(session.worker().processId());
-    ASSERT_TRUE(worker.run(thread.systemName, fault.code(worker)));
+    const std::wstring library = L"" FAULTS_LIBRARY;
+    ASSERT_NE(LoadLibraryW(library.c_str()), nullptr);
+    ASSERT_TRUE(worker.load(library));
+    const std::wstring libraryName = library.substr(library.find_last_of(L"/\\") + 1);
+    const std::uintptr_t function = worker.addressOf(libraryName.c_str(), fault.function);
+    ASSERT_NE(function, 0U);
+    ASSERT_TRUE(worker.call(thread.systemName, function));
     const auto begin = Clock::now();
     EXPECT_EQ(session.waitForExit(), 1) << session.logText();
     EXPECT_LT(Clock::now() - begin, 3s * kSlowness);
