@@ -226,6 +226,13 @@ def check_use(root, deb, url):
     in_root = ("chroot", root)
     for program in PROGRAMS[1:]:
         check("mediaworker" in run(*in_root, program, "--version", env=environment), program)
+    for page, commands in (("mediaworker-ctl", ([], ["play"], ["export"])), ("mediaworker-view", ([],))):
+        with gzip.open("%s/usr/share/man/man1/%s.1.gz" % (root, page), "rt") as file:
+            described = set(re.findall(r"--[a-z-]+", file.read().replace("\\-", "-")))
+        taken = set()
+        for command in commands:
+            taken.update(re.findall(r"--[a-z-]+", run(*in_root, page, *command, "--help", env=environment)))
+        check(len(taken) > 5 and described == taken, page, "differs from its page in", sorted(described ^ taken))
     told = run(*in_root, "mediaworker-ctl", "play", url, "--seconds", "2", "--snapshots", "/tmp/pictures", "--json",
                env=environment, timeout=60)
     check(len([line for line in told.splitlines() if line.startswith("{") and json.loads(line)]) >= 2, told)

@@ -214,7 +214,7 @@ Command parseExport(const QStringList& arguments, const QString& folder) {
     parser.setApplicationDescription(QStringLiteral(
         "Records a stream into an MP4 file, as it comes. FILE appears when it is complete, in place of what\n"
         "was there; until then the recording is \"film.partial.mp4\" for \"film.mp4\". Ctrl-C cancels\n"
-        "the export and removes it."));
+        "the export and removes it. There is no proxy for exports."));
     const auto help = helpOption();
     const auto duration = option("duration", "S",
                                  QStringLiteral("The expected length in seconds: what the progress is "

@@ -25,12 +25,12 @@ QString picturesFolder() {
 
 ViewerOptions parseArguments(const QStringList& arguments, const QString& folder) {
     QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("Shows streams and local video files, each played by a worker process of its own.\n"
-                       "\n"
-                       "Keys: space pause, arrows volume, M mute, S snapshot, F full screen, Esc back, "
-                       "F5 start again,\nCtrl+O open, Ctrl+N add, Ctrl+W close stream, Ctrl+E export, Ctrl+Q "
-                       "quit. A double click fills the screen, the wheel is the volume."));
+    parser.setApplicationDescription(QStringLiteral(
+        "Shows streams and local video files, each played by a worker process of its own.\n"
+        "\n"
+        "Keys: space pause, arrows volume, M mute, S snapshot, F or F11 full screen, Esc back,\n"
+        "F5 start again, Ctrl+O open, Ctrl+Shift+O open file, Ctrl+N add, Ctrl+W close stream,\n"
+        "Ctrl+E export, Ctrl+Q quit. A double click fills the screen, the wheel is the volume."));
     const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
                                   QStringLiteral("Print this and end."));
     const QCommandLineOption version(QStringLiteral("version"), QStringLiteral("Print the version and end."));

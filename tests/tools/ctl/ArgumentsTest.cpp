@@ -102,6 +102,7 @@ TEST(CtlArguments, HelpIsEverywhere) {
     for (const char* line : {"export --help", "export -h", "help export"}) {
         EXPECT_THAT(textOf(parse(line)), StartsWith("Usage: mediaworker-ctl export URL FILE --duration S"))
             << line;
+        EXPECT_THAT(textOf(parse(line)), HasSubstr("There is no proxy for exports.")) << line;
     }
 }
 

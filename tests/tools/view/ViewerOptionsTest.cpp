@@ -62,7 +62,8 @@ TEST(ViewerOptions, HelpNamesEverything) {
     for (const char* option : {"-h", "--help"}) {
         const ViewerOptions options = parse({option});
         EXPECT_EQ(options.action, Action::PrintHelp);
-        for (const char* name : {"--worker", "--proxy", "--volume", "--snapshots", "URL", "Keys:"}) {
+        for (const char* name : {"--worker", "--proxy", "--volume", "--snapshots", "Exports do not use it",
+                                 "URL", "Keys:", "Ctrl+Shift+O", "F11"}) {
             EXPECT_THAT(options.text.toStdString(), testing::HasSubstr(name));
         }
     }
