@@ -186,8 +186,9 @@ void run(benchmark::State& state, const Bytes& stream) {
         found = read(stream);
         benchmark::DoNotOptimize(found);
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * stream.size()));
-    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * found.packets));
+    const std::int64_t rounds = state.iterations();
+    state.SetBytesProcessed(rounds * static_cast<std::int64_t>(stream.size()));
+    state.SetItemsProcessed(rounds * static_cast<std::int64_t>(found.packets));
     state.counters["packets"] = static_cast<double>(found.packets);
 }
 

@@ -33,7 +33,7 @@ protected:
         stream.emplace(QStringLiteral("http://127.0.0.1:9/live"), name, name + QStringLiteral("-server"));
     }
 
-    const OwnTempDir tempDir;
+    const OwnTempDir tempDir{};
     std::optional<Stream> stream;
 };
 
