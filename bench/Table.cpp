@@ -6,8 +6,8 @@
 
 namespace mediaworker::bench {
 
-void row(const char* what, const std::string& measured, const char* bound, bool kept) {
-    std::printf("| %s | %s | %s | %s |\n", what, measured.c_str(), bound, kept ? "yes" : "NO");
+void row(const char* what, const std::string& measured, const std::string& bound, bool kept) {
+    std::printf("| %s | %s | %s | %s |\n", what, measured.c_str(), bound.c_str(), kept ? "yes" : "NO");
     std::fflush(stdout);
 }
 

@@ -8,7 +8,7 @@
 namespace mediaworker::bench {
 
 /// `kept` tells whether the measured value is within the bound.
-void row(const char* what, const std::string& measured, const char* bound, bool kept);
+void row(const char* what, const std::string& measured, const std::string& bound, bool kept);
 
 /// As printf does it, up to 255 bytes.
 template <class... Values>
