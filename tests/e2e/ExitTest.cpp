@@ -10,9 +10,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <sstream>
+#include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace mediaworker::test {
 namespace {
@@ -167,7 +172,7 @@ std::string waitForContent(const std::filesystem::path& path) {
     const auto deadline = Clock::now() + 20s;
     while (Clock::now() < deadline) {
         if (std::filesystem::exists(path)) {
-            if (std::string text = readFile(path); text.ends_with('\n')) {
+            if (std::string text = readText(path); text.ends_with('\n')) {
                 return text;
             }
         }
@@ -176,24 +181,43 @@ std::string waitForContent(const std::filesystem::path& path) {
     return {};
 }
 
-TEST(ParentProcess, ThatIsKilledEndsTheWorkerWithZero) {
-    const Clip clip = encode(ClipSpec{});
-    HttpServer server;
-    server.route("/live.flv", pacedHandler(makeFlv(clip, lasting(clip, 30s)), {.burstMs = 1500}));
-    const TemporaryFolder folder;
-    ChildProcess parent({.command = {DOOMED_PARENT, MEDIAWORKER_PROGRAM, server.url("/live.flv"), WITNESS,
-                                     (folder / "code").string()},
-                         .output = folder / "names"});
-    std::istringstream names(waitForContent(folder / "names"));
-    parent.kill();
-    EXPECT_EQ(waitForContent(folder / "code"), "0\n");
+class ParentProcess : public testing::Test {
+protected:
+    ParentProcess() {
+        const Clip clip = encode(ClipSpec{});
+        server_.route("/live.flv", pacedHandler(makeFlv(clip, lasting(clip, 30s)), {.burstMs = 1500}));
+    }
 
-    // What the killed one could not remove.
-    std::string channel;
-    std::string link;
-    ASSERT_TRUE(names >> channel >> link);
-    const parent::FrameChannel leftovers(QString::fromStdString(channel));
-    QFile::remove(QDir::temp().filePath(QString::fromStdString(link)));
+    /// Kills a parent that shows pictures. Gives the name of its frame channel.
+    std::string killOne(std::vector<std::string> options = {}) {
+        std::vector<std::string> command = {DOOMED_PARENT, MEDIAWORKER_PROGRAM, server_.url("/live.flv"),
+                                            WITNESS, (folder_ / "code").string()};
+        std::ranges::move(options, std::back_inserter(command));
+        ChildProcess parent({.command = command, .output = folder_ / "names"});
+        std::istringstream names(waitForContent(folder_ / "names"));
+        parent.kill();
+        std::string channel;
+        std::string link;
+        EXPECT_TRUE(names >> channel >> link);
+        QFile::remove(QDir::temp().filePath(QString::fromStdString(link))); // which it could not do any more
+        return channel;
+    }
+
+    HttpServer server_;
+    TemporaryFolder folder_;
+};
+
+TEST_F(ParentProcess, ThatIsKilledEndsTheWorkerWithZero) {
+    const std::string channel = killOne();
+    EXPECT_EQ(waitForContent(folder_ / "code"), "0\n");
+    const parent::FrameChannel leftovers(QString::fromStdString(channel)); // removes them
+}
+
+TEST_F(ParentProcess, ThatIsKilledWithTheSemaphoreInItsHandsEndsTheWorkerAndLeavesTheSemaphoreFree) {
+    const std::string channel = killOne({"holding"});
+    EXPECT_EQ(waitForContent(folder_ / "code"), "0\n");
+    parent::FrameChannel next(QString::fromStdString(channel));
+    EXPECT_TRUE(next.hold());
 }
 
 TEST(Crash, EndsTheWorkerWithOne) {

@@ -457,6 +457,13 @@ TEST_F(LocalFile, WithABareNameThatIsMissingIsReported) {
         << session.logText();
 }
 
+TEST_F(LocalFile, WithQuotesAndBackslashesInItsNameIsReportedAsItWasGiven) {
+    const std::string name = R"(file "of\" 50 % 'more' & ^more\\)";
+    Session session;
+    play(session, name);
+    EXPECT_TRUE(session.hasLineBeginning("couldn't open file " + name + " : ")) << session.logText();
+}
+
 TEST_F(LocalFile, CanBePausedAndGoesOn) {
     ClipSpec spec = shortClip();
     spec.frames = 60;
