@@ -34,6 +34,8 @@ namespace mediaworker::view {
 namespace {
 
 constexpr QSize kInitialSize(960, 640);
+// So much of a window that fits its picture that the words over it, and their button, have room.
+constexpr QSize kSmallestFit(320, 180);
 constexpr int kGapPx = 2; // between the streams of a grid
 constexpr int kVolumeWidthPx = 110;
 constexpr int kLabelMarginPx = 4; // of the status bar
@@ -341,7 +343,7 @@ void ViewerWindow::fitToFirstPicture(StreamView* view) {
     const QSize around = size() - view->pictures().size();
     const QSize frame = frameGeometry().size() - size();
     const QSize room = screen()->availableGeometry().size() - around - frame;
-    resize((initialPictureSize(view->pictures().pictureSize(), room) + around)
+    resize((initialPictureSize(view->pictures().pictureSize(), room).expandedTo(kSmallestFit) + around)
                .expandedTo(QSize(toolbar_->sizeHint().width(), 0))
                .expandedTo(minimumSizeHint()));
     // The window must not hang over an edge.
