@@ -21,6 +21,7 @@ bool waitFor(const std::function<bool()>& isDone, std::chrono::seconds limit) {
 
 Player::Player(const std::string& url) {
     worker_.setProgram(QStringLiteral(MEDIAWORKER_PROGRAM));
+    QObject::connect(&worker_, &parent::WorkerProcess::connected, [this] { connected_ = Clock::now(); });
     QObject::connect(&worker_, &parent::WorkerProcess::frame, [this](qint64 pts) {
         shown_.push_back({Clock::now(), pts});
         peakMb_ = std::max(peakMb_, shown_.size() % kFps == 0 ? memory("VmHWM") : 0.0);

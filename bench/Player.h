@@ -34,7 +34,10 @@ public:
     }
     [[nodiscard]] double peakMb() const { return peakMb_; }
     [[nodiscard]] const std::vector<Shown>& shown() const { return shown_; }
+    [[nodiscard]] qint64 processId() const { return worker_.processId(); }
     [[nodiscard]] Clock::time_point started() const { return started_; }
+    /// When its first message came.
+    [[nodiscard]] Clock::time_point connected() const { return connected_; }
 
 private:
     parent::WorkerProcess worker_;
@@ -42,6 +45,7 @@ private:
     std::optional<int> code_;
     double peakMb_ = 0;
     Clock::time_point started_;
+    Clock::time_point connected_;
 };
 
 } // namespace mediaworker::bench

@@ -1,6 +1,5 @@
 #include "Table.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <iostream>
 
@@ -12,7 +11,7 @@ void row(const char* what, const std::string& measured, const std::string& bound
 }
 
 void fail(const std::string& what) {
-    std::cerr << program_invocation_short_name << ": " << what << '\n';
+    std::cerr << "bench: " << what << '\n';
     std::exit(1);
 }
 
