@@ -135,7 +135,8 @@ TEST_F(FaultyWorker, OfATinyPictureCanBeStartedAgain) {
     const auto* const button = window().findChild<QPushButton*>(QStringLiteral("restart"));
     EXPECT_TRUE(waitUntil([&] {
         const QRect place(button->mapTo(&view().pictures(), QPoint()), button->size());
-        return place.top() > 0 && view().pictures().rect().contains(place);
+        return button->height() >= button->minimumSizeHint().height() &&
+               view().pictures().rect().contains(place);
     }));
 }
 
