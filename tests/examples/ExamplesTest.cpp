@@ -99,6 +99,15 @@ TEST_F(Example, MinimalIsBuiltAgainstTheInstalledPackage) {
     EXPECT_THAT(filesIn(temporary()), IsEmpty());
 }
 
+TEST(Examples, AreAsShortAsTheReadmeSays) {
+    const auto lines = [](const char* file) {
+        const std::string text = readFile(file);
+        return std::count(text.begin(), text.end(), '\n');
+    };
+    EXPECT_LT(lines(EXAMPLES_FOLDER "/python/watch.py"), 150);
+    EXPECT_LT(lines(EXAMPLES_FOLDER "/minimal/main.cpp"), 35);
+}
+
 class PythonExample : public Example {
 protected:
     [[nodiscard]] std::vector<std::string> command(const std::vector<std::string>& arguments) const {

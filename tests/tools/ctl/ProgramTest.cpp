@@ -73,6 +73,43 @@ std::vector<std::string> lines(const std::string& text) {
     return result;
 }
 
+/// A terminal of our own, of which the program has the other end.
+class Terminal {
+public:
+    Terminal() : master_(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)) {
+        if (isThere() && ::grantpt(master_) == 0 && ::unlockpt(master_) == 0) {
+            path_ = ::ptsname(master_);
+            otherEnd_ = ::open(path_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+        }
+    }
+    Terminal(const Terminal&) = delete;
+    Terminal& operator=(const Terminal&) = delete;
+    ~Terminal() {
+        ::close(otherEnd_);
+        ::close(master_);
+    }
+
+    [[nodiscard]] bool isThere() const { return master_ >= 0; }
+    [[nodiscard]] std::string path() const { return path_; }
+
+    /// What was shown: it arrives when the system gets round to it.
+    [[nodiscard]] std::string readUntil(const std::string& end) const {
+        std::string shown;
+        EXPECT_TRUE(eventually([&] {
+            std::array<char, 4096> bytes{};
+            const auto size = ::read(master_, bytes.data(), bytes.size());
+            shown.append(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+            return shown.find(end) != std::string::npos;
+        })) << shown;
+        return shown;
+    }
+
+private:
+    int master_;
+    int otherEnd_ = -1; ///< keeps what was written when the program is gone
+    std::string path_;
+};
+
 /// The program in a temporary directory of its own, with a camera that it can play.
 class CtlProgram : public testing::Test {
 protected:
@@ -343,6 +380,22 @@ TEST_F(CtlPlay, AWorkerThatDoesNotEndIsAFailure) {
     EXPECT_THAT(output(), HasSubstr("pictures: 1 of 16x8\n"));
 }
 
+TEST_F(CtlPlay, AWorkerThatNeverConnectsIsAFailure) {
+    EXPECT_EQ(run({"play", "http://h/;log:asleep;wait:60000", "--worker", FAKE_WORKER, "--json"}), kNotDone);
+    EXPECT_EQ(errors(),
+              "mediaworker-ctl: the worker does not connect; the worker's last words:\n    asleep\n");
+    EXPECT_FALSE(events("ended").at(0).contains(QStringLiteral("exitCode")));
+}
+
+TEST_F(CtlPlay, GarbageOfAWorkerIsSurvived) {
+    for (const std::string seed : {"1", "2", "3"}) {
+        EXPECT_EQ(run({"play", "http://h/;connect;hello;garbage:" + seed + ";log:all said;exit:4", "--worker",
+                       FAKE_WORKER}),
+                  kNotDone);
+        EXPECT_THAT(errors(), HasSubstr("(exit code 4)\n  its last words:\n    all said\n")) << seed;
+    }
+}
+
 TEST_F(CtlPlay, InterruptedIsDone) {
     start({"play", server_.url("/long.flv"), "--json"});
     ASSERT_TRUE(waitForEvent("firstPicture")) << errors();
@@ -459,31 +512,28 @@ TEST_F(CtlExport, SpeaksJson) {
     EXPECT_EQ(intOf(end, "exitCode"), 0);
 }
 
-// A terminal of our own, of which the program has the other end.
-TEST_F(CtlExport, DrawsABarOnATerminal) {
-    const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
-    if (terminal < 0) {
+TEST_F(CtlPlay, WritesOneLineOverAndOverOnATerminal) {
+    Terminal terminal;
+    if (!terminal.isThere()) {
         GTEST_SKIP() << "no terminals here: is /dev/pts mounted?";
     }
-    ASSERT_EQ(::grantpt(terminal), 0);
-    ASSERT_EQ(::unlockpt(terminal), 0);
-    output_ = ::ptsname(terminal);
-    // Keeps the terminal, and what was written to it, when the program is gone.
-    const int otherEnd = ::open(output_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_GE(otherEnd, 0);
+    output_ = terminal.path();
+    EXPECT_EQ(run({"play", server_.url("/long.flv"), "--seconds", "2"}), kDone) << errors();
+    const std::string shown = terminal.readUntil("\npictures: ");
+    EXPECT_THAT(shown, ContainsRegex("\r  frames +[0-9]+   fps +[0-9]+ [^\r\n]*\r  frames +[0-9]+ "));
+    EXPECT_THAT(shown, Not(ContainsRegex("\n  frames")));
+}
+
+TEST_F(CtlExport, DrawsABarOnATerminal) {
+    Terminal terminal;
+    if (!terminal.isThere()) {
+        GTEST_SKIP() << "no terminals here: is /dev/pts mounted?";
+    }
+    output_ = terminal.path();
     EXPECT_EQ(run({"export", server_.url("/clip.flv"), file_, "--duration", "2"}), kDone) << errors();
-    // What was written arrives when the system gets round to it.
-    std::string shown;
-    EXPECT_TRUE(eventually([&] {
-        std::array<char, 4096> bytes{};
-        const auto size = ::read(terminal, bytes.data(), bytes.size());
-        shown.append(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
-        return shown.find("\nexported: ") != std::string::npos;
-    })) << shown;
+    const std::string shown = terminal.readUntil("\nexported: ");
     EXPECT_THAT(shown, ContainsRegex("\r  \\[=* +\\] +[0-9]+ %   after 0\\.[0-9] s *\r  \\["));
     EXPECT_THAT(shown, HasSubstr("\r  [======================================= ]  98 %   after "));
-    ::close(otherEnd);
-    ::close(terminal);
 }
 
 TEST_F(CtlExport, ReplacesAnOlderFile) {
@@ -523,6 +573,13 @@ TEST_F(CtlExport, AStreamThatStandsStillIsAFailure) {
     EXPECT_EQ(run({"export", server_.url("/stalls.flv"), file_, "--duration", "4", "--timeout", "1"}),
               kNotDone);
     EXPECT_THAT(errors(), HasSubstr("the export stands still at 49 %"));
+    EXPECT_THAT(files(), IsEmpty());
+}
+
+TEST_F(CtlExport, AWorkerThatNeverConnectsIsAFailure) {
+    EXPECT_EQ(run({"export", "http://h/;wait:60000", file_, "--duration", "4", "--worker", FAKE_WORKER}),
+              kNotDone);
+    EXPECT_EQ(errors(), "mediaworker-ctl: the worker does not connect\n");
     EXPECT_THAT(files(), IsEmpty());
 }
 
