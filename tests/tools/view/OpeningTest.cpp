@@ -1,5 +1,7 @@
 #include "Stage.h"
 
+#include "support/qt/Pacing.h"
+#include "support/qt/TestCertificates.h"
 #include "tools/view/ExportDialog.h"
 
 #include <QAction>
@@ -113,6 +115,47 @@ TEST_F(Opening, BrowsingChoosesTheFileOfAnExport) {
     inFileDialog([](QFileDialog& files) { QTest::keyClick(&files, Qt::Key_Escape); });
     QTest::mouseClick(browse, Qt::LeftButton);
     EXPECT_EQ(path->text(), target);
+}
+
+TEST_F(Opening, AnArchiveIsPlayedAsSuch) {
+    ClipSpec spec;
+    spec.frames = 250;
+    server_.route("/archive.flv", pacedHandler(makeFlv(encode(spec)), {.speed = 0, .staysOpen = true}));
+    show({"/archive.flv?speed=1"});
+    ASSERT_TRUE(waitForPictures(view(), 5));
+    EXPECT_TRUE(waitForLog(view(), QStringLiteral("set timeouts for archive local: first frame 10 seconds, "
+                                                  "inter frame 5 seconds")));
+    // However fast it comes, it is shown at its own pace.
+    EXPECT_LT(view().status().positionMs.value_or(0), 9000);
+    EXPECT_TRUE(action("export").isEnabled());
+}
+
+TEST_F(Opening, ACloudStreamIsPlayedAsSuch) {
+    const TestCertificates certificates;
+    const PrivateCertificates trusted(certificates);
+    if (const auto obstacle = trusted.obstacle()) {
+        GTEST_SKIP() << *obstacle;
+    }
+    HttpServer cloud({.certificates = &certificates});
+    ClipSpec spec;
+    spec.frames = 250;
+    cloud.route("/live.flv", pacedHandler(makeFlv(encode(spec)), {.burstMs = 1500, .staysOpen = true}));
+    std::string script = "#!/bin/sh\nexec";
+    for (const std::string& word : trusted.commandPrefix()) {
+        script += " '" + word + "'";
+    }
+    writeFile(folder_ / "trusting", script + " '" MEDIAWORKER_PROGRAM "' \"$@\"\n");
+    std::filesystem::permissions(folder_ / "trusting", std::filesystem::perms::owner_all);
+
+    view::StreamSettings settings = silent();
+    settings.workerProgram = QString::fromStdString((folder_ / "trusting").string());
+    show({"/nothing.flv"}, settings);
+    view().open(QString::fromStdString(cloud.url("/live.flv")));
+    ASSERT_TRUE(waitForPictures(view(), 5)) << view().worker().recentLog().join('\n').toStdString();
+    EXPECT_TRUE(waitForLog(
+        view(), QStringLiteral("set timeouts for live cloud: first frame 8 seconds, inter frame 5 seconds")));
+    closeWindow();
+    EXPECT_TRUE(waitUntil([&] { return cloud.exchanges().at(0).clientLeft; }));
 }
 
 TEST_F(Opening, AFileThatIsDroppedIsAddedAndPlayed) {
