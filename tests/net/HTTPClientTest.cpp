@@ -1,31 +1,79 @@
 #include "net/HTTPClient.h"
 
-#include "LoopbackServer.h"
+#include "support/qt/HttpServer.h"
+#include "support/qt/TestCertificates.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
+#include <QSslCertificate>
 #include <QSslConfiguration>
-#include <QTcpServer>
 #include <QTemporaryFile>
 #include <QTimer>
 #include <QUrl>
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <chrono>
 #include <functional>
 #include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
 
 namespace {
 
 using CorvaneClient::Net::HTTPClient;
-using mediaworker::test::answer;
-using mediaworker::test::Answer;
-using mediaworker::test::bodyByte;
-using mediaworker::test::LoopbackServer;
-using mediaworker::test::TlsIdentity;
+using mediaworker::test::Exchange;
+using mediaworker::test::HttpResponse;
+using mediaworker::test::HttpServer;
+using mediaworker::test::RefusingPort;
+using mediaworker::test::TestCertificates;
 using ::testing::ElementsAre;
 
+using Framing = HttpResponse::Framing;
+
 constexpr qint64 kMiB = 1 << 20;
+
+/// The byte at that offset of every body: a pattern whose period no buffer size shares.
+constexpr char bodyByte(qint64 offset) {
+    return static_cast<char>(offset % 251);
+}
+
+void sendBody(HttpResponse& response, qint64 bytes) {
+    constexpr qint64 kChunkBytes = 64 << 10;
+    std::string chunk;
+    for (qint64 offset = 0; offset < bytes; offset += kChunkBytes) {
+        chunk.resize(static_cast<std::size_t>(std::min(kChunkBytes, bytes - offset)));
+        for (std::size_t i = 0; i < chunk.size(); ++i) {
+            chunk[i] = bodyByte(offset + static_cast<qint64>(i));
+        }
+        if (!response.send(chunk)) {
+            return;
+        }
+    }
+}
+
+/// A whole response with a body of that many bytes.
+HttpServer::Handler answer(int status, qint64 bodyBytes, const std::string& location = {}) {
+    return [=](HttpResponse& response) {
+        response.status(status);
+        if (!location.empty()) {
+            response.header("Location", location);
+        }
+        response.contentLength(static_cast<std::size_t>(bodyBytes));
+        sendBody(response, bodyBytes);
+    };
+}
+
+std::vector<std::string> targets(const HttpServer& server) {
+    std::vector<std::string> result;
+    for (const Exchange& exchange : server.exchanges()) {
+        result.push_back(exchange.request.target);
+    }
+    return result;
+}
 
 /// What is printed through Qt's message handler while it lives. One at a time.
 class QtMessages {
@@ -52,10 +100,10 @@ private:
 /// Runs one request to its end, and a little on, to hear anything that comes after it.
 class HTTPClientTest : public ::testing::Test {
 protected:
-    void fetch(const QString& url) {
+    void fetch(const std::string& url) {
         QEventLoop loop;
         client->get(
-            url,
+            QString::fromStdString(url),
             [this](const QByteArray& bytes) {
                 ++dataCalls;
                 for (const char byte : bytes) {
@@ -87,7 +135,8 @@ protected:
 };
 
 TEST_F(HTTPClientTest, DeliversEveryByteInOrderAndThenFinishesOnce) {
-    LoopbackServer server({{"/live", answer("200 OK", 3 * kMiB + 17)}});
+    HttpServer server;
+    server.route("/live", answer(200, 3 * kMiB + 17));
     fetch(server.url("/live"));
     EXPECT_EQ(received, 3 * kMiB + 17);
     EXPECT_TRUE(inOrder);
@@ -95,11 +144,19 @@ TEST_F(HTTPClientTest, DeliversEveryByteInOrderAndThenFinishesOnce) {
 }
 
 TEST_F(HTTPClientTest, DeliversABodyWithoutALengthToItsEnd) {
-    LoopbackServer server({{"/live", {"HTTP/1.1 200 OK\r\n\r\n", 2 * kMiB}}});
-    fetch(server.url("/live"));
-    EXPECT_EQ(received, 2 * kMiB);
-    EXPECT_TRUE(inOrder);
-    EXPECT_EQ(finishedCalls, 1);
+    for (const Framing framing : {Framing::UntilClose, Framing::Chunked}) {
+        HttpServer server;
+        server.route("/live", [framing](HttpResponse& response) {
+            response.framing(framing);
+            sendBody(response, 2 * kMiB);
+        });
+        received = 0;
+        finishedCalls = 0;
+        fetch(server.url("/live"));
+        EXPECT_EQ(received, 2 * kMiB);
+        EXPECT_TRUE(inOrder);
+        EXPECT_EQ(finishedCalls, 1);
+    }
 }
 
 TEST_F(HTTPClientTest, DeliversAnAnswerWithoutAStatus) {
@@ -109,22 +166,27 @@ TEST_F(HTTPClientTest, DeliversAnAnswerWithoutAStatus) {
         file.putChar(bodyByte(i));
     }
     file.close();
-    fetch(QUrl::fromLocalFile(file.fileName()).toString());
+    fetch(QUrl::fromLocalFile(file.fileName()).toString().toStdString());
     EXPECT_EQ(received, 1000);
     EXPECT_TRUE(inOrder);
     EXPECT_EQ(finishedCalls, 1);
 }
 
 TEST_F(HTTPClientTest, AsksForAnythingInOneGet) {
-    LoopbackServer server({{"/live?speed=2", answer("200 OK", 1)}});
+    HttpServer server;
+    server.route("/live", answer(200, 1));
     fetch(server.url("/live?speed=2"));
-    EXPECT_THAT(server.requests(), ElementsAre("/live?speed=2"));
-    EXPECT_TRUE(server.lastRequest().startsWith("GET /live?speed=2 HTTP/1.1\r\n"));
-    EXPECT_EQ(server.lastRequest().count("Accept: */*\r\n"), 1);
+    const std::vector<Exchange> exchanges = server.exchanges();
+    ASSERT_EQ(exchanges.size(), 1U);
+    EXPECT_EQ(exchanges[0].request.method, "GET");
+    EXPECT_EQ(exchanges[0].request.target, "/live?speed=2");
+    const auto& headers = exchanges[0].request.headers;
+    EXPECT_EQ(
+        std::count(headers.begin(), headers.end(), std::pair<std::string, std::string>("Accept", "*/*")), 1);
 }
 
 struct RefusedBody {
-    const char* status;
+    int status;
     qint64 bodyBytes;
 };
 
@@ -135,14 +197,16 @@ void PrintTo(const RefusedBody& row, std::ostream* out) {
 class HTTPClientRefusalTest : public HTTPClientTest, public ::testing::WithParamInterface<RefusedBody> {};
 
 TEST_P(HTTPClientRefusalTest, KeepsTheBodyBackAndFinishesOnce) {
-    LoopbackServer server({{"/live", answer(GetParam().status, GetParam().bodyBytes)}});
+    HttpServer server;
+    server.route("/live", answer(GetParam().status, GetParam().bodyBytes));
     fetch(server.url("/live"));
     EXPECT_EQ(dataCalls, 0);
     EXPECT_EQ(finishedCalls, 1);
 }
 
 TEST_P(HTTPClientRefusalTest, PrintsNothing) {
-    LoopbackServer server({{"/live", answer(GetParam().status, GetParam().bodyBytes)}});
+    HttpServer server;
+    server.route("/live", answer(GetParam().status, GetParam().bodyBytes));
     const QtMessages messages;
     fetch(server.url("/live"));
     client.reset(); // and with it the reply, perhaps in the middle of the body
@@ -151,17 +215,19 @@ TEST_P(HTTPClientRefusalTest, PrintsNothing) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Statuses, HTTPClientRefusalTest,
-                         ::testing::Values(RefusedBody{"300 Multiple Choices", 0},
-                                           RefusedBody{"300 Multiple Choices", 3 * kMiB},
-                                           RefusedBody{"301 Moved Permanently", 3 * kMiB}, // and no Location
-                                           RefusedBody{"304 Not Modified", 0},
-                                           RefusedBody{"401 Unauthorized", 3 * kMiB},
-                                           RefusedBody{"404 Not Found", 0}, RefusedBody{"404 Not Found", 20},
-                                           RefusedBody{"404 Not Found", 3 * kMiB},
-                                           RefusedBody{"500 Internal Server Error", 3 * kMiB}));
+                         ::testing::Values(RefusedBody{300, 0}, RefusedBody{300, 3 * kMiB},
+                                           RefusedBody{301, 3 * kMiB}, // and no Location
+                                           RefusedBody{304, 0}, RefusedBody{401, 3 * kMiB},
+                                           RefusedBody{404, 0}, RefusedBody{404, 20},
+                                           RefusedBody{404, 3 * kMiB}, RefusedBody{500, 3 * kMiB}));
 
 TEST_F(HTTPClientTest, FinishesAtOnceOnAnErrorPageThatNeverEnds) {
-    LoopbackServer server({{"/live", {"HTTP/1.1 404 Not Found\r\n\r\n", 1'000'000 * kMiB}}});
+    HttpServer server;
+    server.route("/live", [](HttpResponse& response) {
+        response.status(404);
+        response.framing(Framing::UntilClose);
+        sendBody(response, 1'000'000 * kMiB);
+    });
     const QtMessages messages;
     fetch(server.url("/live"));
     client.reset();
@@ -171,17 +237,18 @@ TEST_F(HTTPClientTest, FinishesAtOnceOnAnErrorPageThatNeverEnds) {
 }
 
 TEST_F(HTTPClientTest, RefusedConnectionFinishesOnceWithoutBytes) {
-    QTcpServer gone;
-    ASSERT_TRUE(gone.listen(QHostAddress::LocalHost));
-    const quint16 port = gone.serverPort();
-    gone.close();
-    fetch(QStringLiteral("http://127.0.0.1:%1/live").arg(port));
+    const RefusingPort gone;
+    fetch("http://127.0.0.1:" + std::to_string(gone.port()) + "/live");
     EXPECT_EQ(received, 0);
     EXPECT_EQ(finishedCalls, 1);
 }
 
 TEST_F(HTTPClientTest, BodyThatBreaksOffDeliversWhatCameAndFinishesOnce) {
-    LoopbackServer server({{"/live", {"HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n", 4321}}});
+    HttpServer server;
+    server.route("/live", [](HttpResponse& response) {
+        response.contentLength(100'000);
+        sendBody(response, 4321);
+    });
     fetch(server.url("/live"));
     EXPECT_EQ(received, 4321);
     EXPECT_TRUE(inOrder);
@@ -191,20 +258,22 @@ TEST_F(HTTPClientTest, BodyThatBreaksOffDeliversWhatCameAndFinishesOnce) {
 class HTTPClientRedirectTest : public HTTPClientTest, public ::testing::WithParamInterface<qint64> {};
 
 TEST_P(HTTPClientRedirectTest, FollowsAndDeliversOnlyTheTarget) {
-    LoopbackServer server({{"/old", answer("302 Found", GetParam(), "Location: /new\r\n")},
-                           {"/new", answer("200 OK", 2 * kMiB)}});
+    HttpServer server;
+    server.route("/old", answer(302, GetParam(), "/new"));
+    server.route("/new", answer(200, 2 * kMiB));
     fetch(server.url("/old"));
-    EXPECT_THAT(server.requests(), ElementsAre("/old", "/new"));
+    EXPECT_THAT(targets(server), ElementsAre("/old", "/new"));
     EXPECT_EQ(received, 2 * kMiB);
     EXPECT_TRUE(inOrder);
     EXPECT_EQ(finishedCalls, 1);
 }
 
 TEST_P(HTTPClientRedirectTest, FollowsToAnErrorPageAndDeliversNothing) {
-    LoopbackServer server({{"/old", answer("307 Temporary Redirect", GetParam(), "Location: /new\r\n")},
-                           {"/new", answer("404 Not Found", 3 * kMiB)}});
+    HttpServer server;
+    server.route("/old", answer(307, GetParam(), "/new"));
+    server.route("/new", answer(404, 3 * kMiB));
     fetch(server.url("/old"));
-    EXPECT_THAT(server.requests(), ElementsAre("/old", "/new"));
+    EXPECT_THAT(targets(server), ElementsAre("/old", "/new"));
     EXPECT_EQ(dataCalls, 0);
     EXPECT_EQ(finishedCalls, 1);
 }
@@ -216,27 +285,29 @@ class HTTPClientTlsTest : public HTTPClientTest {
 protected:
     HTTPClientTlsTest() {
         QSslConfiguration trusting = systemDefault;
-        trusting.addCaCertificate(identity.certificate);
+        trusting.addCaCertificates(
+            QSslCertificate::fromPath(QString::fromStdString(certificates.authorityFile().string())));
         QSslConfiguration::setDefaultConfiguration(trusting);
     }
     ~HTTPClientTlsTest() override { QSslConfiguration::setDefaultConfiguration(systemDefault); }
 
     const QSslConfiguration systemDefault = QSslConfiguration::defaultConfiguration();
-    const TlsIdentity identity = mediaworker::test::makeTlsIdentity();
+    const TestCertificates certificates;
+    HttpServer secure{{.certificates = &certificates}};
 };
 
 TEST_F(HTTPClientTlsTest, FetchesOverTls) {
-    LoopbackServer server({{"/live", answer("200 OK", 2 * kMiB)}}, &identity);
-    fetch(server.url("/live"));
+    secure.route("/live", answer(200, 2 * kMiB));
+    fetch(secure.url("/live"));
     EXPECT_EQ(received, 2 * kMiB);
     EXPECT_TRUE(inOrder);
     EXPECT_EQ(finishedCalls, 1);
 }
 
 TEST_F(HTTPClientTlsTest, FollowsARedirectFromHttpToHttps) {
-    LoopbackServer secure({{"/live", answer("200 OK", 1000)}}, &identity);
-    LoopbackServer plain({{"/live", answer("301 Moved Permanently", 3 * kMiB,
-                                           "Location: " + secure.url("/live").toLatin1() + "\r\n")}});
+    secure.route("/live", answer(200, 1000));
+    HttpServer plain;
+    plain.route("/live", answer(301, 3 * kMiB, secure.url("/live")));
     fetch(plain.url("/live"));
     EXPECT_EQ(received, 1000);
     EXPECT_TRUE(inOrder);
@@ -245,30 +316,47 @@ TEST_F(HTTPClientTlsTest, FollowsARedirectFromHttpToHttps) {
 
 TEST_F(HTTPClientTlsTest, DoesNotFollowARedirectFromHttpsToHttp) {
     for (const qint64 bodyBytes : {qint64{100}, 3 * kMiB}) {
-        LoopbackServer plain({{"/live", answer("200 OK", 1000)}});
-        LoopbackServer secure({{"/live", answer("302 Found", bodyBytes,
-                                                "Location: " + plain.url("/live").toLatin1() + "\r\n")}},
-                              &identity);
+        HttpServer plain;
+        plain.route("/live", answer(200, 1000));
+        secure.route("/live", answer(302, bodyBytes, plain.url("/live")));
         finishedCalls = 0;
         fetch(secure.url("/live"));
         EXPECT_EQ(received, 0);
         EXPECT_EQ(finishedCalls, 1);
-        EXPECT_TRUE(plain.requests().empty());
+        EXPECT_TRUE(plain.exchanges().empty());
     }
 }
 
 TEST_F(HTTPClientTest, UnknownCertificateFinishesOnceWithoutBytes) {
-    const TlsIdentity identity = mediaworker::test::makeTlsIdentity();
-    LoopbackServer server({{"/live", answer("200 OK", 1000)}}, &identity);
-    fetch(server.url("/live"));
+    const TestCertificates certificates;
+    HttpServer secure({.certificates = &certificates});
+    secure.route("/live", answer(200, 1000));
+    fetch(secure.url("/live"));
     EXPECT_EQ(received, 0);
     EXPECT_EQ(finishedCalls, 1);
+    EXPECT_TRUE(secure.exchanges().empty());
+}
+
+/// What the client has taken of the only body, once it has taken nothing for a while, or everything. What the
+/// system's socket buffers hold counts as taken.
+qint64 takenWhenStuck(const HttpServer& server, qint64 bodyBytes) {
+    using namespace std::chrono_literals;
+    while (true) {
+        const std::vector<Exchange> exchanges = server.exchanges();
+        const auto& sends = exchanges.at(0).sends;
+        const auto sent = static_cast<qint64>(sends.back().bodyBytes);
+        if (sent == bodyBytes || std::chrono::steady_clock::now() - sends.back().when > 500ms) {
+            return sent;
+        }
+        std::this_thread::sleep_for(20ms);
+    }
 }
 
 TEST_F(HTTPClientTest, ConsumerThatBlocksHoldsTheServerUpInsteadOfFillingTheMemory) {
-    LoopbackServer server({{"/archive", answer("200 OK", 100 * kMiB)}});
+    HttpServer server;
+    server.route("/archive", answer(200, 100 * kMiB));
     qint64 taken = 0;
-    blockOnce = [&] { taken = server.waitUntilStuckOrSent(); };
+    blockOnce = [&] { taken = takenWhenStuck(server, 100 * kMiB); };
     fetch(server.url("/archive"));
     // The rest is what the two ends of a loopback connection hold in the kernel.
     EXPECT_LT(taken, 24 * kMiB);
