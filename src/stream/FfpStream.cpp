@@ -1,5 +1,6 @@
 #include "stream/FfpStream.h"
 
+#include "base/ImmediateExit.h"
 #include "base/Log.h"
 #include "base/ThreadName.h"
 #include "player/ff_wrap/Avcodec.h"
@@ -13,7 +14,6 @@
 
 #include <QCoreApplication>
 
-#include <cstdlib>
 #include <exception>
 
 namespace {
@@ -115,7 +115,7 @@ void FfpStream::onData(const QByteArray& bytes) {
         if (bytes.size() < kShortestSilentChunk) {
             base::logLine(bytes.toStdString());
         }
-        std::_Exit(exit_code::kFailure);
+        base::exitNow(exit_code::kFailure);
     }
 }
 
@@ -126,7 +126,7 @@ void FfpStream::onFinished() {
         player_->stop();
     }
     drainLink();
-    std::_Exit(exit_code::kResponseEnded);
+    base::exitNow(exit_code::kResponseEnded);
 }
 
 std::uint8_t* FfpStream::onVideoParams(const ko_player::VideoParams& in, ko_player::VideoParams& out) {
@@ -145,6 +145,6 @@ void FfpStream::onVideoStopped() {
     base::logLine("video thread has stopped");
     if (!stopping_) {
         base::logLine("video thread has stopped unexpectedly, exit");
-        std::_Exit(exit_code::kVideoStopped);
+        base::exitNow(exit_code::kVideoStopped);
     }
 }

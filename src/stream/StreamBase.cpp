@@ -1,6 +1,7 @@
 #include "stream/StreamBase.h"
 
 #include "base/Clock.h"
+#include "base/ImmediateExit.h"
 #include "base/Log.h"
 #include "base/ThreadName.h"
 #include "ipc/SocketHandler.h"
@@ -13,7 +14,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <cstdlib>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -60,12 +60,12 @@ void StreamBase::openLink(const QString& serverName) {
         link_.get(), &Corvane::Ipc::SocketHandler::error, this,
         [](const QString& text) {
             base::logWithoutNewline("Socket error: ", text.toStdString());
-            std::_Exit(exit_code::kParentGone);
+            base::exitNow(exit_code::kParentGone);
         },
         Qt::DirectConnection);
     connect(
         link_.get(), &Corvane::Ipc::SocketHandler::disconnected, this,
-        [] { std::_Exit(exit_code::kParentGone); }, Qt::DirectConnection);
+        [] { base::exitNow(exit_code::kParentGone); }, Qt::DirectConnection);
 }
 
 StreamBase::~StreamBase() {
@@ -111,7 +111,7 @@ void StreamBase::setupPicture(std::uint32_t width, std::uint32_t height) {
         semaphore_.release(1);
         base::logLine("can't map the frame file: ", file_.fileName().toStdString(), ": ",
                       file_.errorString().toStdString());
-        std::_Exit(exit_code::kFailure);
+        base::exitNow(exit_code::kFailure);
     }
     qToLittleEndian(width, mapping_);
     qToLittleEndian(height, mapping_ + sizeof width);

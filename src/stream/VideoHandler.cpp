@@ -1,9 +1,9 @@
 #include "stream/VideoHandler.h"
 
+#include "base/ImmediateExit.h"
 #include "base/Log.h"
 #include "stream/ExitCodes.h"
 
-#include <cstdlib>
 #include <utility>
 
 VideoHandler::VideoHandler(Callables callables) : callables_(std::move(callables)) {}
@@ -16,7 +16,7 @@ void VideoHandler::expectPicture(int width, int height) {
 
 bool VideoHandler::onFrameTimeout() {
     base::logLine("exit on frame timeout");
-    std::_Exit(exit_code::kFrameTimeout);
+    base::exitNow(exit_code::kFrameTimeout);
 }
 
 void VideoHandler::onStopped() {

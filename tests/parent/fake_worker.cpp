@@ -24,6 +24,8 @@
 ///     crash          end as if somebody had killed it
 #include "die_at_once.h"
 
+#include "base/ImmediateExit.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -34,7 +36,6 @@
 #include <QtEndian>
 
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 
 namespace {
@@ -111,7 +112,7 @@ private:
         } else if (verb == QStringLiteral("drop")) {
             socket_.disconnectFromServer();
         } else if (verb == QStringLiteral("exit")) {
-            std::_Exit(value.toInt());
+            base::exitNow(value.toInt());
         } else if (verb == QStringLiteral("crash")) {
             dieAtOnce();
         }
@@ -132,7 +133,7 @@ private:
         QByteArray header;
         for (;;) {
             if (!socket_.waitForReadyRead(-1)) {
-                std::_Exit(0);
+                base::exitNow(0);
             }
             if (header.isEmpty()) {
                 if (socket_.bytesAvailable() < 3) {

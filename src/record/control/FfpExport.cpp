@@ -1,5 +1,6 @@
 #include "record/control/FfpExport.h"
 
+#include "base/ImmediateExit.h"
 #include "base/Log.h"
 #include "ipc/SocketHandler.h"
 
@@ -22,7 +23,7 @@ void limitExit(int code) {
         std::thread([code] {
             // Not by the process's clock: this runs while globals go.
             std::this_thread::sleep_for(kLongestExit);
-            std::_Exit(code);
+            base::exitNow(code);
         }).detach();
     } catch (const std::system_error& error) {
         base::logAt(__func__, error.what());

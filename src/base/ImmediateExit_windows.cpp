@@ -1,0 +1,15 @@
+#include "base/ImmediateExit.h"
+
+#include <windows.h>
+
+namespace base {
+
+// std::_Exit() ends all other threads and then lets the libraries clean up: that waits for ever for a lock
+// that one of those threads had.
+void exitNow(int code) noexcept {
+    TerminateProcess(GetCurrentProcess(), static_cast<UINT>(code));
+    for (;;) { // it does not come back for the own process, which the compiler cannot know
+    }
+}
+
+} // namespace base
