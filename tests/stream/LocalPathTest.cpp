@@ -15,6 +15,7 @@ TEST(LocalPath, BarePathStaysAsItIs) {
 
 TEST(LocalPath, OnlyTheFirstSchemeIsRemoved) {
     EXPECT_EQ(localPath("file:///C:/video.mp4"), "C:/video.mp4");
+    EXPECT_EQ(localPath("file://///server/films/a b.mp4"), "//server/films/a b.mp4");
     EXPECT_EQ(localPath("file:///file:///x"), "file:///x");
     EXPECT_EQ(localPath("file://host/x"), "file://host/x");
 }

@@ -70,8 +70,8 @@ TEST_F(SoundModule, IsLoadedByTheFirstCallAndNotBefore) {
     const AudioDeviceFactory early = factory();
     fs::copy_file(FAKE_SOUND_MODULE_ONE, beside);
     EXPECT_EQ(nameOf(early(kFormat)), "one");
-    // Once is enough.
-    fs::remove(beside);
+    // Once is enough. Windows lets nobody remove a library that is in use, but move it.
+    fs::rename(beside, installed);
     EXPECT_EQ(nameOf(early(kFormat)), "one");
 }
 
@@ -88,16 +88,17 @@ TEST_F(SoundModule, ThatIsMissingIsReportedOnceAndMakesNoDevice) {
     EXPECT_THAT(log.lines(), IsEmpty());
     EXPECT_EQ(make(kFormat), nullptr);
     EXPECT_EQ(make(kFormat), nullptr);
-    EXPECT_THAT(log.lines(),
-                ElementsAre(AllOf(StartsWith("Failed to load the sound module: "),
-                                  HasSubstr(beside.parent_path().string()), HasSubstr("lib/mediaworker"))));
+    EXPECT_THAT(log.lines(), ElementsAre(AllOf(StartsWith("Failed to load the sound module: "),
+                                               HasSubstr(beside.parent_path().string()),
+                                               HasSubstr((fs::path("lib") / "mediaworker").string()))));
 }
 
 TEST_F(SoundModule, ThatIsNoLibraryIsReported) {
     writeFile(beside, "not a library");
     EXPECT_EQ(factory()(kFormat), nullptr);
+    // Windows leaves the end of the name out.
     EXPECT_THAT(log.lines(), ElementsAre(AllOf(StartsWith("Failed to load the sound module: "),
-                                               HasSubstr(beside.string()))));
+                                               HasSubstr((beside.parent_path() / beside.stem()).string()))));
 }
 
 TEST_F(SoundModule, OfAnotherVersionIsRefused) {
