@@ -1,19 +1,30 @@
 #include "tools/ctl/Arguments.h"
 
+#include "support/Platform.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <vector>
+
 using namespace mediaworker::ctl;
 using namespace std::chrono_literals;
+using mediaworker::test::platform::kIsWindows;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
 namespace {
 
-Command parse(const char* line) {
-    const QStringList words = QString::fromUtf8(line).split(u' ', Qt::SkipEmptyParts);
+/// Where the current folder is.
+const QString kRoot = kIsWindows ? QStringLiteral("C:/") : QStringLiteral("/");
+
+Command parse(const QStringList& words) {
     return parseArguments(QStringList{QStringLiteral("/opt/bin/mediaworker-ctl")} + words,
-                          QStringLiteral("/home/me"));
+                          kRoot + QStringLiteral("home/me"));
+}
+
+Command parse(const char* line) {
+    return parse(QString::fromUtf8(line).split(u' ', Qt::SkipEmptyParts));
 }
 
 std::string textOf(const Command& command) {
@@ -31,7 +42,7 @@ TEST(CtlArguments, PlayHasDefaults) {
 TEST(CtlArguments, PlayTakesEveryOption) {
     const PlayCommand expected{.url = QStringLiteral("https://cam/live.flv?a=b&speed=2"),
                                .duration = 2500ms,
-                               .snapshotFolder = QStringLiteral("/home/me/pictures"),
+                               .snapshotFolder = kRoot + QStringLiteral("home/me/pictures"),
                                .snapshotInterval = 40ms,
                                .volumePercent = 0,
                                .proxyUrl = QStringLiteral("http://u:p@proxy:3128"),
@@ -56,14 +67,24 @@ TEST(CtlArguments, PlayMakesUrlsOfPaths) {
         const char* given;
         const char* url;
     };
-    for (const Row& row : {
-             Row{"file:///films/a.mp4", "file:///films/a.mp4"},
-             Row{"/films/a.mp4", "file:///films/a.mp4"},
-             Row{"a.mp4", "file:///home/me/a.mp4"},
-             Row{"file.mp4", "file:///home/me/file.mp4"},
-             Row{"HTTP://cam/live.flv", "HTTP://cam/live.flv"},
-         }) {
-        const Command command = parse((std::string("play ") + row.given).c_str());
+    const std::vector<Row> rowsOfPosix{
+        {"/films/a b.mp4", "file:///films/a b.mp4"},
+        {"a.mp4", "file:///home/me/a.mp4"},
+        {"file.mp4", "file:///home/me/file.mp4"},
+    };
+    const std::vector<Row> rowsOfWindows{
+        {"D:\\films\\a b.mp4", "file:///D:/films/a b.mp4"},
+        {"D:/films/a.mp4", "file:///D:/films/a.mp4"},
+        {"\\films\\a.mp4", "file:///C:/films/a.mp4"},
+        {"\\\\server\\films\\a.mp4", "file://///server/films/a.mp4"},
+        {"films\\a.mp4", "file:///C:/home/me/films/a.mp4"},
+        {"file.mp4", "file:///C:/home/me/file.mp4"},
+    };
+    std::vector<Row> rows = kIsWindows ? rowsOfWindows : rowsOfPosix;
+    rows.push_back({"file:///films/a.mp4", "file:///films/a.mp4"});
+    rows.push_back({"HTTP://cam/live.flv", "HTTP://cam/live.flv"});
+    for (const Row& row : rows) {
+        const Command command = parse({QStringLiteral("play"), QString::fromUtf8(row.given)});
         ASSERT_TRUE(std::holds_alternative<PlayCommand>(command)) << row.given;
         EXPECT_EQ(std::get<PlayCommand>(command).url.toStdString(), row.url);
     }
@@ -72,13 +93,13 @@ TEST(CtlArguments, PlayMakesUrlsOfPaths) {
 TEST(CtlArguments, ExportTakesEveryOption) {
     EXPECT_EQ(std::get<ExportCommand>(parse("export http://cam/a.flv out.mp4 --duration 60")),
               (ExportCommand{.url = QStringLiteral("http://cam/a.flv"),
-                             .file = QStringLiteral("/home/me/out.mp4"),
+                             .file = kRoot + QStringLiteral("home/me/out.mp4"),
                              .duration = 60s,
                              .patience = 63s}));
     EXPECT_EQ(std::get<ExportCommand>(
                   parse("export --json --timeout 0 --worker w http://cam/a.flv /out.mp4 --duration 0.5")),
               (ExportCommand{.url = QStringLiteral("http://cam/a.flv"),
-                             .file = QStringLiteral("/out.mp4"),
+                             .file = kRoot + QStringLiteral("out.mp4"),
                              .duration = 500ms,
                              .patience = 0ms,
                              .worker = QStringLiteral("w"),
