@@ -252,8 +252,9 @@ void ChildProcess::State::startLinuxProgram() {
     }
     text << '<' << source << " >" << (options.output.empty() ? nothing : shellPath(options.output)) << " 2>"
          << (options.errors.empty() ? nothing : shellPath(options.errors)) << " &\necho $! >"
-         << shellPath(*folder / "pid") << "\nwait $!\necho $? >" << shellPath(*folder / "part") << "\nmv "
-         << shellPath(*folder / "part") << ' ' << shellPath(*folder / "status") << '\n';
+         << shellPath(*folder / "pid") << "\nwait $! 2>" << nothing << "\necho $? >"
+         << shellPath(*folder / "part") << "\nmv " << shellPath(*folder / "part") << ' '
+         << shellPath(*folder / "status") << '\n';
     writeFile(script, text.str());
 
     STARTUPINFOW startup{};

@@ -36,6 +36,16 @@ TEST(Tone, IsFoundBehindSilence) {
     EXPECT_NEAR(dominantFrequency(samples, 44100), 440, 2);
 }
 
+TEST(Tone, IsSteadyThoughItSkips) {
+    auto samples = sine(440, 0.5, 22050, 44100);
+    samples.insert(samples.end(), 441, 0);
+    const auto rest = sine(440, -0.5, 22050, 44100);
+    samples.insert(samples.end(), rest.begin(), rest.end());
+    EXPECT_LT(toneLevel(samples, 44100, 440), 0.4);
+    EXPECT_NEAR(steadyToneLevel(samples, 44100, 440), 0.5, 0.01);
+    EXPECT_EQ(steadyToneLevel({}, 44100, 440), 0);
+}
+
 TEST(Tone, FindsNothingInSilence) {
     const std::vector<std::int16_t> silence(44100);
     EXPECT_EQ(dominantFrequency(silence, 44100), 0);

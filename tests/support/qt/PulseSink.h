@@ -1,11 +1,11 @@
 #pragma once
 
 #include "support/ChildProcess.h"
+#include "support/qt/PulseServer.h"
 
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -40,7 +40,7 @@ public:
 
 private:
     TemporaryFolder folder_;
-    std::unique_ptr<ChildProcess> server_;
+    PulseServer server_;
     std::unique_ptr<ChildProcess> recorder_;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <vector>
 
 namespace mediaworker::test {
 
@@ -20,6 +21,20 @@ double toneLevel(std::span<const std::int16_t> samples, int rate, double hz) {
     }
     const double power = before * before + beforeThat * beforeThat - coefficient * before * beforeThat;
     return 2 * std::sqrt(std::max(0.0, power)) / static_cast<double>(samples.size());
+}
+
+double steadyToneLevel(std::span<const std::int16_t> samples, int rate, double hz) {
+    const auto piece = static_cast<std::size_t>(rate / 20);
+    std::vector<double> levels;
+    for (; piece > 0 && samples.size() >= piece; samples = samples.subspan(piece)) {
+        levels.push_back(toneLevel(samples.first(piece), rate, hz));
+    }
+    if (levels.empty()) {
+        return 0;
+    }
+    const auto middle = levels.begin() + static_cast<std::ptrdiff_t>(levels.size() / 2);
+    std::nth_element(levels.begin(), middle, levels.end());
+    return *middle;
 }
 
 double rms(std::span<const std::int16_t> samples) {

@@ -8,6 +8,9 @@ namespace mediaworker::test {
 /// The amplitude of one frequency (Goertzel), 1 is full scale.
 [[nodiscard]] double toneLevel(std::span<const std::int16_t> samples, int rate, double hz);
 
+/// The same of a tone that is not in step from beginning to end: the median of pieces of 50 ms.
+[[nodiscard]] double steadyToneLevel(std::span<const std::int16_t> samples, int rate, double hz);
+
 /// Root of the mean square, 1 is full scale (a full sine has 0.707).
 [[nodiscard]] double rms(std::span<const std::int16_t> samples);
 

@@ -1,12 +1,11 @@
 #include "support/qt/PulseSink.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <functional>
 #include <stdexcept>
 #include <thread>
-
-#include <csignal>
 
 namespace mediaworker::test {
 namespace {
@@ -25,17 +24,10 @@ void waitUntil(const std::function<bool()>& isDone, const std::string& what) {
 
 } // namespace
 
-PulseSink::PulseSink() {
-    server_ = std::make_unique<ChildProcess>(ChildProcess::Options{
-        .command = {"pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "--disable-shm=yes", "-L",
-                    "module-native-protocol-unix", "-L", "module-null-sink sink_name=test"},
-        .environment = environment(),
-        .errors = folder_ / "server.log"});
+PulseSink::PulseSink() : server_(folder_.path()) {
     waitUntil(
         [&] {
-            if (!server_->isRunning()) {
-                throw std::runtime_error("PulseSink: the server ended: " + readFile(folder_ / "server.log"));
-            }
+            server_.expectToRun();
             ChildProcess probe({.command = {"pactl", "info"},
                                 .environment = environment(),
                                 .errors = folder_ / "probe.log"});
@@ -47,24 +39,20 @@ PulseSink::PulseSink() {
 PulseSink::~PulseSink() = default;
 
 std::vector<std::pair<std::string, std::string>> PulseSink::environment() const {
-    const std::string folder = folder_.path().string();
-    return {{"XDG_RUNTIME_DIR", folder},
-            {"PULSE_RUNTIME_PATH", folder + "/pulse"},
-            {"HOME", folder},
-            {"XDG_CONFIG_HOME", folder},
-            {"PULSE_SERVER", "unix:" + folder + "/pulse/native"},
-            {"DBUS_SESSION_BUS_ADDRESS", "disabled:"}};
+    return server_.environment();
 }
 
 void PulseSink::startRecording() {
     const auto file = folder_ / "recording";
+    std::filesystem::remove(file);
     recorder_ = std::make_unique<ChildProcess>(ChildProcess::Options{
         .command = {"parec", "-d", "test.monitor", "--raw", "--format=s16le",
                     "--rate=" + std::to_string(kRate), "--channels=1", "--latency-msec=20"},
         .environment = environment(),
         .output = file,
         .errors = folder_ / "recorder.log"});
-    waitUntil([&] { return std::filesystem::file_size(file) > 0; }, "no samples arrive");
+    waitUntil([&] { return std::filesystem::exists(file) && std::filesystem::file_size(file) > 0; },
+              "no samples arrive");
 }
 
 std::vector<std::int16_t> PulseSink::stopRecording() {
@@ -89,8 +77,7 @@ int PulseSink::playingStreams() const {
 }
 
 void PulseSink::kill() {
-    server_->signal(SIGKILL);
-    server_->wait();
+    server_.kill();
 }
 
 } // namespace mediaworker::test
