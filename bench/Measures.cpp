@@ -5,7 +5,7 @@
 
 namespace mediaworker::bench {
 
-double memoryMb(long pid, const std::string& field) {
+double memoryMb(std::int64_t pid, const std::string& field) {
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");
     for (std::string line; std::getline(status, line);) {
         if (line.starts_with(field + ":")) {
@@ -18,7 +18,7 @@ double memoryMb(long pid, const std::string& field) {
     return 0;
 }
 
-PeakMemory::PeakMemory(long pid)
+PeakMemory::PeakMemory(std::int64_t pid)
     : thread_([this, pid] {
           const auto program = [](const std::string& process) {
               std::string name;

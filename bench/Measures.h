@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <thread>
 #include <vector>
@@ -29,13 +30,13 @@ using Milliseconds = std::chrono::duration<double, std::milli>;
 [[nodiscard]] double childCpuSeconds();
 
 /// A line of /proc/PID/status in megabytes (10^6), such as "VmHWM"; 0 when it cannot be read.
-[[nodiscard]] double memoryMb(long pid, const std::string& field);
+[[nodiscard]] double memoryMb(std::int64_t pid, const std::string& field);
 
 /// The largest resident memory of a process, watched every other millisecond until it is gone or this is.
 /// From the start of its program on: what forked it may have been larger.
 class PeakMemory {
 public:
-    explicit PeakMemory(long pid);
+    explicit PeakMemory(std::int64_t pid);
     ~PeakMemory();
     PeakMemory(const PeakMemory&) = delete;
     PeakMemory& operator=(const PeakMemory&) = delete;
