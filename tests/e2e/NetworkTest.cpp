@@ -206,9 +206,6 @@ TEST(ProxyEnd, OfAHostThatTheProxyDoesNotKnow) {
 class Https : public Network {
 protected:
     void SetUp() override {
-        if (platform::kIsWindows) {
-            GTEST_SKIP() << "the server's side of Schannel does not work under Wine";
-        }
         if (const auto obstacle = private_.obstacle()) {
             GTEST_SKIP() << *obstacle;
         }
