@@ -4,7 +4,6 @@
 #include "Clips.h"
 #include "Measures.h"
 #include "Player.h"
-#include "ProcessCpu.h"
 #include "Table.h"
 
 #include "parent/WorkerProcess.h"
@@ -17,6 +16,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -79,7 +79,6 @@ void measureExport() {
     const test::TemporaryFolder folder;
     const auto file = folder / "out.mp4";
     std::vector<double> wall;
-    std::vector<double> cpu;
     for (int round = 0; round < kRounds; ++round) {
         parent::WorkerProcess worker;
         worker.setProgram(QStringLiteral(MEDIAWORKER_PROGRAM));
@@ -94,16 +93,13 @@ void measureExport() {
         if (!worker.start(job)) {
             fail("the worker does not start: " + worker.errorString().toStdString());
         }
-        const bench::ProcessCpu processCpu(worker.processId());
         bench::waitFor([&] { return code.has_value(); });
         wall.push_back(std::chrono::duration<double>(Clock::now() - begin).count());
-        cpu.push_back(processCpu.seconds());
         if (code != 0 || std::filesystem::file_size(file) < kStreamBytes / 100 * 99) {
             fail("the worker does not export:\n" + worker.recentLog().join(QLatin1Char('\n')).toStdString());
         }
     }
     print("export_s", wall);
-    print("export_cpu_s", cpu);
 }
 
 /// A local file, at its own pace.
@@ -112,21 +108,25 @@ void measurePlaying() {
     ClipSpec spec = bench::fullHd(kPictures);
     spec.bFrames = 2;
     Player player(test::platform::fileUrl(test::encodedFile(spec)));
-    const bench::ProcessCpu processCpu(player.processId());
     player.waitForEnd();
     const std::size_t pictures = player.shown().size();
     if (pictures < kPictures - 8) { // the last ones stay in the decoder
         fail("the worker showed only " + std::to_string(pictures) + " pictures");
     }
-    print("playing_cpu_s_per_1000", {processCpu.seconds() * 1000 / static_cast<double>(pictures)});
+    print("pictures", {static_cast<double>(pictures)});
 }
 
 } // namespace
 
+/// With an argument, only the measurement of that name.
 int main(int argc, char** argv) {
     const QCoreApplication application(argc, argv);
-    measureStart();
-    measureExport();
-    measurePlaying();
+    const std::map<std::string, void (*)()> measurements = {
+        {"export", measureExport}, {"playing", measurePlaying}, {"start", measureStart}};
+    for (const auto& [name, measure] : measurements) {
+        if (argc < 2 || name == argv[1]) {
+            measure();
+        }
+    }
     return 0;
 }
