@@ -18,7 +18,10 @@ public:
     TrustedAuthorities() : store_(CertOpenSystemStoreW(0, L"ROOT")) {}
     TrustedAuthorities(const TrustedAuthorities&) = delete;
     TrustedAuthorities& operator=(const TrustedAuthorities&) = delete;
-    ~TrustedAuthorities() { CertCloseStore(store_, 0); }
+    ~TrustedAuthorities() {
+        CertControlStore(store_, 0, CERT_STORE_CTRL_COMMIT, nullptr);
+        CertCloseStore(store_, 0);
+    }
 
     [[nodiscard]] bool add(PCCERT_CONTEXT certificate) {
         return CertAddCertificateContextToStore(store_, certificate, CERT_STORE_ADD_ALWAYS, nullptr) != 0;
