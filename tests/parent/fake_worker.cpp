@@ -15,7 +15,7 @@
 ///     picture:WxH    write a picture of that size into the frame file, and send the format message
 ///     shape:WxH      write a picture of that size into the frame file, without a word
 ///     cut:N          make the frame file N bytes long; its header stays
-///     play           write pictures of changing sizes, each with its messages, until killed
+///     play           write pictures of changing sizes, each with its messages, until killed or alone
 ///     garbage:SEED   send some thousand random bytes in pieces of random sizes
 ///     await          stand still until bytes come from the parent
 ///     hold           acquire the semaphore and keep it
@@ -174,7 +174,8 @@ private:
     }
 
     void play() {
-        for (int i = 0;; ++i) {
+        // A parent that was killed does not kill it.
+        for (int i = 0; socket_.state() == QLocalSocket::ConnectedState; ++i) {
             const bool isLarge = i / 3 % 2 == 0;
             picture(isLarge ? 640 : 64, isLarge ? 360 : 36, static_cast<char>(i));
             if (i % 3 == 0) {
