@@ -14,6 +14,7 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -77,21 +78,56 @@ protected:
         return start(command)->waitFor(kLimit);
     }
 
+    /// Throws when that fails. The build's folder.
+    std::string buildAgainstTheInstalledPackage(const std::string& source) {
+        const std::string prefix = (folder_ / "prefix").string();
+        std::string build = (folder_ / "build").string();
+        runCommand(
+            {CMAKE_PROGRAM, "--install", MEDIAWORKER_BUILD_FOLDER, "--component", "dev", "--prefix", prefix});
+        runCommand({CMAKE_PROGRAM, "-S", source, "-B", build, "-G", CMAKE_GENERATOR_NAME,
+                    "-DCMAKE_PREFIX_PATH=" + prefix, "-DCMAKE_CXX_COMPILER=" CXX_COMPILER,
+                    "-DCMAKE_EXE_LINKER_FLAGS=" SANITIZER_FLAGS,
+                    "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Werror " SANITIZER_FLAGS});
+        runCommand({CMAKE_PROGRAM, "--build", build});
+        return build;
+    }
+
     TemporaryFolder folder_;
     HttpServer server_;
 };
 
-TEST_F(Example, MinimalIsBuiltAgainstTheInstalledPackage) {
-    const std::string prefix = (folder_ / "prefix").string();
-    const std::string build = (folder_ / "build").string();
-    runCommand(
-        {CMAKE_PROGRAM, "--install", MEDIAWORKER_BUILD_FOLDER, "--component", "dev", "--prefix", prefix});
-    runCommand({CMAKE_PROGRAM, "-S", EXAMPLES_FOLDER "/minimal", "-B", build, "-G", CMAKE_GENERATOR_NAME,
-                "-DCMAKE_PREFIX_PATH=" + prefix, "-DCMAKE_CXX_COMPILER=" CXX_COMPILER,
-                "-DCMAKE_EXE_LINKER_FLAGS=" SANITIZER_FLAGS,
-                "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Werror " SANITIZER_FLAGS});
-    runCommand({CMAKE_PROGRAM, "--build", build});
+/// The first block of code in that language on a page.
+std::string codeBlock(const std::string& page, const std::string& language) {
+    const std::string fence = "```" + language + "\n";
+    const auto begin = page.find(fence);
+    const auto end = page.find("\n```", begin);
+    if (begin == std::string::npos || end == std::string::npos) {
+        throw std::runtime_error("no code in " + language);
+    }
+    return page.substr(begin + fence.size(), end + 1 - begin - fence.size());
+}
 
+TEST_F(Example, OfTheReadmeIsCompiledAgainstTheInstalledPackage) {
+    const std::string page = readFile(EXAMPLES_FOLDER "/../README.md");
+    const std::string code = codeBlock(page, "cpp");
+    const auto statements = code.find("\nWorkerProcess worker;");
+    ASSERT_NE(statements, std::string::npos);
+    const auto source = folder_ / "readme";
+    std::filesystem::create_directory(source);
+    writeFile(source / "CMakeLists.txt", "cmake_minimum_required(VERSION 3.25)\nproject(readme CXX)\n"
+                                         "add_library(your_program OBJECT embed.cpp)\n" +
+                                             codeBlock(page, "cmake"));
+    writeFile(source / "embed.cpp", code.substr(0, statements) +
+                                        "\nvoid show(const QImage& picture, qint64 ptsMs);\n"
+                                        "void report(const QString& reason, const QStringList& log);\n"
+                                        "void embed(const QString& url);\n"
+                                        "void embed(const QString& url) {" +
+                                        code.substr(statements) + "}\n");
+    buildAgainstTheInstalledPackage(source.string());
+}
+
+TEST_F(Example, MinimalIsBuiltAgainstTheInstalledPackage) {
+    const std::string build = buildAgainstTheInstalledPackage(EXAMPLES_FOLDER "/minimal");
     const std::filesystem::path png = pictures() / "25th.png";
     ASSERT_EQ(run({build + "/minimal", server_.url("/live.flv"), png.string()}), 0) << said();
     EXPECT_THAT(readFile(output()), HasSubstr("320x180 at 960 ms"));

@@ -389,8 +389,11 @@ TEST_F(CtlPlay, AWorkerThatNeverConnectsIsAFailure) {
 
 TEST_F(CtlPlay, GarbageOfAWorkerIsSurvived) {
     for (const std::string seed : {"1", "2", "3"}) {
-        EXPECT_EQ(run({"play", "http://h/;connect;hello;garbage:" + seed + ";log:all said;exit:4", "--worker",
-                       FAKE_WORKER}),
+        // An unknown type, a frame without data, a command, and then no packets at all.
+        EXPECT_EQ(run({"play",
+                       "http://h/;connect;hello;send:c80200ffff;send:010000060000;garbage:" + seed +
+                           ";log:all said;exit:4",
+                       "--worker", FAKE_WORKER}),
                   kNotDone);
         EXPECT_THAT(errors(), HasSubstr("(exit code 4)\n  its last words:\n    all said\n")) << seed;
     }

@@ -219,8 +219,10 @@ TEST_F(ExportTest, ClosingTheWindowEndsItAndLeavesNothing) {
     ASSERT_TRUE(waitForProgress());
     static_cast<void>(dialog_.release()); // the window's
     EXPECT_EQ(exported(), Names{"out.partial.mp4"});
-    closeWindow();
+    window().close();
     EXPECT_EQ(exported(), Names{});
+    EXPECT_TRUE(window().exportDialog() == nullptr || !window().exportDialog()->isVisible());
+    closeWindow();
     EXPECT_EQ(leftovers(), "");
     EXPECT_THROW(runCommand({"pgrep", "-P", std::to_string(getpid()), "mediaworker"}), std::runtime_error);
 }

@@ -79,7 +79,9 @@ TEST_F(FaultyWorker, AFileAtItsEndIsToldInWords) {
 TEST_F(FaultyWorker, AnyGarbageIsSurvived) {
     std::vector<std::string> scripts;
     for (int seed = 1; seed <= 9; ++seed) {
-        scripts.push_back("connect;hello;garbage:" + std::to_string(seed) + ";exit:3");
+        // An unknown type, a frame without data, a command: whole packets that no worker sends.
+        scripts.push_back("connect;hello;send:c80200ffff;send:010000060000;garbage:" + std::to_string(seed) +
+                          ";exit:3");
     }
     scripts.push_back("connect;garbage:10;exit:3"); // which does not even greet
     showScripts(scripts);
