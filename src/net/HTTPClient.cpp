@@ -38,6 +38,10 @@ void HTTPClient::get(const QString& url, OnData onData, OnFinished onFinished) {
     // redirect with a large body before it is followed.
     connect(reply, &QNetworkReply::metaDataChanged, this,
             [reply] { reply->setReadBufferSize(isRedirect(statusOf(*reply)) ? 0 : kReadBufferBytes); });
+    // Qt starts the request that a redirect leads to by a signal that the one before still hears until its
+    // thread has deleted it, and where threads are slow that one is sent again.
+    connect(reply, &QNetworkReply::redirected, this,
+            [reply] { reply->disconnect(SIGNAL(startHttpRequest())); });
     connect(reply, &QNetworkReply::finished, this, [reply, onData, onFinished] {
         if (statusOf(*reply) < kFirstStatusWithoutData) {
             onData(reply->readAll());
