@@ -45,6 +45,10 @@ struct UrlCase {
     bool disablesBuffering;
 };
 
+void PrintTo(const UrlCase& row, std::ostream* out) {
+    *out << row.name;
+}
+
 class UrlOf : public testing::TestWithParam<UrlCase> {};
 
 TEST_P(UrlOf, DecidesOnTimeOutsAndBuffering) {

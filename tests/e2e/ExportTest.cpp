@@ -334,6 +334,10 @@ struct OutputCase {
     const char* error;
 };
 
+void PrintTo(const OutputCase& row, std::ostream* out) {
+    *out << row.name;
+}
+
 class ExportTo : public Export, public testing::WithParamInterface<OutputCase> {};
 
 TEST_P(ExportTo, APlaceThatCannotBeWrittenEndsWithOne) {

@@ -110,6 +110,10 @@ struct Refusal {
     std::size_t bodyBytes;
 };
 
+void PrintTo(const Refusal& row, std::ostream* out) {
+    *out << row.name;
+}
+
 class ErrorPage : public testing::TestWithParam<Refusal> {};
 
 TEST_P(ErrorPage, IsNotFedToTheReaderAndEndsTheWorkerAtOnce) {
@@ -163,6 +167,10 @@ struct Way {
     const char* type;
     bool withPassword;
 };
+
+void PrintTo(const Way& row, std::ostream* out) {
+    *out << row.name;
+}
 
 class Proxy : public testing::TestWithParam<Way> {};
 

@@ -62,6 +62,10 @@ struct Case {
     AudioCodec audio;
 };
 
+void PrintTo(const Case& row, std::ostream* out) {
+    *out << row.name;
+}
+
 class Stream : public testing::TestWithParam<Case> {};
 
 TEST_P(Stream, ShowsAllPicturesInOrderWithTheirTimeStampsAndColours) {
@@ -183,6 +187,10 @@ struct Shape {
     int shownHeight;
     const char* line;
 };
+
+void PrintTo(const Shape& row, std::ostream* out) {
+    *out << row.name;
+}
 
 class AspectRatio : public testing::TestWithParam<Shape> {};
 

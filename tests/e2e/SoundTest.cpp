@@ -91,6 +91,10 @@ struct Case {
     int channels;
 };
 
+void PrintTo(const Case& row, std::ostream* out) {
+    *out << row.name;
+}
+
 class SoundOf : public Sound, public testing::WithParamInterface<Case> {};
 
 TEST_P(SoundOf, IsHeardWithItsTone) {

@@ -79,6 +79,10 @@ struct SeiCase {
     bool dropped;
 };
 
+void PrintTo(const SeiCase& row, std::ostream* out) {
+    *out << row.name;
+}
+
 class SeiFilter : public testing::TestWithParam<SeiCase> {};
 
 TEST_P(SeiFilter, DropsWhatHoldsNoPicture) {

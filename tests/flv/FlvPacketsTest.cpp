@@ -22,6 +22,10 @@ struct AudioCase {
     std::size_t payloadOffset = 0;
 };
 
+void PrintTo(const AudioCase& row, std::ostream* out) {
+    *out << row.name;
+}
+
 AudioPacket audio(std::uint32_t format, std::uint32_t rate, bool is16Bit, std::uint32_t channels,
                   bool isSequenceHeader, std::uint32_t size) {
     AudioPacket packet;
@@ -85,6 +89,10 @@ struct VideoCase {
     bool isKeyFrame = false;
     bool isSequenceHeader = false;
 };
+
+void PrintTo(const VideoCase& row, std::ostream* out) {
+    *out << row.name;
+}
 
 class VideoTag : public testing::TestWithParam<VideoCase> {};
 

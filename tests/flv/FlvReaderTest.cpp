@@ -76,6 +76,10 @@ struct Sample {
     const char* error; ///< null for a good stream
 };
 
+void PrintTo(const Sample& row, std::ostream* out) {
+    *out << row.name;
+}
+
 std::vector<Sample> samples() {
     FlvWriter mixed;
     mixed.header(0x05, 20).metadata(0, {{"width", 640}, {"videocodecid", 7}, {"text", "abc"}});

@@ -33,6 +33,10 @@ struct Row {
     std::vector<Step> steps;
 };
 
+void PrintTo(const Row& row, std::ostream* out) {
+    *out << row.name;
+}
+
 class PresentationClockRows : public testing::TestWithParam<Row> {};
 
 TEST_P(PresentationClockRows, ReleasesEachPicture) {

@@ -16,6 +16,10 @@ struct Case {
     std::string expected; ///< a percentage, '-' for nothing, "over"
 };
 
+void PrintTo(const Case& row, std::ostream* out) {
+    *out << row.name;
+}
+
 class ExportProgressOf : public testing::TestWithParam<Case> {};
 
 TEST_P(ExportProgressOf, TellsEachPercentageOnceAndFinishesInTime) {

@@ -90,6 +90,10 @@ struct CodecCase {
     const char* audioName;
 };
 
+void PrintTo(const CodecCase& row, std::ostream* out) {
+    *out << row.name;
+}
+
 /// A decoder configuration record of HEVC (ISO/IEC 14496-15, 8.3.3.1.2) without what it says about whether
 /// all parameter sets of a kind are in it: from FFmpeg 6.1 on the writer puts the record together anew, and
 /// no longer claims that. Any other configuration as it is.
@@ -254,6 +258,10 @@ struct StampCase {
     std::vector<std::uint32_t> sentMs;
     std::vector<std::int64_t> ticks; ///< expected, 1/12800 s from the first
 };
+
+void PrintTo(const StampCase& row, std::ostream* out) {
+    *out << row.name;
+}
 
 class RecordedStamps : public RecordedFile, public testing::WithParamInterface<StampCase> {};
 

@@ -31,6 +31,10 @@ struct Case {
     bool zeroLatency;
 };
 
+void PrintTo(const Case& row, std::ostream* out) {
+    *out << row.name;
+}
+
 class VideoClip : public testing::TestWithParam<Case> {
 protected:
     static ClipSpec spec() {
@@ -83,6 +87,10 @@ struct SoundCase {
     int sampleRate;
     int channels;
 };
+
+void PrintTo(const SoundCase& row, std::ostream* out) {
+    *out << row.name;
+}
 
 class SoundClip : public testing::TestWithParam<SoundCase> {};
 

@@ -36,6 +36,10 @@ struct Case {
     std::uint8_t headerByte;
 };
 
+void PrintTo(const Case& row, std::ostream* out) {
+    *out << row.name;
+}
+
 class FlvOf : public testing::TestWithParam<Case> {};
 
 TEST_P(FlvOf, IsReadByAnIndependentDemultiplexer) {

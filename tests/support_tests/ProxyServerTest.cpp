@@ -14,6 +14,10 @@ struct Case {
     bool withCredentials;
 };
 
+void PrintTo(const Case& row, std::ostream* out) {
+    *out << row.name;
+}
+
 class Proxy : public testing::TestWithParam<Case> {
 protected:
     static std::optional<Credentials> credentials() {
