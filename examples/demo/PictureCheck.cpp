@@ -10,6 +10,13 @@
 
 namespace mediaworker::demo {
 
+namespace {
+
+// A parent that is late itself, on a machine that is busy, reads what came since the message.
+constexpr qint64 kMostLateMs = 1000;
+
+} // namespace
+
 QStringList wrongPictures(const QString& folder, int& checked) {
     static const QRegularExpression name(QStringLiteral("-at-(\\d+)-ms\\.png$"));
     QStringList wrong;
@@ -23,10 +30,11 @@ QStringList wrongPictures(const QString& folder, int& checked) {
         const QImage picture = QImage(file.filePath()).convertToFormat(QImage::Format_RGB32);
         const auto number = test::readFrameNumber(
             {picture.constBits(), picture.width(), picture.height(), picture.bytesPerLine()});
-        const int announced = Camera::frameNumberAt(match.captured(1).toLongLong());
+        const qint64 announcedMs = match.captured(1).toLongLong();
+        const int announced = Camera::frameNumberAt(announcedMs);
         if (!number) {
             wrong << QStringLiteral("%1 is torn").arg(file.fileName());
-        } else if (*number != announced && *number != announced + 1) {
+        } else if (*number < announced || *number > Camera::frameNumberAt(announcedMs + kMostLateMs)) {
             wrong << QStringLiteral("%1 shows picture %2 instead of %3")
                          .arg(file.fileName())
                          .arg(*number)

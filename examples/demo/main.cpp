@@ -32,7 +32,7 @@ int check(const QString& folder) {
         std::fprintf(stderr, "%s\n", qUtf8Printable(line));
     }
     std::printf("checked %d pictures: %s\n", checked,
-                wrong.isEmpty() ? "each is whole and the one that was announced" : "some are wrong");
+                wrong.isEmpty() ? "each is whole and in its place" : "some are wrong");
     return wrong.isEmpty() && checked > 0 ? 0 : 1;
 }
 

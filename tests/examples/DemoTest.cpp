@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -68,6 +69,12 @@ TEST_F(Demo, PlaysAndExportsItsFilm) {
             EXPECT_TRUE(numberOf(entry.path())) << entry; // which stands in black and white fields
         }
     }
+    // And the demo looks at them, too.
+    std::filesystem::copy_file(pictures() / "picture-0001-at-0-ms.png",
+                               pictures() / "picture-0009-at-5000-ms.png");
+    EXPECT_THROW(runCommand({PROGRAMS_FOLDER "/mediaworker-demo", "--check", pictures().string()}),
+                 std::runtime_error);
+
     const std::string film =
         runCommand({"ffprobe", "-v", "error", "-count_packets", "-of", "compact=p=0", "-show_entries",
                     "stream=codec_name,width,height,nb_read_packets", (pictures() / "export.mp4").string()});
