@@ -2,7 +2,9 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
+#include <vector>
 
 /// What tests ask of the system, about processes above all.
 namespace mediaworker::test::platform {
@@ -17,6 +19,10 @@ inline constexpr bool kIsWindows = MEDIAWORKER_TEST_ON_WINDOWS != 0;
 [[nodiscard]] std::int64_t residentBytes(std::int64_t pid);
 /// The files of the libraries that a process has loaded, a line for each, among others perhaps.
 [[nodiscard]] std::string loadedLibraries(std::int64_t pid);
+/// Processes that this one has started and that are still there, on POSIX also those nobody has waited for.
+[[nodiscard]] std::vector<std::int64_t> childProcesses();
+/// How many places of this process's memory are files in that folder.
+[[nodiscard]] int mappingsOf(const std::filesystem::path& folder);
 /// Files, sockets and the like that this process has open.
 [[nodiscard]] int openHandles();
 /// How many bytes the peer of a local socket has sent that nobody has read.
@@ -56,6 +62,11 @@ private:
 [[nodiscard]] bool hideSemaphoresOfOthers();
 /// A line for each semaphore that can be seen; empty where the system keeps none without a user.
 [[nodiscard]] std::string semaphores();
+
+/// The number of the semaphore that a file stands for (System V, Qt's way); -1 when there is none. Nothing
+/// where semaphores have no files: they go with their last user there.
+[[nodiscard]] std::optional<int> semaphoreOf(const std::filesystem::path& file);
+[[nodiscard]] bool isSemaphore(int number);
 
 /// "file:///..." for a file.
 [[nodiscard]] std::string fileUrl(const std::filesystem::path& file);

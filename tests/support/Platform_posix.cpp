@@ -4,12 +4,15 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
 
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
 
 namespace mediaworker::test::platform {
 namespace {
@@ -47,6 +50,24 @@ std::int64_t residentBytes(std::int64_t pid) {
 
 std::string loadedLibraries(std::int64_t pid) {
     return processFile(pid, "maps");
+}
+
+std::vector<std::int64_t> childProcesses() {
+    std::vector<std::int64_t> all;
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream list(thread.path() / "children");
+        all.insert(all.end(), std::istream_iterator<std::int64_t>(list), {});
+    }
+    return all;
+}
+
+int mappingsOf(const std::filesystem::path& folder) {
+    std::istringstream maps(readFile("/proc/self/maps"));
+    int found = 0;
+    for (std::string line; std::getline(maps, line);) {
+        found += line.find(folder.string() + "/") != std::string::npos ? 1 : 0;
+    }
+    return found;
 }
 
 int openHandles() {
@@ -88,6 +109,16 @@ bool hideSemaphoresOfOthers() {
 std::string semaphores() {
     const std::string list = readFile("/proc/sysvipc/sem"); // a heading, and a line for each
     return list.substr(list.find('\n') + 1);
+}
+
+std::optional<int> semaphoreOf(const std::filesystem::path& file) {
+    constexpr int kProject = 'Q';
+    const key_t key = ::ftok(file.c_str(), kProject);
+    return key == -1 ? -1 : ::semget(key, 1, 0);
+}
+
+bool isSemaphore(int number) {
+    return ::semctl(number, 0, GETVAL) != -1;
 }
 
 std::string fileUrl(const std::filesystem::path& file) {

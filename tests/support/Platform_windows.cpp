@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <string_view>
 
 #include <windows.h>
 
@@ -68,6 +69,39 @@ std::string loadedLibraries(std::int64_t pid) {
     return result;
 }
 
+std::vector<std::int64_t> childProcesses() {
+    std::vector<std::int64_t> all;
+    HANDLE list = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    PROCESSENTRY32W entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = Process32FirstW(list, &entry); more != 0; more = Process32NextW(list, &entry)) {
+        if (entry.th32ParentProcessID == GetCurrentProcessId()) {
+            all.push_back(entry.th32ProcessID);
+        }
+    }
+    CloseHandle(list);
+    return all;
+}
+
+int mappingsOf(const std::filesystem::path& folder) {
+    // The names are those of devices, in which the drive has another one.
+    const std::wstring part = folder.relative_path().wstring() + L"\\";
+    int found = 0;
+    MEMORY_BASIC_INFORMATION place{};
+    const void* before = nullptr;
+    for (const char* at = nullptr; VirtualQuery(at, &place, sizeof place) != 0; at += place.RegionSize) {
+        at = static_cast<const char*>(place.BaseAddress);
+        std::array<wchar_t, 1024> name{};
+        if (place.Type == MEM_MAPPED && place.AllocationBase != before &&
+            GetMappedFileNameW(GetCurrentProcess(), place.BaseAddress, name.data(), name.size()) != 0 &&
+            std::wstring_view(name.data()).find(part) != std::wstring_view::npos) {
+            ++found;
+        }
+        before = place.AllocationBase;
+    }
+    return found;
+}
+
 int openHandles() {
     DWORD count = 0;
     return GetProcessHandleCount(GetCurrentProcess(), &count) != 0 ? static_cast<int>(count) : -1;
@@ -101,6 +135,14 @@ bool hideSemaphoresOfOthers() {
 
 std::string semaphores() {
     return {};
+}
+
+std::optional<int> semaphoreOf(const std::filesystem::path& /*file*/) {
+    return std::nullopt;
+}
+
+bool isSemaphore(int /*number*/) {
+    return false;
 }
 
 std::string fileUrl(const std::filesystem::path& file) {
