@@ -1,5 +1,7 @@
 #include "tools/ctl/Arguments.h"
 
+#include "tools/files/FileUrl.h"
+
 #include <QCommandLineParser>
 #include <QDir>
 #include <QUrl>
@@ -116,11 +118,7 @@ QString playableUrl(const QString& text, const QString& folder) {
     if (text.contains(QStringLiteral("://"))) {
         throw Refusal{QStringLiteral("cannot play %1: only http, https and files").arg(text)};
     }
-    const QString path = QDir(folder).absoluteFilePath(QDir::fromNativeSeparators(text));
-    // The third slash of the URL is the root of a path; one on Windows begins with the drive, or with the two
-    // slashes of another machine.
-    const bool hasRoot = path.startsWith(u'/') && !path.startsWith(QStringLiteral("//"));
-    return (hasRoot ? QStringLiteral("file://") : QStringLiteral("file:///")) + path;
+    return fileUrl(text, folder);
 }
 
 /// @throws Refusal

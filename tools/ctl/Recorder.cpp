@@ -1,8 +1,8 @@
 #include "tools/ctl/Recorder.h"
 
+#include "tools/files/PartialFile.h"
 #include "tools/interruption/Interruption.h"
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
@@ -16,17 +16,7 @@ using namespace std::chrono_literals;
 
 constexpr auto kEndWait = 5s;
 
-// QFile does not rename onto a file that exists.
-bool replaceFile(const QString& from, const QString& to) {
-    return (!QFile::exists(to) || QFile::remove(to)) && QFile::rename(from, to);
-}
-
 } // namespace
-
-QString partialPath(const QString& file) {
-    const QFileInfo info(file);
-    return QDir(info.absolutePath()).filePath(info.completeBaseName() + QStringLiteral(".partial.mp4"));
-}
 
 Recorder::Recorder(ExportCommand command, Console& console)
     : command_(std::move(command)), partial_(partialPath(command_.file)), console_(console) {

@@ -12,9 +12,6 @@
 
 namespace mediaworker::ctl {
 
-/// Where a file is written until it is complete: beside it, "film.partial.mp4" for "film.mp4".
-[[nodiscard]] QString partialPath(const QString& file);
-
 /// Records a stream into an MP4 file through a worker and tells about it.
 class Recorder : public QObject {
     Q_OBJECT

@@ -1,5 +1,6 @@
 #include "tools/view/ExportDialog.h"
 
+#include "tools/files/PartialFile.h"
 #include "tools/view/ExportForm.h"
 #include "tools/view/StreamStatus.h"
 
@@ -33,11 +34,6 @@ QString defaultFile() {
     const QString movies = QStandardPaths::writableLocation(QStandardPaths::MoviesLocation);
     const QString folder = QFileInfo(movies).isDir() ? movies : QDir::homePath();
     return QDir(folder).filePath(QStringLiteral("export.mp4"));
-}
-
-/// Puts a file in the place of another one, on the same file system.
-bool replaceFile(const QString& from, const QString& to) {
-    return (!QFile::exists(to) || QFile::remove(to)) && QFile::rename(from, to);
 }
 
 } // namespace

@@ -1,8 +1,8 @@
 #include "tools/view/ExportForm.h"
 
+#include "tools/files/FileUrl.h"
 #include "tools/view/StreamStatus.h"
 
-#include <QDir>
 #include <QFileInfo>
 #include <QStringList>
 
@@ -54,7 +54,7 @@ QString exportFormProblem(const QString& url, const QString& length, const QStri
     if (url.isEmpty()) {
         return QStringLiteral("There is no stream to export.");
     }
-    if (isLocalFile(url)) {
+    if (isFileUrl(url)) {
         return QStringLiteral("A local file cannot be exported: it is a file already.");
     }
     if (!parseLength(length)) {
@@ -81,11 +81,6 @@ QString withMp4Suffix(const QString& path) {
     const bool hasIt = trimmed.isEmpty() || trimmed.endsWith(QLatin1Char('/')) ||
                        trimmed.endsWith(QStringLiteral(".mp4"), Qt::CaseInsensitive);
     return hasIt ? trimmed : trimmed + QStringLiteral(".mp4");
-}
-
-QString partialPath(const QString& path) {
-    const QFileInfo file(path);
-    return QDir(file.absolutePath()).filePath(file.completeBaseName() + QStringLiteral(".partial.mp4"));
 }
 
 QString exportEndText(ExportEnd end, const QString& file, const QString& why) {

@@ -26,10 +26,6 @@ struct TargetFile {
 /// The name as the user typed it, with ".mp4" where it has no such ending: the worker writes no other format.
 [[nodiscard]] QString withMp4Suffix(const QString& path);
 
-/// Where an export is written until it is complete: beside its target, so that a file of that name stays as
-/// it is until the new one can take its place at once.
-[[nodiscard]] QString partialPath(const QString& path);
-
 enum class ExportEnd {
     Complete,
     Cancelled,

@@ -1,7 +1,8 @@
 #include "tools/view/StreamStatus.h"
 
+#include "tools/files/FileUrl.h"
+
 #include <QDateTime>
-#include <QDir>
 #include <QFileInfo>
 #include <QUrl>
 
@@ -97,7 +98,7 @@ QString clockText(qint64 ms) {
 }
 
 QString streamName(const QString& url) {
-    if (isLocalFile(url)) {
+    if (isFileUrl(url)) {
         return QFileInfo(url).fileName();
     }
     const QUrl parsed(url);
@@ -115,14 +116,7 @@ QString streamUrl(const QString& text, const QString& folder) {
     if (trimmed.isEmpty()) {
         return {};
     }
-    // Not percent-encoded: a worker takes what stands behind "file:///" for a path, letter by letter.
-    const QString path = QDir::cleanPath(QDir(folder).absoluteFilePath(trimmed));
-    return (path.startsWith(QLatin1Char('/')) ? QStringLiteral("file://") : QStringLiteral("file:///")) +
-           path;
-}
-
-bool isLocalFile(const QString& url) {
-    return url.startsWith(QStringLiteral("file"));
+    return fileUrl(trimmed, folder);
 }
 
 } // namespace mediaworker::view

@@ -43,7 +43,4 @@ struct StreamStatus {
 /// is the path of a local file. `folder` is what relative paths start from.
 [[nodiscard]] QString streamUrl(const QString& text, const QString& folder);
 
-/// Whether a worker plays that URL as a local file.
-[[nodiscard]] bool isLocalFile(const QString& url);
-
 } // namespace mediaworker::view

@@ -1,5 +1,6 @@
 #include "tools/view/ViewerWindow.h"
 
+#include "tools/files/FileUrl.h"
 #include "tools/view/ExportDialog.h"
 #include "tools/view/PictureWidget.h"
 #include "tools/view/Placement.h"
@@ -443,7 +444,7 @@ void ViewerWindow::refresh() {
     pauseAction_->setEnabled(hasStream && current_->isRunning());
     restartAction_->setEnabled(hasStream);
     closeStreamAction_->setEnabled(current_ != nullptr);
-    exportAction_->setEnabled(hasStream && !isLocalFile(current_->url()));
+    exportAction_->setEnabled(hasStream && !isFileUrl(current_->url()));
     snapshotAction_->setEnabled(!status.pictureSize.isEmpty());
     fullScreenAction_->setChecked(fillsScreen_);
     leaveFullScreenAction_->setEnabled(fillsScreen_);

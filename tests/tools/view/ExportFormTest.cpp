@@ -115,13 +115,6 @@ TEST(ExportFile, EndsWithMp4) {
     EXPECT_EQ(withMp4Suffix(QStringLiteral("  ")), QString());
 }
 
-TEST(ExportFile, IsWrittenBesideItsTarget) {
-    const QString root = QDir::rootPath();
-    EXPECT_EQ(partialPath(root + QStringLiteral("x/a.b.mp4")), root + QStringLiteral("x/a.b.partial.mp4"));
-    EXPECT_EQ(partialPath(QStringLiteral("a.mp4")),
-              QDir::current().filePath(QStringLiteral("a.partial.mp4")));
-}
-
 TEST(ExportEnd, IsToldInSentences) {
     const auto text = [](ExportEnd end, const char* file, const char* why) {
         return exportEndText(end, QString::fromUtf8(file), QString::fromUtf8(why)).toStdString();
