@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -197,9 +198,9 @@ protected:
         std::vector<std::string> command = {DOOMED_PARENT, MEDIAWORKER_PROGRAM, server_.url("/live.flv"),
                                             WITNESS, (folder_ / "code").string()};
         std::ranges::move(options, std::back_inserter(command));
-        ChildProcess parent({.command = command, .output = folder_ / "names"});
+        parent_.emplace(ChildProcess::Options{.command = command, .output = folder_ / "names"});
         std::istringstream names(waitForContent(folder_ / "names"));
-        parent.kill();
+        parent_->kill();
         std::string channel;
         std::string link;
         EXPECT_TRUE(names >> channel >> link);
@@ -209,6 +210,7 @@ protected:
 
     HttpServer server_;
     TemporaryFolder folder_;
+    std::optional<ChildProcess> parent_; ///< on Windows, what it has started ends with this
 };
 
 TEST_F(ParentProcess, ThatIsKilledEndsTheWorkerWithZero) {

@@ -119,6 +119,8 @@ private:
 
 /// Tolerances of time are multiplied by this: sanitizers and busy machines are slow.
 inline constexpr int kSlowness = MEDIAWORKER_TEST_SLOWNESS;
+/// Sanitizers keep what was freed: the memory of a process tells nothing there.
+inline constexpr bool kMeasuresMemory = MEDIAWORKER_TEST_MEASURES_MEMORY != 0;
 
 /// The clip's length repeated until it lasts at least that long.
 [[nodiscard]] FlvOptions lasting(const Clip& clip, std::chrono::milliseconds duration);

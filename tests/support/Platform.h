@@ -25,9 +25,6 @@ inline constexpr bool kIsWindows = MEDIAWORKER_TEST_ON_WINDOWS != 0;
 [[nodiscard]] int mappingsOf(const std::filesystem::path& folder);
 /// Files, sockets and the like that this process has open.
 [[nodiscard]] int openHandles();
-/// How many bytes the peer of a local socket has sent that nobody has read.
-[[nodiscard]] int bytesWaiting(std::intptr_t socketDescriptor);
-
 /// A variable of the environment of this process and those that it starts; null removes it.
 void setVariable(const char* name, const char* value);
 

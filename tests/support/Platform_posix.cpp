@@ -10,7 +10,6 @@
 #include <stdexcept>
 
 #include <sched.h>
-#include <sys/ioctl.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 
@@ -73,11 +72,6 @@ int mappingsOf(const std::filesystem::path& folder) {
 int openHandles() {
     return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
                                           std::filesystem::directory_iterator()));
-}
-
-int bytesWaiting(std::intptr_t socketDescriptor) {
-    int bytes = 0;
-    return ::ioctl(static_cast<int>(socketDescriptor), FIONREAD, &bytes) == 0 ? bytes : -1;
 }
 
 void setVariable(const char* name, const char* value) {

@@ -107,14 +107,6 @@ int openHandles() {
     return GetProcessHandleCount(GetCurrentProcess(), &count) != 0 ? static_cast<int>(count) : -1;
 }
 
-int bytesWaiting(std::intptr_t socketDescriptor) {
-    DWORD bytes = 0;
-    return PeekNamedPipe(reinterpret_cast<HANDLE>(socketDescriptor), nullptr, 0, nullptr, &bytes, nullptr) !=
-                   0
-               ? static_cast<int>(bytes)
-               : -1;
-}
-
 void setVariable(const char* name, const char* value) {
     _putenv_s(name, value != nullptr ? value : ""); // an empty value removes it
 }
