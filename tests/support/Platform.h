@@ -12,6 +12,10 @@ namespace mediaworker::test::platform {
 /// For expectations that differ, and for tests of what only one system has (GTEST_SKIP() with the reason).
 inline constexpr bool kIsWindows = MEDIAWORKER_TEST_ON_WINDOWS != 0;
 
+/// The variable that says where the system's temporary directory is.
+inline constexpr const char* kTemporaryVariable =
+    kIsWindows ? "TMP" : "TMPDIR"; // "TMP": asked before the others
+
 [[nodiscard]] bool isRunning(std::int64_t pid);
 /// Makes a process touch memory that it does not have. False when that cannot be done.
 [[nodiscard]] bool makeCrash(std::int64_t pid);

@@ -16,8 +16,6 @@
 namespace mediaworker::test::platform {
 namespace {
 
-constexpr const char* kVariable = "TMPDIR";
-
 std::string processFile(std::int64_t pid, const char* name) {
     return readFile("/proc/" + std::to_string(pid) + "/" + name);
 }
@@ -83,16 +81,16 @@ void setVariable(const char* name, const char* value) {
 }
 
 TemporaryDirectory::TemporaryDirectory(const std::filesystem::path& path) {
-    const char* const before = std::getenv(kVariable); // NOLINT(concurrency-mt-unsafe)
+    const char* const before = std::getenv(kTemporaryVariable); // NOLINT(concurrency-mt-unsafe)
     before_ = before != nullptr ? before : "";
-    ::setenv(kVariable, path.c_str(), 1); // NOLINT(concurrency-mt-unsafe)
+    ::setenv(kTemporaryVariable, path.c_str(), 1); // NOLINT(concurrency-mt-unsafe)
 }
 
 TemporaryDirectory::~TemporaryDirectory() {
     if (before_.empty()) {
-        ::unsetenv(kVariable); // NOLINT(concurrency-mt-unsafe)
+        ::unsetenv(kTemporaryVariable); // NOLINT(concurrency-mt-unsafe)
     } else {
-        ::setenv(kVariable, before_.c_str(), 1); // NOLINT(concurrency-mt-unsafe)
+        ::setenv(kTemporaryVariable, before_.c_str(), 1); // NOLINT(concurrency-mt-unsafe)
     }
 }
 

@@ -12,8 +12,6 @@
 namespace mediaworker::test::platform {
 namespace {
 
-constexpr const char* kVariable = "TMP"; // asked before the others
-
 /// A process by its id, open while this lives.
 class Process {
 public:
@@ -112,13 +110,13 @@ void setVariable(const char* name, const char* value) {
 }
 
 TemporaryDirectory::TemporaryDirectory(const std::filesystem::path& path) {
-    const char* const before = std::getenv(kVariable);
+    const char* const before = std::getenv(kTemporaryVariable);
     before_ = before != nullptr ? before : "";
-    _putenv_s(kVariable, path.string().c_str());
+    _putenv_s(kTemporaryVariable, path.string().c_str());
 }
 
 TemporaryDirectory::~TemporaryDirectory() {
-    _putenv_s(kVariable, before_.c_str()); // an empty value removes it
+    _putenv_s(kTemporaryVariable, before_.c_str()); // an empty value removes it
 }
 
 bool hideSemaphoresOfOthers() {

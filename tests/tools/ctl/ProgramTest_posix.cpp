@@ -1,0 +1,161 @@
+#include "CtlProgram.h"
+
+#include "support/qt/PulseSink.h"
+
+#include <array>
+#include <csignal>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace mediaworker::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+/// A terminal of our own, of which the program has the other end.
+class Terminal {
+public:
+    Terminal() : master_(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)) {
+        if (isThere() && ::grantpt(master_) == 0 && ::unlockpt(master_) == 0) {
+            path_ = ::ptsname(master_);
+            otherEnd_ = ::open(path_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+        }
+    }
+    Terminal(const Terminal&) = delete;
+    Terminal& operator=(const Terminal&) = delete;
+    ~Terminal() {
+        ::close(otherEnd_);
+        ::close(master_);
+    }
+
+    [[nodiscard]] bool isThere() const { return master_ >= 0; }
+    [[nodiscard]] std::string path() const { return path_; }
+
+    /// What was shown: it arrives when the system gets round to it.
+    [[nodiscard]] std::string readUntil(const std::string& end) const {
+        std::string shown;
+        EXPECT_TRUE(eventually([&] {
+            std::array<char, 4096> bytes{};
+            const auto size = ::read(master_, bytes.data(), bytes.size());
+            shown.append(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+            return shown.find(end) != std::string::npos;
+        })) << shown;
+        return shown;
+    }
+
+private:
+    int master_;
+    int otherEnd_ = -1; ///< keeps what was written when the program is gone
+    std::string path_;
+};
+
+TEST_F(CtlPlay, PlaysTheSoundWhenAsked) {
+    const PulseSink sink;
+    for (const auto& variable : sink.environment()) {
+        environment_.push_back(variable);
+    }
+    start({"play", server_.url("/long.flv"), "--volume", "50", "--json"});
+    EXPECT_TRUE(waitForEvent("firstPicture")) << errors();
+    EXPECT_TRUE(eventually([&] { return sink.playingStreams() == 1; })) << output() << errors();
+    program_->signal(SIGINT);
+    EXPECT_EQ(finish(), kDone) << errors();
+}
+
+TEST_F(CtlPlay, AWorkerThatDiesIsAFailure) {
+    start({"play", server_.url("/long.flv"), "--seconds", "60", "--json"});
+    ASSERT_TRUE(waitForEvent("firstPicture")) << errors();
+    ::kill(intOf(events("connected").at(0), "pid"), SIGKILL);
+    EXPECT_EQ(finish(), kNotDone);
+    EXPECT_THAT(errors(), HasSubstr("of 60 seconds: the worker was killed"));
+    const QJsonObject end = events("ended").at(0);
+    EXPECT_FALSE(end.contains(QStringLiteral("exitCode")));
+    EXPECT_EQ(textOf(end, "reason"), "the worker was killed");
+}
+
+TEST_F(CtlPlay, InterruptedIsDone) {
+    start({"play", server_.url("/long.flv"), "--json"});
+    ASSERT_TRUE(waitForEvent("firstPicture")) << errors();
+    program_->signal(SIGINT);
+    ASSERT_EQ(finish(), kDone) << errors();
+    EXPECT_TRUE(events("ended").at(0)[QStringLiteral("ok")].toBool());
+    EXPECT_EQ(errors(), "");
+}
+
+TEST_F(CtlPlay, InterruptedBeforeTheFirstPictureIsNotDone) {
+    start({"play", server_.url("/silent.flv"), "--json"});
+    ASSERT_TRUE(waitForEvent("connected")) << errors();
+    program_->signal(SIGTERM);
+    EXPECT_EQ(finish(), kNotDone);
+    EXPECT_EQ(errors(), "mediaworker-ctl: interrupted before the first picture\n");
+}
+
+TEST_F(CtlPlay, CtrlCOfATerminalDoesNotReachTheWorker) {
+    start({"play", server_.url("/long.flv"), "--json"});
+    ASSERT_TRUE(waitForEvent("firstPicture")) << errors();
+    ::kill(intOf(events("connected").at(0), "pid"), SIGINT);
+    const std::size_t told = events("progress").size();
+    ASSERT_TRUE(waitForEvent("progress", told + 2)) << errors();
+    program_->signal(SIGINT);
+    EXPECT_EQ(finish(), kDone) << errors();
+}
+
+TEST_F(CtlPlay, EndsWhenNobodyCanReadIt) {
+    output_ = "/dev/full";
+    EXPECT_EQ(run({"play", server_.url("/long.flv")}), kNotDone);
+    EXPECT_THAT(errors(), HasSubstr("nobody reads"));
+}
+
+TEST_F(CtlPlay, WritesOneLineOverAndOverOnATerminal) {
+    Terminal terminal;
+    if (!terminal.isThere()) {
+        GTEST_SKIP() << "no terminals here: is /dev/pts mounted?";
+    }
+    output_ = terminal.path();
+    EXPECT_EQ(run({"play", server_.url("/long.flv"), "--seconds", "2"}), kDone) << errors();
+    const std::string shown = terminal.readUntil("\npictures: ");
+    EXPECT_THAT(shown, ContainsPattern("\r  frames +[0-9]+   fps +[0-9]+ [^\r\n]*\r  frames +[0-9]+ "));
+    EXPECT_THAT(shown, Not(ContainsPattern("\n  frames")));
+}
+
+TEST_F(CtlExport, DrawsABarOnATerminal) {
+    Terminal terminal;
+    if (!terminal.isThere()) {
+        GTEST_SKIP() << "no terminals here: is /dev/pts mounted?";
+    }
+    output_ = terminal.path();
+    EXPECT_EQ(run({"export", server_.url("/clip.flv"), file_.generic_string(), "--duration", "2"}), kDone)
+        << errors();
+    const std::string shown = terminal.readUntil("\nexported: ");
+    EXPECT_THAT(shown, ContainsPattern("\r  \\[=* +\\] +[0-9]+ %   after 0\\.[0-9] s *\r  \\["));
+    EXPECT_THAT(shown, HasSubstr("\r  [======================================= ]  98 %   after "));
+}
+
+TEST_F(CtlExport, AWorkerThatDiesLeavesNoFile) {
+    start({"export", server_.url("/long.flv"), file_.generic_string(), "--duration", "100", "--json"});
+    ASSERT_TRUE(waitForEvent("progress")) << errors();
+    ::kill(intOf(events("connected").at(0), "pid"), SIGKILL);
+    EXPECT_EQ(finish(), kNotDone);
+    EXPECT_THAT(errors(), HasSubstr("the export failed: the worker was killed"));
+    EXPECT_THAT(files(), IsEmpty());
+}
+
+TEST_F(CtlExport, InterruptedIsCancelled) {
+    writeFile(file_, "an older film");
+    start({"export", server_.url("/long.flv"), file_.generic_string(), "--duration", "100", "--json"});
+    ASSERT_TRUE(waitForEvent("progress", 2)) << errors();
+    EXPECT_THAT(files(), ElementsAre("film.mp4", "film.partial.mp4"));
+    program_->signal(SIGINT);
+    EXPECT_EQ(finish(), kNotDone);
+    EXPECT_EQ(errors(), "mediaworker-ctl: cancelled; the recording was removed\n");
+    EXPECT_THAT(files(), ElementsAre("film.mp4"));
+    EXPECT_EQ(readFile(file_), "an older film");
+    EXPECT_FALSE(events("ended").at(0)[QStringLiteral("ok")].toBool());
+}
+
+} // namespace
+} // namespace mediaworker::test
