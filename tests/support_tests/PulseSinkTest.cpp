@@ -39,7 +39,7 @@ TEST(Tone, IsFoundBehindSilence) {
 TEST(Tone, IsSteadyThoughItSkips) {
     auto samples = sine(440, 0.5, 22050, 44100);
     samples.insert(samples.end(), 441, 0);
-    const auto rest = sine(440, -0.5, 22050, 44100);
+    const auto rest = sine(440, 0.5, 22050, 44100); // four tenths of a period too late
     samples.insert(samples.end(), rest.begin(), rest.end());
     EXPECT_LT(toneLevel(samples, 44100, 440), 0.4);
     EXPECT_NEAR(steadyToneLevel(samples, 44100, 440), 0.5, 0.01);
