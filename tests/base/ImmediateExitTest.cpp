@@ -20,5 +20,12 @@ TEST(ImmediateExitDeathTest, EndsWithTheCodeAndRunsNoHandler) {
     }
 }
 
+TEST(ImmediateExitDeathTest, IsOrderlyWithTheCodeThatWasGiven) {
+    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+    for (const int code : {0, 1, 255}) {
+        EXPECT_EXIT(exitOrderly(code, [] {}), ::testing::ExitedWithCode(code), "") << code;
+    }
+}
+
 } // namespace
 } // namespace base

@@ -102,8 +102,8 @@ void FfpExport::onFinished() {
 }
 
 // This runs inside signals of the reply and of the link. The network has a thread, which must have ended
-// before the clean-up of the process takes Qt's globals away from it, and it ends with the reader, which
-// cannot be destroyed in the middle of its own signal.
+// before a clean-up of the process takes Qt's globals away from it, and it ends with the reader, which
+// cannot be destroyed in the middle of its own signal. On Windows it would not end while data keep coming.
 void FfpExport::end(int code) {
     if (ending_) {
         return;
@@ -111,10 +111,5 @@ void FfpExport::end(int code) {
     ending_ = true;
     limitExit(code);
     QMetaObject::invokeMethod(
-        this,
-        [this, code] {
-            reader_.reset();
-            std::exit(code);
-        },
-        Qt::QueuedConnection);
+        this, [this, code] { base::exitOrderly(code, [this] { reader_.reset(); }); }, Qt::QueuedConnection);
 }
