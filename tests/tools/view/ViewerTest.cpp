@@ -320,9 +320,10 @@ TEST_F(Viewer, FillsTheScreenAndComesBack) {
 TEST_F(Viewer, StatusBarTellsHowItGoes) {
     FlvOptions options;
     options.timedMetadata = {{400, {{"absolute_time", 1.4e12}}}};
-    const auto pieces = makeFlv(encode(lively()), options);
     std::promise<void> begin;
-    server_.route("/dated.flv", [&, mayBegin = begin.get_future().share()](HttpResponse& response) {
+    // The server outlives this function.
+    server_.route("/dated.flv", [pieces = makeFlv(encode(lively()), options),
+                                 mayBegin = begin.get_future().share()](HttpResponse& response) {
         mayBegin.wait();
         servePaced(response, pieces, {.burstMs = 1500, .staysOpen = true});
     });
