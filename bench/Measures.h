@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,6 +25,15 @@ using Milliseconds = std::chrono::duration<double, std::milli>;
 
 [[nodiscard]] inline double median(std::vector<double> values) {
     return quantile(std::move(values), 0.5);
+}
+
+/// Runs the measurement that the first argument names, or all of them.
+inline void run(const std::map<std::string, void (*)()>& measurements, int argc, char** argv) {
+    for (const auto& [name, measure] : measurements) {
+        if (argc < 2 || name == argv[1]) {
+            measure();
+        }
+    }
 }
 
 /// Seconds of processor time, user and system, of all children that have ended and been waited for.

@@ -15,7 +15,6 @@
 #include <QCoreApplication>
 
 #include <filesystem>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -188,11 +187,6 @@ void measureFile() {
 /// With an argument, only the measurement of that name.
 int main(int argc, char** argv) {
     const QCoreApplication application(argc, argv);
-    const std::map<std::string, void (*)()> measurements = {{"export", measureExport}, {"file", measureFile}};
-    for (const auto& [name, measure] : measurements) {
-        if (argc < 2 || name == argv[1]) {
-            measure();
-        }
-    }
+    bench::run({{"export", measureExport}, {"file", measureFile}}, argc, argv);
     return 0;
 }

@@ -264,12 +264,7 @@ void measureLatency() {
 /// With an argument, only the measurement of that name.
 int main(int argc, char** argv) {
     const QCoreApplication application(argc, argv);
-    const std::map<std::string, void (*)()> measurements = {
-        {"latency", measureLatency}, {"playing", measurePlaying}, {"start", measureStart}};
-    for (const auto& [name, measure] : measurements) {
-        if (argc < 2 || name == argv[1]) {
-            measure();
-        }
-    }
+    bench::run({{"latency", measureLatency}, {"playing", measurePlaying}, {"start", measureStart}}, argc,
+               argv);
     return 0;
 }

@@ -16,7 +16,6 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -121,12 +120,6 @@ void measurePlaying() {
 /// With an argument, only the measurement of that name.
 int main(int argc, char** argv) {
     const QCoreApplication application(argc, argv);
-    const std::map<std::string, void (*)()> measurements = {
-        {"export", measureExport}, {"playing", measurePlaying}, {"start", measureStart}};
-    for (const auto& [name, measure] : measurements) {
-        if (argc < 2 || name == argv[1]) {
-            measure();
-        }
-    }
+    bench::run({{"export", measureExport}, {"playing", measurePlaying}, {"start", measureStart}}, argc, argv);
     return 0;
 }
