@@ -10,7 +10,7 @@
 #include "support/ChildProcess.h"
 #include "support/Platform.h"
 #include "support/media/FlvStream.h"
-#include "support/qt/HttpServer.h"
+#include "support/servers/HttpServer.h"
 
 #include <QCoreApplication>
 

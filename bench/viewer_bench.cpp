@@ -8,9 +8,9 @@
 #include "support/ChildProcess.h"
 #include "support/media/Clip.h"
 #include "support/media/FlvStream.h"
-#include "support/qt/HttpServer.h"
-#include "support/qt/Pacing.h"
-#include "support/qt/XServer.h"
+#include "support/servers/HttpServer.h"
+#include "support/servers/Pacing.h"
+#include "support/servers/XServer.h"
 
 #include <algorithm>
 #include <chrono>

@@ -2,7 +2,7 @@
 
 #include "support/media/Clip.h"
 #include "support/media/FlvStream.h"
-#include "support/qt/Pacing.h"
+#include "support/servers/Pacing.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "support/qt/HttpServer.h"
+#include "support/servers/HttpServer.h"
 
 #include <QString>
 

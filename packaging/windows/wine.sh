@@ -16,7 +16,7 @@ wine_begin() {
     # Names of files that are not ASCII need it; the display and the proxies of this machine are not meant for us.
     export LC_ALL=C.UTF-8
     unset DISPLAY WAYLAND_DISPLAY http_proxy https_proxy all_proxy no_proxy HTTP_PROXY HTTPS_PROXY ALL_PROXY NO_PROXY
-    # A sound device that swallows everything; tests of the sound have one to record: tests/support/qt/wine_with_sound.
+    # A sound device that swallows everything; tests of the sound have one to record: tests/support/servers/wine_with_sound.
     printf '</usr/share/alsa/alsa.conf>\npcm.!default { type null }\nctl.!default { type null }\n' \
         >"$wine_folder/asound.conf"
     export ALSA_CONFIG_PATH=$wine_folder/asound.conf

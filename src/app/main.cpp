@@ -1,11 +1,11 @@
 #include "app/ApplicationProxy.h"
 #include "app/CommandLine.h"
-#include "app/fault_guard.h"
-#include "player/ff_wrap/FfmpegLog.h"
-#include "record/control/FfpExport.h"
+#include "app/FaultGuard.h"
+#include "export/FfpExport.h"
+#include "ffmpeg/FfmpegLog.h"
+#include "sound/PluginFolders.h"
 #include "stream/ExitCodes.h"
 #include "stream/FfpStream.h"
-#include "stream/PluginFolders.h"
 
 #include <QCoreApplication>
 #include <QNetworkProxy>

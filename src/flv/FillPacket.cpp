@@ -1,6 +1,6 @@
 #include "flv/FillPacket.h"
 
-#include "player/ff_wrap/Avcodec.h"
+#include "ffmpeg/Avcodec.h"
 
 extern "C" {
 #include <libavcodec/packet.h>

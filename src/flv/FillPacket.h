@@ -1,6 +1,6 @@
 #pragma once
 
-#include "player/ff_wrap/Packet.h"
+#include "ffmpeg/Packet.h"
 
 #include <cstdint>
 #include <vector>

@@ -2,11 +2,11 @@
 
 #include "base/Log.h"
 #include "base/Saturating.h"
+#include "ffmpeg/ChannelLayout.h"
 #include "flv/AacConfig.h"
 #include "flv/CodecMapping.h"
 #include "flv/FillPacket.h"
 #include "flv/SeiFilter.h"
-#include "player/ff_wrap/ChannelLayout.h"
 
 extern "C" {
 #include <libavcodec/packet.h>

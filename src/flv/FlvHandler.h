@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ffmpeg/CodecParameters.h"
+#include "ffmpeg/Packet.h"
 #include "flv/Observer.h"
-#include "player/ff_wrap/CodecParameters.h"
-#include "player/ff_wrap/Packet.h"
-#include "player/records/Metadata.h"
+#include "records/Metadata.h"
 
 extern "C" {
 #include <libavcodec/codec_id.h>

@@ -3,7 +3,7 @@
 #include "base/Log.h"
 #include "base/Saturating.h"
 #include "base/ThreadName.h"
-#include "player/ff_wrap/FfmpegError.h"
+#include "ffmpeg/FfmpegError.h"
 
 extern "C" {
 #include <libavutil/frame.h>

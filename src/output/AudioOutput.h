@@ -3,9 +3,9 @@
 #include "base/Clock.h"
 #include "output/AudioBuffer.h"
 #include "output/AudioSwr.h"
-#include "player/details/MediaQueues.h"
-#include "player/records/Handlers.h"
-#include "player/records/PlayerState.h"
+#include "queues/MediaQueues.h"
+#include "queues/PlayerState.h"
+#include "records/Handlers.h"
 
 #include <atomic>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include "output/AudioSwr.h"
 
-#include "player/ff_wrap/ChannelLayout.h"
-#include "player/ff_wrap/FfmpegError.h"
+#include "ffmpeg/ChannelLayout.h"
+#include "ffmpeg/FfmpegError.h"
 
 extern "C" {
 #include <libavutil/channel_layout.h>

@@ -2,8 +2,8 @@
 
 #include "base/Log.h"
 #include "base/ThreadName.h"
+#include "ffmpeg/FfmpegError.h"
 #include "output/VideoConvert.h"
-#include "player/ff_wrap/FfmpegError.h"
 
 extern "C" {
 #include <libavutil/frame.h>

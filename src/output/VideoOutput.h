@@ -2,10 +2,10 @@
 
 #include "base/Clock.h"
 #include "output/PresentationClock.h"
-#include "player/details/MediaQueues.h"
-#include "player/records/Handlers.h"
-#include "player/records/Metadata.h"
-#include "player/records/PlayerState.h"
+#include "queues/MediaQueues.h"
+#include "queues/PlayerState.h"
+#include "records/Handlers.h"
+#include "records/Metadata.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,7 +1,7 @@
 #include "player/AudioPipeline.h"
 
 #include "base/Log.h"
-#include "player/ff_wrap/ChannelLayout.h"
+#include "ffmpeg/ChannelLayout.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

@@ -3,8 +3,8 @@
 #include "base/Clock.h"
 #include "output/AudioOutput.h"
 #include "player/QueuedDecoder.h"
-#include "player/records/Handlers.h"
-#include "player/records/PlayerState.h"
+#include "queues/PlayerState.h"
+#include "records/Handlers.h"
 
 #include <cstdint>
 #include <memory>

@@ -2,7 +2,7 @@
 
 #include "base/Clock.h"
 #include "player/Player.h"
-#include "player/details/Queue.h"
+#include "queues/Queue.h"
 
 #include <cstdint>
 #include <functional>

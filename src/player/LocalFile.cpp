@@ -2,8 +2,8 @@
 
 #include "base/Log.h"
 #include "base/Saturating.h"
-#include "player/ff_wrap/Avcodec.h"
-#include "player/ff_wrap/Avformat.h"
+#include "ffmpeg/Avcodec.h"
+#include "ffmpeg/Avformat.h"
 
 extern "C" {
 #include <libavcodec/packet.h>

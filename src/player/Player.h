@@ -6,7 +6,7 @@
 #include "player/AudioPipeline.h"
 #include "player/BufferingRules.h"
 #include "player/VideoPipeline.h"
-#include "player/records/Handlers.h"
+#include "records/Handlers.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -2,8 +2,8 @@
 
 #include "base/Log.h"
 #include "base/ThreadName.h"
-#include "player/ff_wrap/Avcodec.h"
-#include "player/ff_wrap/FfmpegError.h"
+#include "ffmpeg/Avcodec.h"
+#include "ffmpeg/FfmpegError.h"
 
 extern "C" {
 #include <libavutil/error.h>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "player/details/MediaQueues.h"
-#include "player/ff_wrap/Decoder.h"
+#include "ffmpeg/Decoder.h"
+#include "queues/MediaQueues.h"
 
 #include <memory>
 #include <thread>

@@ -3,9 +3,9 @@
 #include "base/Clock.h"
 #include "output/VideoOutput.h"
 #include "player/QueuedDecoder.h"
-#include "player/records/Handlers.h"
-#include "player/records/Metadata.h"
-#include "player/records/PlayerState.h"
+#include "queues/PlayerState.h"
+#include "records/Handlers.h"
+#include "records/Metadata.h"
 
 #include <memory>
 

@@ -1,8 +1,8 @@
 #include "record/FileRecorder.h"
 
 #include "base/Log.h"
-#include "player/ff_wrap/Avcodec.h"
-#include "player/ff_wrap/FfmpegError.h"
+#include "ffmpeg/Avcodec.h"
+#include "ffmpeg/FfmpegError.h"
 
 extern "C" {
 #include <libavcodec/codec_par.h>

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ffmpeg/CodecParameters.h"
+#include "ffmpeg/Packet.h"
 #include "flv/FlvHandler.h"
 #include "flv/FlvReader.h"
-#include "player/ff_wrap/CodecParameters.h"
-#include "player/ff_wrap/Packet.h"
 #include "record/Muxer.h"
 
 #include <cstddef>

@@ -1,9 +1,9 @@
 #include "record/Muxer.h"
 
 #include "base/Saturating.h"
-#include "player/ff_wrap/Avcodec.h"
-#include "player/ff_wrap/Avformat.h"
-#include "player/ff_wrap/FfmpegError.h"
+#include "ffmpeg/Avcodec.h"
+#include "ffmpeg/Avformat.h"
+#include "ffmpeg/FfmpegError.h"
 
 extern "C" {
 #include <libavcodec/packet.h>

@@ -2,7 +2,7 @@
 
 #include "net/HTTPClient.h"
 #include "player/Player.h"
-#include "stream/AudioSink.h"
+#include "sound/AudioSink.h"
 #include "stream/StreamBase.h"
 
 #include <QByteArray>

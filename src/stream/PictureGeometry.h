@@ -1,6 +1,6 @@
 #pragma once
 
-#include "player/records/MediaParams.h"
+#include "records/MediaParams.h"
 
 enum class AspectRule {
     Square,    ///< nothing to stretch

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "ipc/Message.h"
-#include "player/records/ResourceGuard.h"
+#include "records/ResourceGuard.h"
 
 #include <QFile>
 #include <QObject>

@@ -1,4 +1,4 @@
-#include "app/fault_guard.h"
+#include "app/FaultGuard.h"
 
 #include <gmock/gmock.h>
 

@@ -4,8 +4,8 @@
 #include "support/ChildProcess.h"
 #include "support/MountNamespace.h"
 #include "support/Platform.h"
-#include "support/qt/HttpServer.h"
-#include "support/qt/Pacing.h"
+#include "support/servers/HttpServer.h"
+#include "support/servers/Pacing.h"
 
 #include <gmock/gmock.h>
 

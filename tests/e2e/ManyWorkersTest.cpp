@@ -2,8 +2,8 @@
 
 #include "support/ChildProcess.h"
 #include "support/Platform.h"
-#include "support/qt/HttpServer.h"
-#include "support/qt/Pacing.h"
+#include "support/servers/HttpServer.h"
+#include "support/servers/Pacing.h"
 
 #include <QCoreApplication>
 #include <QDir>

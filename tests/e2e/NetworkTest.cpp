@@ -2,10 +2,10 @@
 
 #include "support/ChildProcess.h"
 #include "support/Platform.h"
-#include "support/qt/HttpServer.h"
-#include "support/qt/Pacing.h"
-#include "support/qt/ProxyServer.h"
-#include "support/qt/TestCertificates.h"
+#include "support/servers/HttpServer.h"
+#include "support/servers/Pacing.h"
+#include "support/servers/ProxyServer.h"
+#include "support/servers/TestCertificates.h"
 
 #include <gtest/gtest.h>
 

@@ -2,8 +2,8 @@
 
 #include "support/Platform.h"
 #include "support/media/Clip.h"
-#include "support/qt/HttpServer.h"
-#include "support/qt/Pacing.h"
+#include "support/servers/HttpServer.h"
+#include "support/servers/Pacing.h"
 
 #include <QFileInfo>
 

@@ -2,10 +2,10 @@
 
 #include "support/ChildProcess.h"
 #include "support/Platform.h"
-#include "support/qt/HttpServer.h"
-#include "support/qt/Pacing.h"
-#include "support/qt/PulseSink.h"
-#include "support/qt/Tone.h"
+#include "support/servers/HttpServer.h"
+#include "support/servers/Pacing.h"
+#include "support/servers/PulseSink.h"
+#include "support/servers/Tone.h"
 
 #include <gmock/gmock.h>
 

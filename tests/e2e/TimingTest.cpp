@@ -1,7 +1,7 @@
 #include "Session.h"
 
-#include "support/qt/HttpServer.h"
-#include "support/qt/Pacing.h"
+#include "support/servers/HttpServer.h"
+#include "support/servers/Pacing.h"
 
 #include <gtest/gtest.h>
 

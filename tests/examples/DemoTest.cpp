@@ -1,7 +1,7 @@
 #include "Results.h"
 
 #include "support/ChildProcess.h"
-#include "support/qt/HttpServer.h"
+#include "support/servers/HttpServer.h"
 
 #include <QImage>
 #include <QString>

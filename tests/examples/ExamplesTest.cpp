@@ -3,8 +3,8 @@
 #include "support/ChildProcess.h"
 #include "support/media/Clip.h"
 #include "support/media/FlvStream.h"
-#include "support/qt/HttpServer.h"
-#include "support/qt/Pacing.h"
+#include "support/servers/HttpServer.h"
+#include "support/servers/Pacing.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

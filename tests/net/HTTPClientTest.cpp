@@ -1,7 +1,7 @@
 #include "net/HTTPClient.h"
 
-#include "support/qt/HttpServer.h"
-#include "support/qt/TestCertificates.h"
+#include "support/servers/HttpServer.h"
+#include "support/servers/TestCertificates.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "player/records/Handlers.h"
+#include "records/Handlers.h"
 
 #include <algorithm>
 #include <condition_variable>

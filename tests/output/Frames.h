@@ -1,6 +1,6 @@
 #pragma once
 
-#include "player/ff_wrap/Frame.h"
+#include "ffmpeg/Frame.h"
 
 extern "C" {
 #include <libavutil/channel_layout.h>

@@ -22,7 +22,7 @@
 ///     drop           close the link
 ///     exit:CODE      end at once
 ///     crash          end as if somebody had killed it
-#include "die_at_once.h"
+#include "DieAtOnce.h"
 
 #include "base/ImmediateExit.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "player/ff_wrap/CodecParameters.h"
-#include "player/ff_wrap/Packet.h"
+#include "ffmpeg/CodecParameters.h"
+#include "ffmpeg/Packet.h"
 
 extern "C" {
 #include <libavcodec/codec_par.h>

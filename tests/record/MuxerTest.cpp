@@ -2,8 +2,8 @@
 
 #include "FileSizeLimit.h"
 #include "Mp4File.h"
+#include "ffmpeg/CodecParameters.h"
 #include "flv/FillPacket.h"
-#include "player/ff_wrap/CodecParameters.h"
 #include "support/ChildProcess.h"
 
 #include <gmock/gmock.h>

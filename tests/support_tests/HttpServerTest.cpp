@@ -1,7 +1,7 @@
-#include "support/qt/HttpServer.h"
+#include "support/servers/HttpServer.h"
 #include "Fetch.h"
-#include "support/qt/Pacing.h"
-#include "support/qt/TestCertificates.h"
+#include "support/servers/Pacing.h"
+#include "support/servers/TestCertificates.h"
 
 #include <gtest/gtest.h>
 

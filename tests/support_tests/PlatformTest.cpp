@@ -1,6 +1,6 @@
 #include "support/Platform.h"
 #include "support/ChildProcess.h"
-#include "support/qt/HttpServer.h"
+#include "support/servers/HttpServer.h"
 
 #include <QFile>
 #include <QProcess>

@@ -1,7 +1,7 @@
-#include "support/qt/ProxyServer.h"
+#include "support/servers/ProxyServer.h"
 #include "Fetch.h"
-#include "support/qt/HttpServer.h"
-#include "support/qt/TestCertificates.h"
+#include "support/servers/HttpServer.h"
+#include "support/servers/TestCertificates.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "support/qt/PulseSink.h"
-#include "support/qt/Tone.h"
+#include "support/servers/PulseSink.h"
+#include "support/servers/Tone.h"
 
 #include <gtest/gtest.h>
 

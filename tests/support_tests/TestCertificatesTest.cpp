@@ -1,6 +1,6 @@
-#include "support/qt/TestCertificates.h"
+#include "support/servers/TestCertificates.h"
 #include "support/ChildProcess.h"
-#include "support/qt/HttpServer.h"
+#include "support/servers/HttpServer.h"
 
 #include <gtest/gtest.h>
 

@@ -5,8 +5,8 @@
 #include "support/media/Clip.h"
 #include "support/media/FlvStream.h"
 #include "support/media/TestPicture.h"
-#include "support/qt/HttpServer.h"
-#include "support/qt/Pacing.h"
+#include "support/servers/HttpServer.h"
+#include "support/servers/Pacing.h"
 
 #include <QImage>
 #include <QJsonDocument>

@@ -1,6 +1,6 @@
 #include "CtlProgram.h"
 
-#include "support/qt/ProxyServer.h"
+#include "support/servers/ProxyServer.h"
 
 namespace mediaworker::test {
 namespace {

@@ -1,6 +1,6 @@
 #include "CtlProgram.h"
 
-#include "support/qt/PulseSink.h"
+#include "support/servers/PulseSink.h"
 
 #include <array>
 #include <csignal>

@@ -1,6 +1,6 @@
 #include "Stage.h"
 
-#include "support/qt/Pacing.h"
+#include "support/servers/Pacing.h"
 #include "tools/view/ExportDialog.h"
 
 #include <QAction>

@@ -1,7 +1,7 @@
 #include "Stage.h"
 
-#include "support/qt/PulseSink.h"
-#include "support/qt/Tone.h"
+#include "support/servers/PulseSink.h"
+#include "support/servers/Tone.h"
 
 #include <QAction>
 #include <QSlider>

@@ -1,7 +1,7 @@
 #include "Stage.h"
 
-#include "support/qt/Pacing.h"
-#include "support/qt/TestCertificates.h"
+#include "support/servers/Pacing.h"
+#include "support/servers/TestCertificates.h"
 #include "tools/view/ExportDialog.h"
 
 #include <QAction>

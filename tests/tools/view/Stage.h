@@ -3,7 +3,7 @@
 #include "support/ChildProcess.h"
 #include "support/media/FlvStream.h"
 #include "support/media/TestPicture.h"
-#include "support/qt/HttpServer.h"
+#include "support/servers/HttpServer.h"
 #include "tools/view/PictureWidget.h"
 #include "tools/view/ViewerWindow.h"
 

@@ -1,5 +1,5 @@
 #include "support/ChildProcess.h"
-#include "support/qt/XServer.h"
+#include "support/servers/XServer.h"
 
 #include <QApplication>
 

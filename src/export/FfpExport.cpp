@@ -1,0 +1,115 @@
+#include "export/FfpExport.h"
+
+#include "base/ImmediateExit.h"
+#include "base/Log.h"
+#include "ipc/SocketHandler.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <exception>
+#include <system_error>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// How long Qt's clean-up may take. It waits for a look-up of a host name that is under way, and a resolver
+/// that gets no answer takes half a minute; the parent has been told "at once".
+constexpr auto kLongestExit = 2s;
+
+void limitExit(int code) {
+    try {
+        std::thread([code] {
+            // Not by the process's clock: this runs while globals go.
+            std::this_thread::sleep_for(kLongestExit);
+            base::exitNow(code);
+        }).detach();
+    } catch (const std::system_error& error) {
+        base::logAt(__func__, error.what());
+    }
+}
+
+} // namespace
+
+FfpExport::FfpExport(const QString& url, const QString& outputPath, int durationMs, const QString& serverName)
+    : progress_(durationMs) {
+    base::logLine("url: ", url.toStdString());
+    try {
+        recorder_ = std::make_unique<ko_player::FileRecorder>(outputPath.toUtf8().toStdString());
+    } catch (const std::exception& error) {
+        base::logLine("creating of muxer is failed with exc: ", error.what());
+        std::exit(EXIT_FAILURE);
+    }
+    reader_.emplace();
+    reader_->get(
+        url, [this](const QByteArray& bytes) { onData(bytes); }, [this] { onFinished(); });
+    connectLink(serverName);
+}
+
+FfpExport::~FfpExport() = default;
+
+void FfpExport::connectLink(const QString& serverName) {
+    // A connection that fails at once has failed before anybody listens: the recording goes on unwatched.
+    link_ = new Corvane::Ipc::SocketHandler(serverName, this);
+    connect(link_, &Corvane::Ipc::SocketHandler::error, this, [this](const QString& text) {
+        if (!ending_) {
+            base::logWithoutNewline("Socket error: ", text.toStdString());
+        }
+        end(EXIT_FAILURE);
+    });
+    connect(link_, &Corvane::Ipc::SocketHandler::disconnected, this, [this] { end(EXIT_FAILURE); });
+}
+
+void FfpExport::onData(const QByteArray& bytes) {
+    if (ending_) {
+        return;
+    }
+    if (!recorder_) {
+        end(EXIT_FAILURE);
+        return;
+    }
+    if (!recorder_->consume(reinterpret_cast<const std::uint8_t*>(bytes.constData()),
+                            static_cast<std::size_t>(bytes.size()))) {
+        // What was good is kept; that it could be closed makes the recording no better.
+        static_cast<void>(recorder_->pushEofAndClose());
+        recorder_.reset();
+        end(EXIT_FAILURE);
+        return;
+    }
+    const std::int64_t dts = recorder_->maxVideoDts();
+    const auto step = progress_.update(dts);
+    if (step.isOver) {
+        base::logLine("forced finishing when: ", dts, " > ", progress_.durationMs());
+        end(recorder_->pushEofAndClose() ? EXIT_SUCCESS : EXIT_FAILURE);
+    } else if (step.percent) {
+        using namespace Corvane::Ipc;
+        static_cast<void>(link_->send(makeMessage(message_type::kProgress, qint32{*step.percent})));
+    }
+}
+
+void FfpExport::onFinished() {
+    if (ending_) {
+        return;
+    }
+    base::logLine("http is finished, with dts: ", recorder_ ? recorder_->maxVideoDts() : 0);
+    if (!recorder_ || !recorder_->pushEofAndClose()) {
+        end(EXIT_FAILURE);
+        return;
+    }
+    recorder_.reset();
+    end(EXIT_SUCCESS);
+}
+
+// This runs inside signals of the reply and of the link. The network has a thread, which must have ended
+// before a clean-up of the process takes Qt's globals away from it, and it ends with the reader, which
+// cannot be destroyed in the middle of its own signal. On Windows it would not end while data keep coming.
+void FfpExport::end(int code) {
+    if (ending_) {
+        return;
+    }
+    ending_ = true;
+    limitExit(code);
+    QMetaObject::invokeMethod(
+        this, [this, code] { base::exitOrderly(code, [this] { reader_.reset(); }); }, Qt::QueuedConnection);
+}

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "sound/PcmFormat.h"
+
+#include <QString>
+
+#include <functional>
+#include <memory>
+
+/// The state of a device after its last call.
+enum class AudioError { None, Open, ReadWrite, Underrun, Fatal, Unknown };
+
+/// One audio output of the system. Made, used and destroyed on one thread, which has an event loop.
+class AudioDevice {
+public:
+    AudioDevice() = default;
+    AudioDevice(const AudioDevice&) = delete;
+    AudioDevice& operator=(const AudioDevice&) = delete;
+    /// Stops it.
+    virtual ~AudioDevice() = default;
+
+    virtual void setBufferSize(int bytes) = 0;
+    /// Starts to play what is written. `error()` tells the outcome.
+    virtual void start() = 0;
+    [[nodiscard]] virtual AudioError error() const = 0;
+
+    /// Whether there is anything to write to: false before a start and after one that failed.
+    [[nodiscard]] virtual bool isWritable() const = 0;
+    [[nodiscard]] virtual int bytesFree() const = 0;
+    /// The bytes taken, negative on an error.
+    virtual qint64 write(const char* data, qint64 size) = 0;
+    /// Of the last write.
+    [[nodiscard]] virtual QString errorString() const = 0;
+
+    [[nodiscard]] virtual double volume() const = 0;
+    /// 0.0 to 1.0.
+    virtual void setVolume(double volume) = 0;
+};
+
+/// Makes an output for the format on the system's default device; null if that fails.
+using AudioDeviceFactory = std::function<std::unique_ptr<AudioDevice>(const PcmFormat& format)>;

@@ -1,8 +1,0 @@
-#include "die_at_once.h"
-
-#include <windows.h>
-
-void dieAtOnce() {
-    constexpr UINT kKilled = 0xF291; // what Qt kills with
-    TerminateProcess(GetCurrentProcess(), kKilled);
-}

@@ -1,0 +1,126 @@
+#include "queues/Queue.h"
+#include "support/ManualClock.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <thread>
+
+namespace ko_player::details {
+namespace {
+
+using mediaworker::test::ManualClock;
+using std::chrono::seconds;
+
+TEST(Queue, KeepsOrder) {
+    Queue<int> queue(3);
+    EXPECT_TRUE(queue.push(1));
+    EXPECT_TRUE(queue.push(2));
+    EXPECT_EQ(queue.tryPop(), 1);
+    EXPECT_EQ(queue.waitPop(), 2);
+    EXPECT_EQ(queue.tryPop(), std::nullopt);
+}
+
+TEST(Queue, AFullQueueBlocksThePushUntilOneIsTaken) {
+    Queue<int> queue(4);
+    for (int i = 1; i <= 4; ++i) {
+        ASSERT_TRUE(queue.push(i));
+    }
+    auto fifth = std::async(std::launch::async, [&] { return queue.push(5); });
+    EXPECT_EQ(queue.size(), 4U);
+    EXPECT_EQ(queue.tryPop(), 1);
+    EXPECT_TRUE(fifth.get());
+    EXPECT_EQ(queue.size(), 4U);
+}
+
+TEST(Queue, ReplacingDropsTheOldest) {
+    Queue<int> queue(2);
+    queue.pushReplacing(1);
+    queue.pushReplacing(2);
+    queue.pushReplacing(3);
+    EXPECT_EQ(queue.size(), 2U);
+    EXPECT_EQ(queue.tryPop(), 2);
+    EXPECT_EQ(queue.tryPop(), 3);
+}
+
+TEST(Queue, ClosedTakesAndGivesNothing) {
+    Queue<int> queue(2);
+    ASSERT_TRUE(queue.push(1));
+    queue.close();
+    EXPECT_FALSE(queue.push(2));
+    queue.pushReplacing(3);
+    EXPECT_EQ(queue.size(), 1U);
+    EXPECT_EQ(queue.tryPop(), std::nullopt);
+    EXPECT_EQ(queue.waitPop(), std::nullopt);
+}
+
+TEST(Queue, AbortedIsDrained) {
+    Queue<int> queue(2);
+    ASSERT_TRUE(queue.push(1));
+    ASSERT_TRUE(queue.push(2));
+    queue.abort();
+    EXPECT_FALSE(queue.push(3));
+    queue.pushReplacing(3);
+    EXPECT_EQ(queue.tryPop(), 1);
+    EXPECT_EQ(queue.waitPop(), 2);
+    EXPECT_EQ(queue.waitPop(), std::nullopt);
+    EXPECT_TRUE(queue.isEnded());
+}
+
+TEST(Queue, EndingWakesBothSides) {
+    for (const bool close : {true, false}) {
+        Queue<int> full(1);
+        ASSERT_TRUE(full.push(1));
+        auto writer = std::async(std::launch::async, [&] { return full.push(2); });
+        Queue<int> empty(1);
+        auto reader = std::async(std::launch::async, [&] { return empty.waitPop(); });
+        for (Queue<int>* queue : {&full, &empty}) {
+            close ? queue->close() : queue->abort();
+        }
+        EXPECT_FALSE(writer.get());
+        EXPECT_EQ(reader.get(), std::nullopt);
+    }
+}
+
+TEST(Queue, TakesTheFrontOnlyIfItSuits) {
+    Queue<int> queue(3);
+    ASSERT_TRUE(queue.push(5));
+    ASSERT_TRUE(queue.push(1));
+    const auto small = [](int value) { return value < 3; };
+    EXPECT_EQ(queue.tryPopIf(small), std::nullopt) << "only the front counts";
+    EXPECT_EQ(queue.tryPop(), 5);
+    EXPECT_EQ(queue.tryPopIf(small), 1);
+}
+
+TEST(Queue, AWaitEndsAtItsDeadline) {
+    ManualClock clock;
+    Queue<int> queue(1);
+    auto why = NoElement::Ended;
+    auto waiting = std::async(std::launch::async,
+                              [&] { return queue.waitPopUntil(clock, clock.now() + seconds(3), why); });
+    clock.waitForWaiters(1);
+    clock.advance(seconds(3));
+    EXPECT_EQ(waiting.get(), std::nullopt);
+    EXPECT_EQ(why, NoElement::TimedOut);
+}
+
+TEST(Queue, AWaitEndsWithAnElementOrTheQueue) {
+    ManualClock clock;
+    Queue<int> queue(1);
+    auto why = NoElement::TimedOut;
+    const auto deadline = clock.now() + seconds(3);
+    auto first = std::async(std::launch::async, [&] { return queue.waitPopUntil(clock, deadline, why); });
+    clock.waitForWaiters(1);
+    ASSERT_TRUE(queue.push(9));
+    EXPECT_EQ(first.get(), 9);
+
+    auto second = std::async(std::launch::async, [&] { return queue.waitPopUntil(clock, deadline, why); });
+    clock.waitForWaiters(1);
+    queue.abort();
+    EXPECT_EQ(second.get(), std::nullopt);
+    EXPECT_EQ(why, NoElement::Ended);
+}
+
+} // namespace
+} // namespace ko_player::details
