@@ -1,8 +1,10 @@
 #include "app/ApplicationProxy.h"
 #include "app/CommandLine.h"
 #include "app/FaultGuard.h"
+#include "base/Log.h"
 #include "export/FfpExport.h"
 #include "ffmpeg/FfmpegLog.h"
+#include "records/Options.h"
 #include "sound/PluginFolders.h"
 #include "stream/ExitCodes.h"
 #include "stream/FfpStream.h"
@@ -14,17 +16,27 @@
 
 namespace {
 
-int run(const StreamCommand& command) {
+int run(const StreamCommand& command, const ko_player::Options& options) {
     if (command.proxy) {
         QNetworkProxy::setApplicationProxy(toNetworkProxy(*command.proxy));
     }
-    const FfpStream stream(command.url, command.channelName, command.serverName);
+    const FfpStream stream(command.url, command.channelName, command.serverName, options);
     return QCoreApplication::exec();
 }
 
-int run(const ExportCommand& command) {
-    const FfpExport recording(command.url, command.outputPath, command.durationMs, command.serverName);
+int run(const ExportCommand& command, const ko_player::Options& options) {
+    const FfpExport recording(command.url, command.outputPath, command.durationMs, command.serverName,
+                              options);
     return QCoreApplication::exec();
+}
+
+ko_player::Options requestedOptions() {
+    const ko_player::ParsedOptions parsed =
+        ko_player::parseOptions(qgetenv(ko_player::kOptionsVariable).toStdString());
+    for (const std::string& line : parsed.complaints) {
+        base::logLine(line);
+    }
+    return parsed.options;
 }
 
 } // namespace
@@ -38,5 +50,6 @@ int main(int argc, char** argv) {
     ko_player::ff_wrap::installFfmpegLog();
     const QCoreApplication application(argc, argv);
     hidePluginFolders();
-    return std::visit([](const auto& command) { return run(command); }, parseCommandLine(argc, argv));
+    return std::visit([options = requestedOptions()](const auto& command) { return run(command, options); },
+                      parseCommandLine(argc, argv));
 }

@@ -32,7 +32,8 @@ void limitExit(int code) {
 
 } // namespace
 
-FfpExport::FfpExport(const QString& url, const QString& outputPath, int durationMs, const QString& serverName)
+FfpExport::FfpExport(const QString& url, const QString& outputPath, int durationMs, const QString& serverName,
+                     [[maybe_unused]] const ko_player::Options& options)
     : progress_(durationMs) {
     base::logLine("url: ", url.toStdString());
     try {

@@ -3,6 +3,7 @@
 #include "net/HTTPClient.h"
 #include "record/ExportProgress.h"
 #include "record/FileRecorder.h"
+#include "records/Options.h"
 
 #include <QByteArray>
 #include <QObject>
@@ -23,7 +24,8 @@ class FfpExport final : public QObject {
 public:
     /// Starts the request, to which the event loop brings the answer. `durationMs` is the length that is
     /// expected. Ends the process where the file name is no good.
-    FfpExport(const QString& url, const QString& outputPath, int durationMs, const QString& serverName);
+    FfpExport(const QString& url, const QString& outputPath, int durationMs, const QString& serverName,
+              const ko_player::Options& options = {});
     FfpExport(const FfpExport&) = delete;
     FfpExport& operator=(const FfpExport&) = delete;
     ~FfpExport() override;

@@ -14,7 +14,7 @@ using details::Blocking;
 using details::PauseReason;
 
 Player::Player(std::shared_ptr<VideoHandler> videoHandler, std::shared_ptr<AudioHandler> audioHandler,
-               base::Clock& clock)
+               base::Clock& clock, [[maybe_unused]] const Options& options)
     : clock_(clock), pauseCtrl_(std::make_shared<details::PauseCtrl>()),
       videoState_(std::make_shared<VideoState>(pauseCtrl_)),
       playerState_(std::make_shared<PlayerState>(pauseCtrl_)), flvHandler_(std::make_shared<FlvHandler>()),

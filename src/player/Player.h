@@ -7,6 +7,7 @@
 #include "player/BufferingRules.h"
 #include "player/VideoPipeline.h"
 #include "records/Handlers.h"
+#include "records/Options.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -30,7 +31,7 @@ enum class Buffering { Off, On };
 class Player {
 public:
     Player(std::shared_ptr<VideoHandler> videoHandler, std::shared_ptr<AudioHandler> audioHandler,
-           base::Clock& clock = base::steadyClock());
+           base::Clock& clock = base::steadyClock(), const Options& options = {});
     /// Abandons what is queued, ends all pauses and joins all threads.
     ~Player();
     Player(const Player&) = delete;

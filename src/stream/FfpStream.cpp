@@ -32,7 +32,8 @@ void loadCodecs() {
 
 } // namespace
 
-FfpStream::FfpStream(const QString& url, const QString& channelName, const QString& serverName)
+FfpStream::FfpStream(const QString& url, const QString& channelName, const QString& serverName,
+                     const ko_player::Options& options)
     : StreamBase(channelName, serverName),
       audio_([this](const std::function<void()>& function) { runOnLinkThread(function); },
              soundModule(QCoreApplication::applicationDirPath())) {
@@ -50,9 +51,10 @@ FfpStream::FfpStream(const QString& url, const QString& channelName, const QStri
                                     return audio_.setParams(in, out);
                                 },
                                 [this](const std::uint8_t* data, int size) { audio_.write(data, size); }});
-    player_ = std::make_unique<ko_player::Player>(std::move(video), std::move(audio));
+    player_ =
+        std::make_unique<ko_player::Player>(std::move(video), std::move(audio), base::steadyClock(), options);
 
-    const StreamTiming timing = streamTiming(url);
+    const StreamTiming timing = streamTiming(url, options.buffering);
     for (const std::string& line : timing.logLines) {
         base::logLine(line);
     }

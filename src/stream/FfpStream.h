@@ -21,7 +21,8 @@ class FfpStream : public Ostra::StreamBase {
 public:
     /// Starts the request, to which the event loop brings the answer; or plays the local file, and returns
     /// when it has been read.
-    FfpStream(const QString& url, const QString& channelName, const QString& serverName);
+    FfpStream(const QString& url, const QString& channelName, const QString& serverName,
+              const ko_player::Options& options = {});
     FfpStream(const FfpStream&) = delete;
     FfpStream& operator=(const FfpStream&) = delete;
     ~FfpStream() override;

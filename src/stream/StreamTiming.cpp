@@ -3,7 +3,17 @@
 #include <QUrl>
 #include <QUrlQuery>
 
-StreamTiming streamTiming(const QString& url) {
+namespace {
+
+/// An archive at another speed than real time comes at a rate that the buffering rules are not made for.
+bool isAtAnotherSpeed(const QString& url) {
+    const QString speed = QUrlQuery(QUrl(url)).queryItemValue(QStringLiteral("speed"));
+    return !speed.isEmpty() && speed != QLatin1String("1");
+}
+
+} // namespace
+
+StreamTiming streamTiming(const QString& url, ko_player::BufferingPolicy policy) {
     StreamTiming timing;
     timing.isHttp = url.startsWith(QLatin1String("http"));
     timing.isCloud = url.startsWith(QLatin1String("https"));
@@ -28,14 +38,9 @@ StreamTiming streamTiming(const QString& url) {
                               std::to_string(timing.nextFrameSeconds) + " seconds");
 
     timing.buffering = timing.isHttp;
-    if (!timing.isLive) {
-        // An archive at another speed than real time comes at a rate that the buffering rules are not made
-        // for.
-        const QString speed = QUrlQuery(QUrl(url)).queryItemValue(QStringLiteral("speed"));
-        if (!speed.isEmpty() && speed != QLatin1String("1")) {
-            timing.buffering = false;
-            timing.logLines.emplace_back("disable buffering");
-        }
+    if (policy == ko_player::BufferingPolicy::Never || (!timing.isLive && isAtAnotherSpeed(url))) {
+        timing.buffering = false;
+        timing.logLines.emplace_back("disable buffering");
     }
     return timing;
 }

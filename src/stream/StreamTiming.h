@@ -1,11 +1,13 @@
 #pragma once
 
+#include "records/Options.h"
+
 #include <QString>
 
 #include <string>
 #include <vector>
 
-/// What the URL alone decides about a stream.
+/// What the URL decides about a stream.
 struct StreamTiming {
     bool isHttp = false;  ///< plain or secure; otherwise a local file
     bool isCloud = false; ///< secure
@@ -16,4 +18,6 @@ struct StreamTiming {
     std::vector<std::string> logLines; ///< to be written in this order
 };
 
-[[nodiscard]] StreamTiming streamTiming(const QString& url);
+/// With BufferingPolicy::Never no stream is buffered, whatever its URL says.
+[[nodiscard]] StreamTiming
+streamTiming(const QString& url, ko_player::BufferingPolicy policy = ko_player::BufferingPolicy::ByUrl);

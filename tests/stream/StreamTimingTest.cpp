@@ -83,4 +83,14 @@ INSTANTIATE_TEST_SUITE_P(Urls, StreamBufferingTest,
                                            BufferingRow{"file:///tmp/a.mp4", false, false},
                                            BufferingRow{"file:///archive/a.mp4?speed=2", false, true}));
 
+TEST(StreamTimingWithoutBuffering, NoUrlIsBuffered) {
+    for (const char* url : {"http://h/live", "https://h/archive", "http://h/archive?speed=2"}) {
+        const StreamTiming timing = streamTiming(QString::fromUtf8(url), ko_player::BufferingPolicy::Never);
+        EXPECT_FALSE(timing.buffering) << url;
+        ASSERT_EQ(timing.logLines.size(), 2U) << url;
+        EXPECT_EQ(timing.logLines.back(), "disable buffering") << url;
+        EXPECT_EQ(timing.firstFrameSeconds, streamTiming(QString::fromUtf8(url)).firstFrameSeconds) << url;
+    }
+}
+
 } // namespace
