@@ -51,6 +51,7 @@ void apply(std::string_view part, ParsedOptions& parsed) {
         keyIsKnown = true;
         if (choice.value == value) {
             choice.apply(parsed.options);
+            parsed.options.explains = true;
             return;
         }
     }

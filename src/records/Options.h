@@ -29,6 +29,9 @@ struct Options {
     FlvReading flv = FlvReading::Strict;
     BufferingPolicy buffering = BufferingPolicy::ByUrl;
     SyncPolicy sync = SyncPolicy::StartTogether;
+    /// Whether the log has the lines that say more than a worker of old said: set for every parent that asks
+    /// for anything, since it knows them.
+    bool explains = false;
 
     friend bool operator==(const Options&, const Options&) = default;
 };

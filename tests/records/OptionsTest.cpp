@@ -10,7 +10,7 @@ namespace {
 
 using ::testing::ElementsAreArray;
 
-constexpr Options kEverything{FlvReading::Standard, BufferingPolicy::Never, SyncPolicy::ByTimeStamps};
+constexpr Options kEverything{FlvReading::Standard, BufferingPolicy::Never, SyncPolicy::ByTimeStamps, true};
 
 struct OptionsCase {
     const char* name;
@@ -40,17 +40,21 @@ INSTANTIATE_TEST_SUITE_P(
     Rows, ParseOptions,
     ::testing::Values(
         OptionsCase{"Empty", "", {}, {}}, OptionsCase{"OnlyCommasAndBlanks", " ,,\t, ", {}, {}},
-        OptionsCase{"Defaults", "flv=strict,buffering=on,sync=off", {}, {}},
+        OptionsCase{"Defaults", "flv=strict,buffering=on,sync=off", {.explains = true}, {}},
         OptionsCase{"All", "flv=standard,buffering=off,sync=on", kEverything, {}},
         OptionsCase{"AnyOrderAndBlanks", " sync=on , flv = standard,buffering=off,", kEverything, {}},
-        OptionsCase{"LastOneCounts", "flv=standard,flv=strict", {}, {}},
-        OptionsCase{
-            "UnknownKey", "color=red,sync=on", {.sync = SyncPolicy::ByTimeStamps}, {key("color=red")}},
-        OptionsCase{
-            "UnknownValue", "flv=modern,flv=standard", {.flv = FlvReading::Standard}, {value("flv=modern")}},
+        OptionsCase{"LastOneCounts", "flv=standard,flv=strict", {.explains = true}, {}},
+        OptionsCase{"UnknownKey",
+                    "color=red,sync=on",
+                    {.sync = SyncPolicy::ByTimeStamps, .explains = true},
+                    {key("color=red")}},
+        OptionsCase{"UnknownValue",
+                    "flv=modern,flv=standard",
+                    {.flv = FlvReading::Standard, .explains = true},
+                    {value("flv=modern")}},
         OptionsCase{"UnknownValueKeepsTheFormer",
                     "flv=standard,flv=modern",
-                    {.flv = FlvReading::Standard},
+                    {.flv = FlvReading::Standard, .explains = true},
                     {value("flv=modern")}},
         OptionsCase{"NoValue", "flv,flv=,=standard", {}, {value("flv"), value("flv="), key("=standard")}},
         OptionsCase{
