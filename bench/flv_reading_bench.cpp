@@ -115,7 +115,7 @@ Found readOurs(const Bytes& stream) {
     handler.onAudioPacket = count;
     ko_player::flv::FlvReader reader(&handler);
     for (std::size_t offset = 0; offset < stream.size(); offset += kPieceSize) {
-        if (!reader.consume("bench", stream.data() + offset, std::min(kPieceSize, stream.size() - offset))) {
+        if (reader.consume(stream.data() + offset, std::min(kPieceSize, stream.size() - offset))) {
             break;
         }
     }

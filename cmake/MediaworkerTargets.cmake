@@ -16,6 +16,47 @@ if(MEDIAWORKER_FUZZ)
     add_link_options(-fsanitize=address,undefined)
 endif()
 
+# mw_include_rule(<folder> <ENGINE|QT> <targets>...)
+#
+# Files of the folder may include headers of their own and of those targets' folders, and none of others, also where
+# the compiler would find them by way of a third target: checked by every build (mw_check_includes). The engine's
+# folders see no Qt, Qt's folders nothing of FFmpeg.
+function(mw_include_rule folder world)
+    get_property(folders GLOBAL PROPERTY MW_FOLDERS)
+    if(NOT folder IN_LIST folders)
+        set_property(GLOBAL APPEND PROPERTY MW_FOLDERS ${folder})
+        set_property(GLOBAL PROPERTY MW_INCLUDES_OF_${folder} ${world} ${folder})
+    endif()
+    foreach(target IN LISTS ARGN)
+        if(NOT target MATCHES "^(ko|mw)_")
+            continue()
+        endif()
+        if(NOT TARGET ${target})
+            message(FATAL_ERROR "src/${folder} links ${target}, which does not lie below it (src/CMakeLists.txt)")
+        endif()
+        get_target_property(path ${target} MW_FOLDER)
+        set_property(GLOBAL APPEND PROPERTY MW_INCLUDES_OF_${folder} ${path})
+    endforeach()
+endfunction()
+
+# Checks all rules made so far, in every build.
+function(mw_check_includes)
+    get_property(folders GLOBAL PROPERTY MW_FOLDERS)
+    set(rules "")
+    foreach(folder IN LISTS folders)
+        get_property(rule GLOBAL PROPERTY MW_INCLUDES_OF_${folder})
+        list(JOIN rule " " rule)
+        string(APPEND rules "${folder} ${rule}\n")
+    endforeach()
+    set(file ${PROJECT_BINARY_DIR}/include-rules.txt)
+    file(GENERATE OUTPUT ${file} CONTENT "${rules}")
+    add_custom_target(mw_include_check ALL
+        COMMAND ${CMAKE_COMMAND} -DRULES=${file} -DSOURCES=${PROJECT_SOURCE_DIR}/src
+                -P ${PROJECT_SOURCE_DIR}/cmake/CheckIncludes.cmake
+        COMMENT "Checking who includes whom"
+        VERBATIM)
+endfunction()
+
 # mw_library(<target> FOLDER <path below src> SOURCES ... [PUBLIC <targets>] [PRIVATE <targets>] [QT])
 #
 # One folder is one static library. Headers are included by their path below src ("flv/FlvParser.h"), and a target
@@ -30,6 +71,15 @@ function(mw_library target)
     file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${root}/${arg_FOLDER} COPY_ON_ERROR SYMBOLIC)
     target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${root}>)
     target_link_libraries(${target} PUBLIC ${arg_PUBLIC} PRIVATE ${arg_PRIVATE} $<BUILD_INTERFACE:mw_flags>)
+    set_target_properties(${target} PROPERTIES MW_FOLDER ${arg_FOLDER})
+    if(CMAKE_CURRENT_SOURCE_DIR STREQUAL "${PROJECT_SOURCE_DIR}/src/${arg_FOLDER}")
+        if(arg_QT)
+            set(world QT)
+        else()
+            set(world ENGINE)
+        endif()
+        mw_include_rule(${arg_FOLDER} ${world} ${arg_PUBLIC} ${arg_PRIVATE})
+    endif()
     if(arg_QT)
         set_target_properties(${target} PROPERTIES AUTOMOC ON)
         target_compile_definitions(${target} PRIVATE QT_NO_CAST_TO_ASCII QT_NO_KEYWORDS QT_DEPRECATED_WARNINGS)

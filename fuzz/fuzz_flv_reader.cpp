@@ -75,7 +75,7 @@ Reading read(const std::uint8_t* data, std::size_t size, std::size_t pieceSize) 
         // A copy of the piece's exact size, so that a read behind its end is seen.
         const std::size_t count = std::min(pieceSize, size - offset);
         const std::vector<std::uint8_t> piece(data + offset, data + offset + count);
-        reading.ended = !reader.consume("fuzz", piece.data(), piece.size());
+        reading.ended = reader.consume(piece.data(), piece.size()).has_value();
         offset += count;
     }
     return reading;

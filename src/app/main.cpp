@@ -3,7 +3,7 @@
 #include "app/FaultGuard.h"
 #include "base/Log.h"
 #include "export/FfpExport.h"
-#include "ffmpeg/FfmpegLog.h"
+#include "player/Engine.h"
 #include "records/Options.h"
 #include "sound/PluginFolders.h"
 #include "stream/ExitCodes.h"
@@ -47,7 +47,7 @@ int main(int argc, char** argv) {
     }
     fault_guard::silenceFaultDialogs();
     fault_guard::installCrashFilter();
-    ko_player::ff_wrap::installFfmpegLog();
+    ko_player::installEngineLog();
     const QCoreApplication application(argc, argv);
     hidePluginFolders();
     return std::visit([options = requestedOptions()](const auto& command) { return run(command, options); },

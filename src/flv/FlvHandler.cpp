@@ -127,8 +127,8 @@ void FlvHandler::handleVideoMetaInfo(AVCodecID codec, int width, int height) {
     base::logAt("ko_player::FlvHandler::handleVideoMetaInfo", "vcodec: ", codecLogName(codec), ", w: ", width,
                 ", h: ", height);
     // First: the parameters below wait for the codec library, and this time can be used.
-    if (width > 0 && height > 0 && onVideoSize) {
-        onVideoSize(width, height);
+    if (width > 0 && height > 0 && expectPicture) {
+        expectPicture(width, height);
     }
     videoParams_->codec_id = codec;
     videoParams_->format = AV_PIX_FMT_YUV420P;

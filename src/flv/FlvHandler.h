@@ -31,7 +31,7 @@ public:
     // parameters are ignored. The parameters belong to the handler and may change later: copy what is kept.
     std::function<void(const Metadata&)> onMetadata;
     /// The picture size that the script data tells, in pixels, above zero.
-    std::function<void(int width, int height)> onVideoSize;
+    std::function<void(int width, int height)> expectPicture;
     ParamsCallback onVideoParams;
     PacketCallback onVideoPacket;
     ParamsCallback onAudioParams;

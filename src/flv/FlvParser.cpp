@@ -23,6 +23,10 @@ ParseError invalid(std::string message) {
 
 } // namespace
 
+std::string ParseError::text() const {
+    return "ec: " + code.message() + ", what: " + message;
+}
+
 FlvParser::Outcome FlvParser::parse(std::span<const std::uint8_t>& unread) {
     Outcome outcome;
     Step step = Step::Done;

@@ -15,6 +15,9 @@ class Observer;
 struct ParseError {
     std::error_code code; ///< always the generic "invalid argument"
     std::string message;
+
+    /// As log lines show it: "ec: ..., what: ...".
+    [[nodiscard]] std::string text() const;
 };
 
 /// Reads FLV from bytes that arrive in pieces: takes whole units (file header, back-pointer, tag) and leaves

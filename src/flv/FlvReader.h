@@ -5,9 +5,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <span>
-#include <string_view>
 
 namespace ko_player::flv {
 
@@ -22,15 +22,28 @@ public:
 
     explicit FlvReader(Observer* observer) : buffer_(kMaxUnreadBytes), parser_(observer) {}
 
-    /// Reads on. False after a parse error, which is logged behind `logPrefix`; further calls fail likewise.
-    /// Throws std::out_of_range "FlatBuffer.push gt maxSize" for a tag that does not fit into the buffer, and
+    /// Reads on. Returns why the stream cannot be read any further; later calls then fail likewise. Throws
+    /// std::out_of_range "FlatBuffer.push gt maxSize" for a tag that does not fit into the buffer, and
     /// whatever the observer throws.
-    [[nodiscard]] bool consume(std::string_view logPrefix, const std::uint8_t* data, std::size_t size);
+    [[nodiscard]] std::optional<ParseError> consume(const std::uint8_t* data, std::size_t size);
 
 private:
-    std::optional<ParseError> consumeSlice(std::span<const std::uint8_t> slice);
-    std::optional<ParseError> parseInput(std::span<const std::uint8_t>& slice);
-    std::optional<ParseError> parseBuffer();
+    using Bytes = std::span<const std::uint8_t>;
+    /// What stopped a parse, if anything did: at most one of the two.
+    struct Stopped {
+        std::optional<ParseError> error;
+        std::exception_ptr thrown; ///< by the observer
+
+        explicit operator bool() const { return error.has_value() || thrown != nullptr; }
+    };
+
+    std::optional<ParseError> consumeSlice(Bytes slice);
+    Stopped parse(Bytes& unread);
+    Stopped parseBuffer();
+    /// Takes from the slice what the unit at the front of the buffer lacks. False where it lacks more.
+    bool completeUnit(Bytes& slice);
+    /// Keeps the rest of a slice for later, then passes on what stopped the parse.
+    std::optional<ParseError> keep(Bytes rest, Stopped stopped);
 
     FlatBuffer buffer_;
     FlvParser parser_;

@@ -11,8 +11,9 @@ extern "C" {
 namespace ko_player {
 namespace {
 
-/// For some widths the scaler's assembly writes up to 32 bytes behind the last pixel.
-constexpr std::size_t kScalerOverrunBytes = 64;
+/// For some widths the scaler's assembly writes this much behind the last pixel.
+constexpr std::size_t kScalerOverrunBytes = 32;
+static_assert(kScalerOverrunBytes <= kPictureTailBytes);
 
 } // namespace
 
@@ -43,7 +44,7 @@ VideoConvert::VideoConvert(const VideoParams& in, const VideoParams& out, std::u
     if (buffer != nullptr) {
         buffer_ = buffer;
     } else {
-        ownBuffer_.resize(static_cast<std::size_t>(bufferSize_) + kScalerOverrunBytes);
+        ownBuffer_.resize(static_cast<std::size_t>(bufferSize_) + kPictureTailBytes);
         buffer_ = ownBuffer_.data();
     }
 }

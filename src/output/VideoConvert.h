@@ -16,9 +16,9 @@ namespace ko_player {
 /// buffer whose rows are packed. Used by the video output thread only.
 class VideoConvert {
 public:
-    /// `buffer` has the size of the output picture and 64 bytes more, since the scaler may write a little
-    /// behind the last pixel, and outlives the converter; null makes it allocate its own. Throws
-    /// std::runtime_error "VideoConvert: sws creating failed" or "VideoConvert: out bufSize <= 0".
+    /// `buffer` has the size of the output picture and kPictureTailBytes more and outlives the converter;
+    /// null makes it allocate its own. Throws std::runtime_error "VideoConvert: sws creating failed" or
+    /// "VideoConvert: out bufSize <= 0".
     VideoConvert(const VideoParams& in, const VideoParams& out, std::uint8_t* buffer);
 
     /// Scales the picture into the buffer. Returns a negative FFmpeg error code on failure.

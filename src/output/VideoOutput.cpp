@@ -18,13 +18,20 @@ extern "C" {
 #include <utility>
 
 namespace ko_player {
+namespace {
+
+constexpr std::chrono::seconds kShortestTimeout{1};
+
+} // namespace
 
 VideoOutput::VideoOutput(std::shared_ptr<FrameQueue> frames, std::shared_ptr<MetadataQueue> metadata,
-                         std::shared_ptr<VideoState> state, int firstTimeout, int nextTimeout,
-                         std::shared_ptr<VideoHandler> handler, base::Clock& clock)
+                         std::shared_ptr<VideoState> state, std::chrono::seconds firstTimeout,
+                         std::chrono::seconds nextTimeout, std::shared_ptr<VideoHandler> handler,
+                         base::Clock& clock)
     : frames_(std::move(frames)), metadata_(std::move(metadata)), handler_(std::move(handler)),
-      state_(std::move(state)), clock_(clock), firstTimeout_(std::max(firstTimeout, 1)),
-      nextTimeout_(std::max(nextTimeout, 1)), timeout_(firstTimeout_), thread_([this] { showTask(); }) {}
+      state_(std::move(state)), clock_(clock), firstTimeout_(std::max(firstTimeout, kShortestTimeout)),
+      nextTimeout_(std::max(nextTimeout, kShortestTimeout)), timeout_(firstTimeout_),
+      thread_([this] { showTask(); }) {}
 
 VideoOutput::~VideoOutput() {
     frames_->close();
@@ -86,7 +93,7 @@ std::shared_ptr<ff_wrap::Frame> VideoOutput::waitForPicture() {
         if (why == details::NoElement::Ended) {
             return nullptr;
         }
-        base::logLine("video frame waiting timeout: ", timeout_);
+        base::logLine("video frame waiting timeout: ", timeout_.count());
         if (!handler_ || !handler_->onFrameTimeout()) {
             return nullptr;
         }
@@ -165,9 +172,9 @@ void VideoOutput::deliverMetadata(std::int64_t ptsMs) {
     }
 }
 
-void VideoOutput::setDeadline(int seconds) {
-    timeout_ = seconds;
-    deadline_ = base::addClamped(clock_.now(), std::chrono::seconds(seconds));
+void VideoOutput::setDeadline(std::chrono::seconds timeout) {
+    timeout_ = timeout;
+    deadline_ = base::addClamped(clock_.now(), timeout);
 }
 
 } // namespace ko_player

@@ -7,6 +7,7 @@
 #include "records/Handlers.h"
 #include "records/Metadata.h"
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -23,11 +24,11 @@ using MetadataQueue = details::Queue<Metadata>;
 /// not come in time is reported to the handler, which decides whether to go on.
 class VideoOutput {
 public:
-    /// Starts the thread. Time-outs are whole seconds, at least 1; `handler` may be empty until a picture
+    /// Starts the thread. Time-outs count as 1 s at least; `handler` may be empty until a picture
     /// arrives.
     VideoOutput(std::shared_ptr<FrameQueue> frames, std::shared_ptr<MetadataQueue> metadata,
-                std::shared_ptr<VideoState> state, int firstTimeout, int nextTimeout,
-                std::shared_ptr<VideoHandler> handler, base::Clock& clock);
+                std::shared_ptr<VideoState> state, std::chrono::seconds firstTimeout,
+                std::chrono::seconds nextTimeout, std::shared_ptr<VideoHandler> handler, base::Clock& clock);
     /// Closes the frame queue, which ends the thread, and joins it. The pause control must be stopped first
     /// if a pause may be set.
     ~VideoOutput();
@@ -48,21 +49,21 @@ private:
     void waitWhilePaused();
     void syncTime(std::int64_t ptsMs);
     void deliverMetadata(std::int64_t ptsMs);
-    void setDeadline(int seconds);
+    void setDeadline(std::chrono::seconds timeout);
 
     const std::shared_ptr<FrameQueue> frames_;
     const std::shared_ptr<MetadataQueue> metadata_;
     const std::shared_ptr<VideoHandler> handler_;
     const std::shared_ptr<VideoState> state_;
     base::Clock& clock_;
-    const int firstTimeout_; ///< seconds
-    const int nextTimeout_;  ///< seconds
+    const std::chrono::seconds firstTimeout_;
+    const std::chrono::seconds nextTimeout_;
 
     // Owned by the thread.
     PresentationClock presentation_;
     std::unique_ptr<VideoConvert> converter_; ///< absent until the first usable picture
     base::TimePoint deadline_;
-    int timeout_; ///< seconds; the one that deadline_ was made with
+    std::chrono::seconds timeout_; ///< the one that deadline_ was made with
 
     std::thread thread_;
 };

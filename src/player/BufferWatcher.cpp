@@ -3,14 +3,13 @@
 #include "base/Log.h"
 #include "base/ThreadName.h"
 
-#include <chrono>
 #include <exception>
 #include <utility>
 
 namespace ko_player {
 
-Player::BufferWatcher::BufferWatcher(int timeoutSeconds, Callback callback, base::Clock& clock)
-    : timeoutSeconds_(timeoutSeconds), callback_(std::move(callback)), clock_(clock),
+Player::BufferWatcher::BufferWatcher(std::chrono::seconds timeout, Callback callback, base::Clock& clock)
+    : timeout_(timeout), callback_(std::move(callback)), clock_(clock),
       task_(std::async(std::launch::async, [this] { watch(); })) {}
 
 Player::BufferWatcher::~BufferWatcher() {
@@ -42,7 +41,7 @@ void Player::BufferWatcher::watch() {
 
 void Player::BufferWatcher::waitArmed(std::uint64_t generation) {
     for (;;) {
-        const auto deadline = base::addClamped(clock_.now(), std::chrono::seconds(timeoutSeconds_));
+        const auto deadline = base::addClamped(clock_.now(), timeout_);
         auto why = details::NoElement::Ended;
         const auto request = requests_.waitPopUntil(clock_, deadline, why);
         if (!request) {

@@ -4,6 +4,7 @@
 #include "player/Player.h"
 #include "queues/Queue.h"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <future>
@@ -17,7 +18,7 @@ public:
     using Callback = std::function<void(std::uint64_t generation)>;
 
     /// `callback` runs on the watcher's task.
-    BufferWatcher(int timeoutSeconds, Callback callback, base::Clock& clock);
+    BufferWatcher(std::chrono::seconds timeout, Callback callback, base::Clock& clock);
     /// Ends the task and waits for it. The callback must not need a lock that the caller holds.
     ~BufferWatcher();
     BufferWatcher(const BufferWatcher&) = delete;
@@ -35,7 +36,7 @@ private:
     /// Waits out one armed period, or several if it is armed again meanwhile.
     void waitArmed(std::uint64_t generation);
 
-    const int timeoutSeconds_;
+    const std::chrono::seconds timeout_;
     const Callback callback_;
     base::Clock& clock_;
     std::uint64_t generation_ = 0; ///< guarded by the player's mutex

@@ -11,8 +11,8 @@ constexpr std::int64_t kGuardMs = 1000;
 
 } // namespace
 
-BufferingRules::Action BufferingRules::afterPush(std::int64_t l, std::int64_t p) const noexcept {
-    const std::int64_t ahead = base::subtractSaturated(l, p);
+BufferingRules::Action BufferingRules::afterPush(Position position) const noexcept {
+    const std::int64_t ahead = base::subtractSaturated(position.newestMs, position.shownMs);
     switch (mode_) {
     case Mode::Off:
         return Action::None;
@@ -21,7 +21,7 @@ BufferingRules::Action BufferingRules::afterPush(std::int64_t l, std::int64_t p)
     case Mode::Playing:
         break;
     }
-    return ahead >= kBeginBelowMs || p < rebufferGuardMs_ ? Action::None : Action::Begin;
+    return ahead >= kBeginBelowMs || position.shownMs < rebufferGuardMs_ ? Action::None : Action::Begin;
 }
 
 bool BufferingRules::begin() noexcept {
@@ -32,12 +32,12 @@ bool BufferingRules::begin() noexcept {
     return true;
 }
 
-bool BufferingRules::finish(std::int64_t l) noexcept {
+bool BufferingRules::finish(std::int64_t newestMs) noexcept {
     if (mode_ == Mode::Off) {
         return false;
     }
     mode_ = Mode::Playing;
-    rebufferGuardMs_ = base::addSaturated(l, kGuardMs);
+    rebufferGuardMs_ = base::addSaturated(newestMs, kGuardMs);
     endThresholdMs_ = kLaterEndThresholdMs;
     return true;
 }

@@ -5,8 +5,7 @@
 namespace ko_player {
 
 /// When presentation pauses because too little video is queued ahead of the picture on screen, and when it
-/// goes on. A pure rule. "l" is the newest video time stamp received, "p" that of the picture last shown,
-/// both milliseconds.
+/// goes on. A pure rule.
 class BufferingRules {
 public:
     enum class Mode { Off, Buffering, Playing };
@@ -18,18 +17,25 @@ public:
     /// On: as if already buffering, so that begin() takes effect.
     void enable(bool wanted) noexcept { mode_ = wanted ? Mode::Buffering : Mode::Off; }
 
+    /// Time stamps in milliseconds.
+    struct Position {
+        std::int64_t newestMs = 0; ///< of the newest video packet received, "l"
+        std::int64_t shownMs = 0;  ///< of the picture last shown, "p"
+    };
+
     /// What to do after a video packet was queued.
-    [[nodiscard]] Action afterPush(std::int64_t l, std::int64_t p) const noexcept;
+    [[nodiscard]] Action afterPush(Position position) const noexcept;
 
     /// False when buffering is off: nothing begins.
     [[nodiscard]] bool begin() noexcept;
     /// False when buffering is off: nothing to resume.
-    [[nodiscard]] bool finish(std::int64_t l) noexcept;
+    [[nodiscard]] bool finish(std::int64_t newestMs) noexcept;
 
 private:
     Mode mode_ = Mode::Off;
     std::int64_t endThresholdMs_ = 1000; ///< 500 after the first end: only the start waits for more
-    std::int64_t rebufferGuardMs_ = 0;   ///< p must have reached this before buffering begins again
+    std::int64_t rebufferGuardMs_ =
+        0; ///< the shown stamp must have reached this before buffering begins again
 };
 
 } // namespace ko_player

@@ -33,7 +33,7 @@ Player::Player(std::shared_ptr<VideoHandler> videoHandler, std::shared_ptr<Audio
     flvHandler_->onAudioPacket = [this](const std::shared_ptr<ff_wrap::Packet>& packet) {
         pushAudio(packet);
     };
-    flvHandler_->onVideoSize = [this](int width, int height) { video_.expectPicture(width, height); };
+    flvHandler_->expectPicture = [this](int width, int height) { video_.expectPicture(width, height); };
     flvHandler_->onMetadata = [this](const Metadata& metadata) { video_.setPendingMetadata(metadata); };
 }
 
@@ -45,16 +45,20 @@ Player::~Player() {
 void Player::start(Buffering buffering, FrameTimeouts timeouts) {
     const std::lock_guard lock(mutex_);
     watcher_ = std::make_unique<BufferWatcher>(
-        timeouts.nextSeconds, [this](std::uint64_t generation) { cancelBuffering(generation); }, clock_);
+        timeouts.next, [this](std::uint64_t generation) { cancelBuffering(generation); }, clock_);
     buffering_.enable(buffering == Buffering::On);
     beginBuffering();
-    video_.start(timeouts.firstSeconds, timeouts.nextSeconds);
+    video_.start(timeouts.first, timeouts.next);
 }
 
 bool Player::consume(const std::uint8_t* data, std::size_t size) {
     const std::lock_guard lock(mutex_);
     try {
-        return reader_.consume("ko_player::Player::consumeImpl", data, size);
+        if (const auto error = reader_.consume(data, size)) {
+            base::logAt("ko_player::Player::consumeImpl", error->text());
+            return false;
+        }
+        return true;
     } catch (const std::exception& error) {
         base::logAt("ko_player::Player::consume", "consume failed with exception: ", error.what());
         return false;
@@ -123,7 +127,8 @@ void Player::pushVideo(const std::shared_ptr<ff_wrap::Packet>& packet) {
 }
 
 void Player::afterPush() {
-    switch (buffering_.afterPush(videoState_->newestPushedMs, videoState_->lastShownMs)) {
+    switch (buffering_.afterPush(
+        {.newestMs = videoState_->newestPushedMs, .shownMs = videoState_->lastShownMs})) {
     case BufferingRules::Action::Begin:
         beginBuffering();
         break;

@@ -9,6 +9,7 @@
 #include "records/Handlers.h"
 #include "records/Options.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -18,10 +19,10 @@ struct AVCodecParameters;
 
 namespace ko_player {
 
-/// How long the video output waits for a picture before it asks the handler; whole seconds.
+/// How long the video output waits for a picture before it asks the handler; at least a second.
 struct FrameTimeouts {
-    int firstSeconds = 1;
-    int nextSeconds = 1;
+    std::chrono::seconds first{1};
+    std::chrono::seconds next{1};
 };
 
 enum class Buffering { Off, On };
@@ -38,7 +39,7 @@ public:
     Player& operator=(const Player&) = delete;
 
     /// Starts the video output and, if wanted, the first buffering period, which lasts at most
-    /// `timeouts.nextSeconds`. Call once, before any input.
+    /// `timeouts.next`. Call once, before any input.
     void start(Buffering buffering, FrameTimeouts timeouts);
 
     /// Feeds the next bytes of the FLV stream; blocks while the video channel is full (back-pressure). False

@@ -28,7 +28,7 @@ VideoPipeline::VideoPipeline(std::shared_ptr<VideoHandler> handler, std::shared_
       packets_(std::make_shared<PacketChannel>(kPacketCapacityBytes)),
       frames_(std::make_shared<FrameQueue>(kFrameCapacity)), handler_(std::move(handler)), clock_(clock) {}
 
-void VideoPipeline::start(int firstTimeout, int nextTimeout) {
+void VideoPipeline::start(std::chrono::seconds firstTimeout, std::chrono::seconds nextTimeout) {
     output_ = std::make_unique<VideoOutput>(frames_, metadata_, state_, firstTimeout, nextTimeout, handler_,
                                             clock_);
 }

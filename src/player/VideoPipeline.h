@@ -7,6 +7,7 @@
 #include "records/Handlers.h"
 #include "records/Metadata.h"
 
+#include <chrono>
 #include <memory>
 
 struct AVCodecParameters;
@@ -22,8 +23,8 @@ public:
     VideoPipeline(std::shared_ptr<VideoHandler> handler, std::shared_ptr<VideoState> state,
                   base::Clock& clock);
 
-    /// Starts the output; time-outs in seconds.
-    void start(int firstTimeout, int nextTimeout);
+    /// Starts the output.
+    void start(std::chrono::seconds firstTimeout, std::chrono::seconds nextTimeout);
 
     /// The size that the stream tells for its pictures (pixels, above zero), for the handler to prepare for
     /// it. Ignored once the decoder runs.

@@ -41,7 +41,11 @@ FileRecorder::FileRecorder(const std::string& path)
 
 bool FileRecorder::consume(const std::uint8_t* data, std::size_t size) {
     try {
-        return reader_.consume("ko_player::FileRecorder::consumeImpl", data, size);
+        if (const auto error = reader_.consume(data, size)) {
+            base::logAt("ko_player::FileRecorder::consumeImpl", error->text());
+            return false;
+        }
+        return true;
     } catch (const std::exception& error) {
         base::logAt("ko_player::FileRecorder::consume", "consume failed with exception: ", error.what());
         return false;

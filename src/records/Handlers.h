@@ -15,17 +15,12 @@ public:
     VideoHandler& operator=(const VideoHandler&) = delete;
     virtual ~VideoHandler() = default;
 
-    /// The stream says that its pictures will have this size, in pixels, above zero. A hint, which may be
-    /// wrong or never come: time to prepare something before the first picture. Called before the first
-    /// picture only, from the thread that feeds the engine.
-    virtual void expectPicture(int /*width*/, int /*height*/) {}
     /// No picture arrived in time; true means keep waiting.
     virtual bool onFrameTimeout() = 0;
     /// The presentation thread ends.
     virtual void onStopped() = 0;
     /// A new picture geometry: fill `out` and return the buffer to convert into, of the size that `out` asks
-    /// for with rows packed and 64 bytes more (the scaler may write a little behind the last pixel), or null
-    /// to let the converter use its own.
+    /// for with rows packed and kPictureTailBytes more, or null to let the converter use its own.
     virtual std::uint8_t* onVideoParams(const VideoParams& in, VideoParams& out) = 0;
     /// A converted picture is due now. `size` is the picture buffer's size in bytes, `pts` milliseconds.
     virtual void onFrame(const std::uint8_t* data, int size, std::int64_t pts) = 0;
@@ -33,6 +28,10 @@ public:
     virtual void onMetadataPair(std::int64_t first, std::int64_t second) = 0;
     /// Exclusive use of the picture buffer while it is written.
     virtual ResourceGuard lockFrameBuffer() = 0;
+    /// The stream says that its pictures will have this size, in pixels, above zero. A hint, which may be
+    /// wrong or never come: time to prepare something before the first picture. Called before the first
+    /// picture only, from the thread that feeds the engine.
+    virtual void expectPicture(int /*width*/, int /*height*/) {}
 };
 
 /// Where decoded sound leaves the engine.

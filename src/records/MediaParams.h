@@ -4,6 +4,7 @@ extern "C" {
 #include <libavutil/rational.h>
 }
 
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 
@@ -23,6 +24,13 @@ struct VideoParams {
     }
 };
 
+/// How many bytes behind the last pixel of a picture are there to be overwritten: the scaler writes whole
+/// registers.
+inline constexpr std::size_t kPictureTailBytes = 64;
+
+/// The pixel format of the pictures that leave the engine: blue, green, red, alpha, one byte each.
+extern const int kBgra;
+
 /// As log lines show it: " fmt: 0, w: 1920, h: 1080, sar: 1/1".
 std::ostream& operator<<(std::ostream& out, const VideoParams& params);
 
@@ -37,5 +45,9 @@ struct AudioParams {
 
     friend bool operator==(const AudioParams&, const AudioParams&) = default;
 };
+
+/// What a sound device gets for such sound: interleaved signed 16-bit samples, in the rate and with the
+/// channels of `in`, in the usual layout for that many. Frame size and bytes per second are left at 0.
+[[nodiscard]] AudioParams deviceParams(const AudioParams& in);
 
 } // namespace ko_player

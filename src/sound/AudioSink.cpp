@@ -1,12 +1,7 @@
 #include "sound/AudioSink.h"
 
 #include "base/Log.h"
-#include "ffmpeg/ChannelLayout.h"
 #include "sound/VolumeRule.h"
-
-extern "C" {
-#include <libavutil/samplefmt.h>
-}
 
 #include <algorithm>
 #include <chrono>
@@ -56,10 +51,7 @@ AudioSink::~AudioSink() {
 }
 
 bool AudioSink::setParams(const ko_player::AudioParams& in, ko_player::AudioParams& out) {
-    out.format = AV_SAMPLE_FMT_S16;
-    out.sampleRate = in.sampleRate;
-    out.channels = in.channels;
-    out.channelLayout = ko_player::ff_wrap::defaultLayoutMask(in.channels);
+    out = ko_player::deviceParams(in);
 
     bool accepted = true;
     runOnDeviceThread_([&] {

@@ -3,7 +3,7 @@
 #include "base/ImmediateExit.h"
 #include "base/Log.h"
 #include "base/ThreadName.h"
-#include "ffmpeg/Avcodec.h"
+#include "player/Engine.h"
 #include "sound/AudioHandler.h"
 #include "sound/SoundModule.h"
 #include "stream/ExitCodes.h"
@@ -21,13 +21,9 @@ namespace {
 /// A rejected chunk shorter than this is most likely a server's message, worth reading.
 constexpr int kShortestSilentChunk = 1024;
 
-/// Whoever needs a codec first meets the same failure, and reports it where it matters.
 void loadCodecs() {
     base::setThreadName("codec loader");
-    try {
-        static_cast<void>(ko_player::ff_wrap::avcodec());
-    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
-    }
+    ko_player::loadCodecs();
 }
 
 } // namespace
@@ -38,19 +34,20 @@ FfpStream::FfpStream(const QString& url, const QString& channelName, const QStri
       audio_([this](const std::function<void()>& function) { runOnLinkThread(function); },
              soundModule(QCoreApplication::applicationDirPath())) {
     auto video = std::make_shared<VideoHandler>(VideoHandler::Callables{
-        [this] { onVideoStopped(); },
-        [this](const ko_player::VideoParams& in, ko_player::VideoParams& out) {
-            return onVideoParams(in, out);
-        },
-        [this](const std::uint8_t*, int, std::int64_t pts) { sendFrame(pts); },
-        [this](std::int64_t value) { sendAbsoluteTime(value); },
-        [this](std::int64_t first, std::int64_t second) { sendFragment(first, second); },
-        [this] { return lockPicture(); }, [this](int width, int height) { preparePicture(width, height); }});
-    auto audio = std::make_shared<AudioHandler>(
-        AudioHandler::Callables{[this](const ko_player::AudioParams& in, ko_player::AudioParams& out) {
-                                    return audio_.setParams(in, out);
-                                },
-                                [this](const std::uint8_t* data, int size) { audio_.write(data, size); }});
+        .onStopped = [this] { onVideoStopped(); },
+        .onVideoParams = [this](const ko_player::VideoParams& in,
+                                ko_player::VideoParams& out) { return onVideoParams(in, out); },
+        .onFrame = [this](const std::uint8_t*, int, std::int64_t pts) { sendFrame(pts); },
+        .onMetadataValue = [this](std::int64_t value) { sendAbsoluteTime(value); },
+        .onMetadataPair = [this](std::int64_t first, std::int64_t second) { sendFragment(first, second); },
+        .lockFrameBuffer = [this] { return lockPicture(); },
+        .expectPicture = [this](int width, int height) { expectPicture(width, height); },
+    });
+    auto audio = std::make_shared<AudioHandler>(AudioHandler::Callables{
+        .onAudioParams = [this](const ko_player::AudioParams& in,
+                                ko_player::AudioParams& out) { return audio_.setParams(in, out); },
+        .onAudioData = [this](const std::uint8_t* data, int size) { audio_.write(data, size); },
+    });
     player_ =
         std::make_unique<ko_player::Player>(std::move(video), std::move(audio), base::steadyClock(), options);
 
@@ -59,7 +56,7 @@ FfpStream::FfpStream(const QString& url, const QString& channelName, const QStri
         base::logLine(line);
     }
     player_->start(timing.buffering ? ko_player::Buffering::On : ko_player::Buffering::Off,
-                   {timing.firstFrameSeconds, timing.nextFrameSeconds});
+                   {.first = timing.firstFrame, .next = timing.nextFrame});
     openCommands();
 
     if (timing.isHttp) {

@@ -1,9 +1,5 @@
 #include "stream/PictureGeometry.h"
 
-extern "C" {
-#include <libavutil/pixfmt.h>
-}
-
 #include <cstdint>
 #include <limits>
 
@@ -21,7 +17,7 @@ constexpr std::int64_t roundUpTo16(std::int64_t pixels) {
 
 PictureGeometry pictureGeometry(const ko_player::VideoParams& in) {
     PictureGeometry out{in, AspectRule::Square};
-    out.params.format = AV_PIX_FMT_BGRA;
+    out.params.format = ko_player::kBgra;
 
     // The ratio comes from the stream, so the products are made in 64 bits.
     const std::int64_t num = in.sampleAspectRatio.num;

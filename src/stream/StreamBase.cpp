@@ -8,6 +8,7 @@
 #include "stream/ExitCodes.h"
 #include "stream/Prefault.h"
 #include "stream/PrivateFile.h"
+#include "stream/ReserveFileMemory.h"
 
 #include <QDir>
 #include <QtEndian>
@@ -24,7 +25,7 @@ namespace {
 
 constexpr std::chrono::seconds kLongestDrain{1};
 /// Beyond any picture that people send, and little enough to be spent on a stream that tells nonsense.
-constexpr std::uint64_t kMostPreparedBytes = 64 << 20;
+constexpr std::uint64_t kMostExpectedBytes = 64 << 20;
 
 } // namespace
 
@@ -73,39 +74,28 @@ StreamBase::~StreamBase() {
     file_.close(); // unmaps as well
 }
 
-// Getting eight megabytes of file page by page takes as long as converting six pictures into them.
-void StreamBase::preparePicture(int width, int height) {
+void StreamBase::expectPicture(int width, int height) {
     const std::uint64_t bytes =
         std::uint64_t{static_cast<std::uint32_t>(width)} * static_cast<std::uint32_t>(height) * 4 +
         kPictureOffset + kReservedBytes;
     // What an earlier worker left may still be shown by the parent.
-    if (mapping_ != nullptr || bytes > kMostPreparedBytes || file_.size() != 0) {
-        return;
-    }
-    if (file_.resize(static_cast<qint64>(bytes))) {
-        mapping_ = file_.map(0, static_cast<qint64>(bytes));
-    }
-    if (mapping_ != nullptr) {
-        preparedBytes_ = static_cast<std::uint32_t>(bytes);
-        prefault(mapping_, preparedBytes_);
+    if (bytes <= kMostExpectedBytes && file_.isOpen() && file_.size() == 0) {
+        reserveFileMemory(file_.handle(), bytes);
     }
 }
 
 void StreamBase::setupPicture(std::uint32_t width, std::uint32_t height) {
     const std::uint32_t fileBytes = width * height * 4 + kPictureOffset + kReservedBytes;
     const std::uint64_t pictureBytes = std::uint64_t{width} * height * 4;
-    const bool isPrepared = std::exchange(preparedBytes_, 0) == fileBytes && pictureBytes <= fileBytes;
-    if (mapping_ != nullptr && !isPrepared) {
+    if (mapping_ != nullptr) {
         file_.unmap(mapping_);
         mapping_ = nullptr;
     }
     semaphore_.acquire();
-    if (!isPrepared) {
-        file_.resize(fileBytes);
-        // A picture beyond 4 GiB wraps the size around; the file would be too small for it.
-        if (pictureBytes <= fileBytes && file_.size() == fileBytes) {
-            mapping_ = file_.map(0, file_.size());
-        }
+    file_.resize(fileBytes);
+    // A picture beyond 4 GiB wraps the size around; the file would be too small for it.
+    if (pictureBytes <= fileBytes && file_.size() == fileBytes) {
+        mapping_ = file_.map(0, file_.size());
     }
     if (mapping_ == nullptr) {
         semaphore_.release(1);
@@ -113,6 +103,7 @@ void StreamBase::setupPicture(std::uint32_t width, std::uint32_t height) {
                       file_.errorString().toStdString());
         base::exitNow(exit_code::kFailure);
     }
+    prefault(mapping_, fileBytes);
     qToLittleEndian(width, mapping_);
     qToLittleEndian(height, mapping_ + sizeof width);
     semaphore_.release(1);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ipc/Message.h"
+#include "records/MediaParams.h"
 #include "records/ResourceGuard.h"
 
 #include <QFile>
@@ -31,6 +32,7 @@ class StreamBase : public QObject {
 public:
     static constexpr std::uint32_t kPictureOffset = 8;
     static constexpr std::uint32_t kReservedBytes = 64;
+    static_assert(kReservedBytes >= ko_player::kPictureTailBytes, "the scaler writes into them");
 
     /// Opens the frame file of that name in the temporary directory and the semaphore of that name, and
     /// connects to the parent's server. A failed connection ends the process, except one that the platform
@@ -46,10 +48,10 @@ public:
     virtual void stopAudio() = 0;
     virtual void startAudio() = 0;
 
-    /// Gives a frame file that is still empty the size and the memory for such a picture (pixels, above
-    /// zero), so that the first one finds them. A hint: failures, sizes that exceed 64 MiB, and all but the
-    /// first call are ignored. Must be over before setupPicture() is called for the first time.
-    void preparePicture(int width, int height);
+    /// Reserves memory for such a picture (pixels, above zero) in a frame file that is still empty. Nobody
+    /// sees that: the file stays empty until setupPicture(). A hint: failures and sizes beyond 64 MiB are
+    /// ignored. Must be over before setupPicture() is called for the first time.
+    void expectPicture(int width, int height);
     /// Renews the frame file for a picture of that size (pixels) and tells the parent. Ends the process with
     /// code 1 when the file cannot be mapped. Called from the video output thread, like all that follow.
     void setupPicture(std::uint32_t width, std::uint32_t height);
@@ -87,9 +89,7 @@ private:
     void dispatch(const Corvane::Ipc::Message& message);
 
     QFile file_;
-    std::uint8_t* mapping_ = nullptr; ///< video output thread; preparePicture() comes before that
-    std::uint32_t preparedBytes_ =
-        0; ///< size of a prepared file that no picture was set up in; like mapping_
+    std::uint8_t* mapping_ = nullptr; ///< video output thread
     QSystemSemaphore semaphore_;
     QThread linkThread_;
     std::unique_ptr<Corvane::Ipc::SocketHandler> link_; ///< lives on linkThread_

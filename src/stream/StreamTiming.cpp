@@ -14,6 +14,7 @@ bool isAtAnotherSpeed(const QString& url) {
 } // namespace
 
 StreamTiming streamTiming(const QString& url, ko_player::BufferingPolicy policy) {
+    using namespace std::chrono_literals;
     StreamTiming timing;
     timing.isHttp = url.startsWith(QLatin1String("http"));
     timing.isCloud = url.startsWith(QLatin1String("https"));
@@ -21,21 +22,21 @@ StreamTiming streamTiming(const QString& url, ko_player::BufferingPolicy policy)
 
     std::string kind;
     if (timing.isHttp) {
-        timing.firstFrameSeconds = timing.isLive ? 5 : 10;
-        timing.nextFrameSeconds = timing.isLive ? 3 : 5;
+        timing.firstFrame = timing.isLive ? 5s : 10s;
+        timing.nextFrame = timing.isLive ? 3s : 5s;
         if (timing.isCloud) {
-            timing.firstFrameSeconds += 3;
-            timing.nextFrameSeconds += 2;
+            timing.firstFrame += 3s;
+            timing.nextFrame += 2s;
         }
         kind = std::string(timing.isLive ? "live" : "archive") + (timing.isCloud ? " cloud" : " local");
     } else {
-        timing.firstFrameSeconds = 1;
-        timing.nextFrameSeconds = 1;
+        timing.firstFrame = 1s;
+        timing.nextFrame = 1s;
         kind = "file " + url.toStdString();
     }
     timing.logLines.push_back("set timeouts for " + kind + ": first frame " +
-                              std::to_string(timing.firstFrameSeconds) + " seconds, inter frame " +
-                              std::to_string(timing.nextFrameSeconds) + " seconds");
+                              std::to_string(timing.firstFrame.count()) + " seconds, inter frame " +
+                              std::to_string(timing.nextFrame.count()) + " seconds");
 
     timing.buffering = timing.isHttp;
     if (policy == ko_player::BufferingPolicy::Never || (!timing.isLive && isAtAnotherSpeed(url))) {

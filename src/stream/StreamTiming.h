@@ -4,6 +4,7 @@
 
 #include <QString>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -12,8 +13,8 @@ struct StreamTiming {
     bool isHttp = false;  ///< plain or secure; otherwise a local file
     bool isCloud = false; ///< secure
     bool isLive = false;
-    int firstFrameSeconds = 0; ///< how long the first picture may take
-    int nextFrameSeconds = 0;  ///< how long any later picture may take
+    std::chrono::seconds firstFrame{0}; ///< how long the first picture may take
+    std::chrono::seconds nextFrame{0};  ///< how long any later picture may take
     bool buffering = false;
     std::vector<std::string> logLines; ///< to be written in this order
 };

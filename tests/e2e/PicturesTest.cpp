@@ -145,6 +145,32 @@ TEST(Pictures, AreThoseOfTheLastMessageWhileTheParentHoldsTheSemaphore) {
     }
 }
 
+TEST(Pictures, BeginOnceAParentThatHeldTheSemaphoreFromTheStartLetsGo) {
+    ClipSpec spec;
+    spec.widthPx = 640;
+    spec.heightPx = 360;
+    spec.frames = 75;
+    HttpServer server;
+    server.route("/live.flv", pacedHandler(makeFlv(encode(spec)), {.burstMs = 1500}));
+    Session session({.readsPictures = false});
+    session.start(server.url("/live.flv"));
+    auto hold = session.frames().hold(); // the program is still being loaded
+    ASSERT_TRUE(hold);
+    // The script data tells the size of the pictures, and they are decoded and wait: nothing of that is seen.
+    for (int look = 0; look < 30; ++look) {
+        session.listen(50ms);
+        ASSERT_EQ(QFileInfo(session.frames().filePath()).size(), 0) << "at look " << look;
+    }
+    EXPECT_TRUE(session.hasLineBeginning("ko_player::VideoOutput::handleFirstFrame: inParams: "))
+        << "the worker has not come to its first picture yet\n"
+        << session.logText();
+    EXPECT_EQ(session.shown().size(), 0U);
+    EXPECT_EQ(session.formatChanges(), 0);
+    hold.release();
+    ASSERT_EQ(session.waitForExit(), 3) << session.logText();
+    EXPECT_EQ(session.shown().size(), 75U);
+}
+
 TEST(Pictures, FollowAChangeOfSizeInMidStream) {
     ClipSpec small;
     small.frames = 40;

@@ -131,7 +131,7 @@ TEST_F(FlvHandlerTest, LogsHeaderAndErrors) {
 
 TEST_F(FlvHandlerTest, TellsThePictureSizeWhereThereIsOne) {
     std::vector<std::pair<int, int>> sizes;
-    handler_.onVideoSize = [&](int width, int height) {
+    handler_.expectPicture = [&](int width, int height) {
         EXPECT_EQ(handler_.videoParams().width, 0) << "too late to prepare for it";
         sizes.emplace_back(width, height);
     };

@@ -32,7 +32,7 @@ protected:
         }
     }
 
-    void start(int firstTimeout = 5, int nextTimeout = 3, bool withHandler = true) {
+    void start(seconds firstTimeout = seconds(5), seconds nextTimeout = seconds(3), bool withHandler = true) {
         output = std::make_unique<VideoOutput>(frames, metadata, state, firstTimeout, nextTimeout,
                                                withHandler ? handler : nullptr, clock);
     }
@@ -112,7 +112,7 @@ TEST_F(VideoOutputTest, LogsJumpsOfTheTimeStamps) {
 
 TEST_F(VideoOutputTest, AsksTheHandlerWhenTheFirstPictureDoesNotCome) {
     handler->timeoutAnswer = [] { return false; };
-    start(5, 3);
+    start(seconds(5), seconds(3));
     clock.waitForWaiters(1);
     EXPECT_EQ(clock.earliestDeadline() - clock.now(), seconds(5));
     clock.advance(milliseconds(4999));
@@ -129,7 +129,7 @@ TEST_F(VideoOutputTest, AsksTheHandlerWhenTheFirstPictureDoesNotCome) {
 TEST_F(VideoOutputTest, WaitsOnWhenTheHandlerSaysSo) {
     int answers = 0;
     handler->timeoutAnswer = [&] { return ++answers < 2; };
-    start(5, 3);
+    start(seconds(5), seconds(3));
     clock.waitForWaiters(1);
     clock.advance(seconds(5));
     handler->waitForEvent("timeout", 1);
@@ -141,7 +141,7 @@ TEST_F(VideoOutputTest, WaitsOnWhenTheHandlerSaysSo) {
 }
 
 TEST_F(VideoOutputTest, UsesTheSecondTimeoutAfterAPicture) {
-    start(5, 3);
+    start(seconds(5), seconds(3));
     push(0);
     handler->waitForShown(1);
     clock.waitForWaiters(1);
@@ -152,7 +152,7 @@ TEST_F(VideoOutputTest, UsesTheSecondTimeoutAfterAPicture) {
 }
 
 TEST_F(VideoOutputTest, RaisesTimeoutsBelowOneSecond) {
-    start(0, -7);
+    start(seconds(0), seconds(-7));
     clock.waitForWaiters(1);
     EXPECT_EQ(clock.earliestDeadline() - clock.now(), seconds(1));
     push(0);
@@ -162,7 +162,7 @@ TEST_F(VideoOutputTest, RaisesTimeoutsBelowOneSecond) {
 }
 
 TEST_F(VideoOutputTest, EndsWithoutAHandlerWhenNothingComes) {
-    start(5, 3, false);
+    start(seconds(5), seconds(3), false);
     clock.waitForWaiters(1);
     clock.advance(seconds(5));
     waitUntilFinished();
@@ -286,7 +286,7 @@ TEST_F(VideoOutputTest, ABufferingPauseKeepsTheClock) {
 }
 
 TEST_F(VideoOutputTest, NoTimeoutRunsDuringAPause) {
-    start(5, 3);
+    start(seconds(5), seconds(3));
     pause->set(PauseReason::User);
     push(0);
     waitUntilPaused();

@@ -25,8 +25,8 @@ BufferingRules playingSince(std::int64_t l) {
 
 TEST(BufferingRules, OffNeitherBeginsNorFinishes) {
     BufferingRules rules;
-    EXPECT_EQ(rules.afterPush(0, 0), Action::None);
-    EXPECT_EQ(rules.afterPush(90000, 0), Action::None);
+    EXPECT_EQ(rules.afterPush({.newestMs = 0, .shownMs = 0}), Action::None);
+    EXPECT_EQ(rules.afterPush({.newestMs = 90000, .shownMs = 0}), Action::None);
     EXPECT_FALSE(rules.begin());
     EXPECT_FALSE(rules.finish(5000));
     EXPECT_EQ(rules.mode(), Mode::Off);
@@ -34,37 +34,38 @@ TEST(BufferingRules, OffNeitherBeginsNorFinishes) {
 
 TEST(BufferingRules, TheStartWaitsForASecondOfVideo) {
     const BufferingRules rules = buffering();
-    EXPECT_EQ(rules.afterPush(999, 0), Action::None);
-    EXPECT_EQ(rules.afterPush(1000, 0), Action::Finish);
+    EXPECT_EQ(rules.afterPush({.newestMs = 999, .shownMs = 0}), Action::None);
+    EXPECT_EQ(rules.afterPush({.newestMs = 1000, .shownMs = 0}), Action::Finish);
 }
 
 TEST(BufferingRules, LaterPeriodsWaitForHalfASecond) {
     BufferingRules rules = playingSince(1000);
     EXPECT_TRUE(rules.begin());
-    EXPECT_EQ(rules.afterPush(5499, 5000), Action::None);
-    EXPECT_EQ(rules.afterPush(5500, 5000), Action::Finish);
+    EXPECT_EQ(rules.afterPush({.newestMs = 5499, .shownMs = 5000}), Action::None);
+    EXPECT_EQ(rules.afterPush({.newestMs = 5500, .shownMs = 5000}), Action::Finish);
 }
 
 TEST(BufferingRules, BeginsWhenLittleIsLeft) {
     const BufferingRules rules = playingSince(0);
-    EXPECT_EQ(rules.afterPush(2100, 2000), Action::None);
-    EXPECT_EQ(rules.afterPush(2099, 2000), Action::Begin);
-    EXPECT_EQ(rules.afterPush(1500, 2000), Action::Begin) << "shown ahead of what was pushed";
+    EXPECT_EQ(rules.afterPush({.newestMs = 2100, .shownMs = 2000}), Action::None);
+    EXPECT_EQ(rules.afterPush({.newestMs = 2099, .shownMs = 2000}), Action::Begin);
+    EXPECT_EQ(rules.afterPush({.newestMs = 1500, .shownMs = 2000}), Action::Begin)
+        << "shown ahead of what was pushed";
 }
 
 TEST(BufferingRules, DoesNotBeginBeforeTheGuard) {
     const BufferingRules rules = playingSince(8000);
-    EXPECT_EQ(rules.afterPush(8040, 8000), Action::None);
-    EXPECT_EQ(rules.afterPush(8999, 8999), Action::None);
-    EXPECT_EQ(rules.afterPush(9000, 9000), Action::Begin);
+    EXPECT_EQ(rules.afterPush({.newestMs = 8040, .shownMs = 8000}), Action::None);
+    EXPECT_EQ(rules.afterPush({.newestMs = 8999, .shownMs = 8999}), Action::None);
+    EXPECT_EQ(rules.afterPush({.newestMs = 9000, .shownMs = 9000}), Action::Begin);
 }
 
 TEST(BufferingRules, TheEndsOfTheRangeDoNotOverflow) {
     constexpr auto kMax = std::numeric_limits<std::int64_t>::max();
     constexpr auto kMin = std::numeric_limits<std::int64_t>::min();
-    EXPECT_EQ(playingSince(kMax).afterPush(kMax, kMax), Action::Begin);
-    EXPECT_EQ(buffering().afterPush(kMax, kMin), Action::Finish);
-    EXPECT_EQ(buffering().afterPush(kMin, kMax), Action::None);
+    EXPECT_EQ(playingSince(kMax).afterPush({.newestMs = kMax, .shownMs = kMax}), Action::Begin);
+    EXPECT_EQ(buffering().afterPush({.newestMs = kMax, .shownMs = kMin}), Action::Finish);
+    EXPECT_EQ(buffering().afterPush({.newestMs = kMin, .shownMs = kMax}), Action::None);
 }
 
 } // namespace

@@ -15,6 +15,8 @@ extern "C" {
 namespace ko_player {
 namespace {
 
+using namespace std::chrono_literals;
+
 using mediaworker::test::FakeAudioHandler;
 using mediaworker::test::FakeVideoHandler;
 using mediaworker::test::LogCapture;
@@ -58,7 +60,7 @@ protected:
 };
 
 TEST_F(LocalFileTest, AMissingFileIsLogged) {
-    player.start(Buffering::Off, {1, 1});
+    player.start(Buffering::Off, {1s, 1s});
     player.playFile("/nowhere/at all.mp4");
     EXPECT_TRUE(log.contains("couldn't open file /nowhere/at all.mp4 : No such file or directory"));
 }
@@ -69,7 +71,7 @@ TEST_F(LocalFileTest, ShowsThePicturesOfAFile) {
     spec.audio = mediaworker::test::AudioCodec::Aac;
     spec.zeroLatency = true;
     const auto file = mediaworker::test::encodedFile(spec);
-    player.start(Buffering::Off, {5, 5});
+    player.start(Buffering::Off, {5s, 5s});
     player.playFile(file.string().c_str());
     video->waitForShown(5);
     EXPECT_TRUE(audio->parts().empty()) << "a local file shows its pictures only";

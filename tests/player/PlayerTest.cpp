@@ -16,6 +16,8 @@
 namespace ko_player {
 namespace {
 
+using namespace std::chrono_literals;
+
 using mediaworker::test::AudioCodec;
 using mediaworker::test::Clip;
 using mediaworker::test::ClipSpec;
@@ -56,7 +58,7 @@ private:
 };
 
 /// Time runs faster than pictures are decoded here, and no wait is to end by itself.
-constexpr FrameTimeouts kNever{100'000'000, 100'000'000};
+constexpr FrameTimeouts kNever{std::chrono::seconds(100'000'000), std::chrono::seconds(100'000'000)};
 
 /// 25 pictures a second: the time stamps are 0, 40, 80 and so on.
 class PlayerTest : public testing::Test {
@@ -157,7 +159,7 @@ TEST_F(PlayerTest, BuffersAgainBehindTheGuardAndForHalfASecond) {
 
 TEST_F(PlayerTest, ABufferingPeriodIsCanceledByItsTimeout) {
     const auto pieces = makeFlv(encode(spec(50)));
-    start(Buffering::On, {100'000, 3});
+    start(Buffering::On, {100'000s, 3s});
     feedHead(pieces);
     feedPieces(pieces, 3);
     clock.waitForWaiters(1); // the watcher
@@ -171,7 +173,7 @@ TEST_F(PlayerTest, ABufferingPeriodIsCanceledByItsTimeout) {
 
 TEST_F(PlayerTest, AnEndedBufferingPeriodIsNotCanceled) {
     const auto pieces = makeFlv(encode(spec(50)));
-    start(Buffering::On, {100'000, 100'000});
+    start(Buffering::On, {100'000s, 100'000s});
     feedHead(pieces);
     feedPieces(pieces, 26);
     showUntil(26);
@@ -252,7 +254,7 @@ TEST_F(PlayerTest, AnOverflowingTagIsAFailure) {
 TEST_F(PlayerTest, AStoppedPipelineIsAFailure) {
     video->timeoutAnswer = [] { return false; };
     const auto pieces = makeFlv(encode(spec(50)));
-    start(Buffering::Off, {5, 3});
+    start(Buffering::Off, {5s, 3s});
     feedHead(pieces);
     feedPieces(pieces, 1);
     video->waitForShown(1);

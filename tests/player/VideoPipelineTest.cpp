@@ -21,7 +21,7 @@ using mediaworker::test::ManualClock;
 using PushResult = VideoPipeline::PushResult;
 
 /// Seconds; time runs faster than pictures are decoded here, and no wait is to end by itself.
-constexpr int kNever = 100'000'000;
+constexpr std::chrono::seconds kNever{100'000'000};
 
 class VideoPipelineTest : public testing::Test {
 protected:

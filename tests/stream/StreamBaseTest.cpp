@@ -214,23 +214,22 @@ TEST_F(StreamBaseTest, SetsTheFrameFileUpForAPictureAndTellsTheParentOnce) {
     EXPECT_EQ(parent->readAll().toHex(), "040000040000");
 }
 
-TEST_F(StreamBaseTest, AFileThatWasPreparedForAPictureIsTheOneThatIsUsed) {
+TEST_F(StreamBaseTest, NobodySeesThatAPictureIsExpected) {
     Recorder stream(name, serverName);
     QLocalSocket* parent = accept();
     ASSERT_NE(parent, nullptr);
-    stream.preparePicture(16, 8);
-    EXPECT_EQ(QFileInfo(path).size(), 16 * 8 * 4 + 72);
-    stream.preparePicture(64, 64); // the first hint counts
-    EXPECT_EQ(QFileInfo(path).size(), 16 * 8 * 4 + 72);
-    EXPECT_EQ(parent->bytesAvailable(), 0);
-
-    stream.setupPicture(16, 8);
-    stream.picture()[0] = 0xAB;
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    EXPECT_EQ(file.read(9).toHex(), "1000000008000000ab");
+    for (const int side : {16, 64, 7999}) {
+        stream.expectPicture(side, side);
+        EXPECT_EQ(file.size(), 0) << side;
+    }
+    EXPECT_EQ(parent->bytesAvailable(), 0);
 
-    // The same size again is a new set-up like any other.
+    // Expected or not, each set-up is one like any other.
+    stream.setupPicture(16, 8);
+    stream.picture()[0] = 0xAB;
+    EXPECT_EQ(file.read(9).toHex(), "1000000008000000ab");
     stream.setupPicture(16, 8);
     stream.setupPicture(32, 8);
     EXPECT_EQ(file.size(), 32 * 8 * 4 + 72);
@@ -238,27 +237,18 @@ TEST_F(StreamBaseTest, AFileThatWasPreparedForAPictureIsTheOneThatIsUsed) {
     EXPECT_EQ(parent->readAll().toHex(), "040000040000040000");
 }
 
-TEST_F(StreamBaseTest, AFileThatWasPreparedForAnotherPictureIsRenewed) {
-    Recorder stream(name, serverName);
-    stream.preparePicture(64, 64);
-    stream.setupPicture(16, 8);
-    EXPECT_EQ(QFileInfo(path).size(), 16 * 8 * 4 + 72);
-    stream.picture()[0] = 0xAB;
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    EXPECT_EQ(file.read(9).toHex(), "1000000008000000ab");
-}
-
-TEST_F(StreamBaseTest, NothingIsPreparedForAPictureBeyondMeasureOrInAFileThatIsInUse) {
+TEST_F(StreamBaseTest, AFileThatIsInUseStaysWhenAPictureIsExpected) {
     {
         Recorder stream(name, serverName);
-        stream.preparePicture(7999, 7999);
-        EXPECT_EQ(QFileInfo(path).size(), 0);
         stream.setupPicture(16, 8);
+        stream.picture()[0] = 0xAB;
     }
     Recorder next(name, serverName);
-    next.preparePicture(64, 64);
-    EXPECT_EQ(QFileInfo(path).size(), 16 * 8 * 4 + 72) << "the parent may still show what is in there";
+    next.expectPicture(64, 64);
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(file.size(), 16 * 8 * 4 + 72) << "the parent may still show what is in there";
+    EXPECT_EQ(file.read(9).toHex(), "1000000008000000ab");
 }
 
 TEST_F(StreamBaseTest, FrameFileIsTheOwnersOnly) {

@@ -21,8 +21,8 @@ class StreamTimeoutTest : public ::testing::TestWithParam<TimingRow> {};
 
 TEST_P(StreamTimeoutTest, FollowsFromTheUrl) {
     const StreamTiming timing = streamTiming(QString::fromUtf8(GetParam().url));
-    EXPECT_EQ(timing.firstFrameSeconds, GetParam().firstFrameSeconds);
-    EXPECT_EQ(timing.nextFrameSeconds, GetParam().nextFrameSeconds);
+    EXPECT_EQ(timing.firstFrame.count(), GetParam().firstFrameSeconds);
+    EXPECT_EQ(timing.nextFrame.count(), GetParam().nextFrameSeconds);
     ASSERT_FALSE(timing.logLines.empty());
     EXPECT_EQ(timing.logLines.front(), GetParam().logLine);
 }
@@ -89,7 +89,7 @@ TEST(StreamTimingWithoutBuffering, NoUrlIsBuffered) {
         EXPECT_FALSE(timing.buffering) << url;
         ASSERT_EQ(timing.logLines.size(), 2U) << url;
         EXPECT_EQ(timing.logLines.back(), "disable buffering") << url;
-        EXPECT_EQ(timing.firstFrameSeconds, streamTiming(QString::fromUtf8(url)).firstFrameSeconds) << url;
+        EXPECT_EQ(timing.firstFrame, streamTiming(QString::fromUtf8(url)).firstFrame) << url;
     }
 }
 
