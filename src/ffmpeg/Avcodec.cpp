@@ -19,6 +19,7 @@ Avcodec load() {
     library.resolve(functions.avcodec_parameters_free, "avcodec_parameters_free");
     library.resolve(functions.avcodec_parameters_copy, "avcodec_parameters_copy");
     library.resolve(functions.avcodec_parameters_to_context, "avcodec_parameters_to_context");
+    library.resolve(functions.avcodec_parameters_from_context, "avcodec_parameters_from_context");
     library.resolve(functions.avcodec_find_decoder, "avcodec_find_decoder");
     library.resolve(functions.avcodec_open2, "avcodec_open2");
     library.resolve(functions.avcodec_send_packet, "avcodec_send_packet");

@@ -18,6 +18,7 @@ struct Avcodec {
     decltype(&::avcodec_parameters_free) avcodec_parameters_free;
     decltype(&::avcodec_parameters_copy) avcodec_parameters_copy;
     decltype(&::avcodec_parameters_to_context) avcodec_parameters_to_context;
+    decltype(&::avcodec_parameters_from_context) avcodec_parameters_from_context;
     decltype(&::avcodec_find_decoder) avcodec_find_decoder;
     decltype(&::avcodec_open2) avcodec_open2;
     decltype(&::avcodec_send_packet) avcodec_send_packet;

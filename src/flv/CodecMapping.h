@@ -18,4 +18,20 @@ namespace ko_player {
 /// As log lines name a codec; by number where it has no name here.
 [[nodiscard]] std::string codecLogName(AVCodecID codec);
 
+/// A codec as common programs number it: by FLV's own numbers or by FourCC.
+struct CodecName {
+    AVCodecID codec = AV_CODEC_ID_NONE; ///< none where nothing here can play it
+    std::string name;                   ///< for people
+};
+
+/// The codec of a tag by its CodecID, or FourCC.
+[[nodiscard]] CodecName videoCodecNamed(std::uint32_t codecId);
+
+/// The codec of a tag by its SoundFormat, or FourCC.
+[[nodiscard]] CodecName audioCodecNamed(std::uint32_t soundFormat);
+
+/// What "videocodecid" or "audiocodecid" stand for: a tag's number, a FourCC, or the whole header byte of a
+/// tag, with the number of the sound's codec in its upper half. Nothing that makes sense gives 0.
+[[nodiscard]] std::uint32_t codecIdOfMetadata(std::int64_t value);
+
 } // namespace ko_player

@@ -16,73 +16,10 @@ extern "C" {
 #include <algorithm>
 #include <span>
 #include <string_view>
+#include <utility>
 
 namespace ko_player {
 namespace {
-
-/// Sizes from this on are no sizes of pictures but garbage.
-constexpr std::int64_t kFrameSizeEnd = 8000;
-
-AVCodecID vcodecFromMeta(std::int64_t value) {
-    const AVCodecID codec = videoCodecOf(value);
-    if (codec == AV_CODEC_ID_NONE) {
-        base::logAt("ko_player::FlvHandler::vcodecFromMeta", "unknown vcodec: ", value);
-    }
-    return codec;
-}
-
-AVCodecID acodecFromMeta(std::int64_t value) {
-    const AVCodecID codec = audioCodecOf(value);
-    if (codec == AV_CODEC_ID_NONE) {
-        base::logAt("ko_player::FlvHandler::acodecFromMeta", "unknown acodec: ", value);
-    }
-    return codec;
-}
-
-int videoFrameSize(std::int64_t value) {
-    if (value < 1 || value >= kFrameSizeEnd) {
-        base::logAt("ko_player::FlvHandler::videoFrameSize", "bad size: ", value);
-        return 0;
-    }
-    return static_cast<int>(value);
-}
-
-/// What one onMetaData message says.
-struct MetaInfo {
-    Metadata position;
-    AVCodecID videoCodec = AV_CODEC_ID_NONE;
-    int width = 0;
-    int height = 0;
-    AVCodecID audioCodec = AV_CODEC_ID_NONE;
-    int sampleRate = 0;
-    std::int64_t sampleSize = 0;
-    int channels = 0;
-};
-
-void interpret(MetaInfo& info, std::string_view key, std::int64_t value) {
-    if (key == "absolute_time") {
-        info.position.absoluteTime = value;
-    } else if (key == "fragmentPosition") {
-        info.position.fragmentPosition = value;
-    } else if (key == "fragmentDuration") {
-        info.position.fragmentDuration = value;
-    } else if (key == "videocodecid") {
-        info.videoCodec = vcodecFromMeta(value);
-    } else if (key == "width") {
-        info.width = videoFrameSize(value);
-    } else if (key == "height") {
-        info.height = videoFrameSize(value);
-    } else if (key == "audiocodecid") {
-        // A whole FLV audio header byte, with the SoundFormat in its upper half.
-        info.audioCodec = acodecFromMeta(value >> 4);
-    } else if (key == "audiosamplerate") {
-        info.sampleRate = static_cast<int>(value);
-    } else if (key == "audiosamplesize") {
-        info.sampleSize = value;
-    } else if (key == "audiochannels") {
-        info.channels = static_cast<int>(value);
-    }
-}
 
 std::span<const std::uint8_t> payloadOf(const flv::Packet& packet) {
     return {packet.data, packet.size};
@@ -108,19 +45,31 @@ void FlvHandler::onError(const std::string& message) {
 }
 
 void FlvHandler::onScriptData(const flv::NumberProperties& properties) {
-    MetaInfo info;
-    for (const auto& [key, value] : properties) {
-        interpret(info, key, base::toInt64Saturated(value));
+    const MetaInfo info = interpretMetadata(properties, dialect_);
+    if (dialect_.announcement == flv::Announcement::ByMetadata) {
+        configureFrom(info);
+    } else {
+        remember(info);
     }
+    if (info.position.hasPosition() && onMetadata) {
+        onMetadata(info.position);
+    }
+}
+
+void FlvHandler::configureFrom(const MetaInfo& info) {
     if (info.videoCodec != AV_CODEC_ID_NONE) {
         handleVideoMetaInfo(info.videoCodec, info.width, info.height);
     }
     if (info.audioCodec != AV_CODEC_ID_NONE) {
         handleAudioMetaInfo(info.audioCodec, info.sampleRate, info.sampleSize, info.channels);
     }
-    if (info.position.hasPosition() && onMetadata) {
-        onMetadata(info.position);
+}
+
+void FlvHandler::remember(const MetaInfo& info) {
+    if (info.width > 0 && info.height > 0 && expectPicture) {
+        expectPicture(info.width, info.height);
     }
+    metaInfo_.update(info);
 }
 
 void FlvHandler::handleVideoMetaInfo(AVCodecID codec, int width, int height) {
@@ -165,32 +114,52 @@ void FlvHandler::generateAacExtraData(int sampleRate, int channels) {
 }
 
 void FlvHandler::onVideoTag(const flv::VideoPacket& packet) {
-    const auto payload = payloadOf(packet);
-    if (firstVideoPending_) {
-        onFirstVideoData(packet);
-        if (packet.isSequenceHeader) {
-            return;
-        }
-    } else if (packet.isSequenceHeader) {
-        pendingVideoSideData_.assign(payload.begin(), payload.end());
+    const Verdict verdict = dialect_.announcement == flv::Announcement::ByMetadata
+                                ? takeByMetadata(packet)
+                                : videoIntake_.take(packet, metaInfo_, videoParams_, pendingVideoSideData_);
+    if (verdict == Verdict::Drop) {
         return;
     }
-    if (isSupplementalOnly(videoParams_->codec_id, payload)) {
-        return;
+    if (verdict == Verdict::AnnounceAndPass && onVideoParams) {
+        onVideoParams(videoParams_.get());
     }
-    auto filled = std::make_shared<ff_wrap::Packet>();
-    FillPacket(*filled, packet.data, packet.size, packet.timestamp, pendingVideoSideData_,
-               packet.isKeyFrame ? AV_PKT_FLAG_KEY : 0);
+    auto filled =
+        fill(packet, packet.compositionMs, pendingVideoSideData_, packet.isKeyFrame ? AV_PKT_FLAG_KEY : 0);
     if (onVideoPacket) {
         onVideoPacket(std::move(filled));
     }
+}
+
+std::shared_ptr<ff_wrap::Packet> FlvHandler::fill(const flv::Packet& packet, std::int32_t compositionMs,
+                                                  std::vector<std::uint8_t>& sideData, int keyFlag) {
+    auto filled = std::make_shared<ff_wrap::Packet>();
+    const std::int64_t dtsMs =
+        dialect_.hasPresentationTimes ? time_.next(packet.timestamp) : packet.timestamp;
+    FillPacket(*filled, packet.data, packet.size, dtsMs, sideData, keyFlag);
+    if (dialect_.hasPresentationTimes) {
+        (*filled)->pts = base::addSaturated(dtsMs, compositionMs);
+    }
+    return filled;
+}
+
+Verdict FlvHandler::takeByMetadata(const flv::VideoPacket& packet) {
+    const auto payload = payloadOf(packet);
+    if (std::exchange(firstVideoPending_, false)) {
+        onFirstVideoData(packet);
+        if (packet.isSequenceHeader) {
+            return Verdict::Drop;
+        }
+    } else if (packet.isSequenceHeader) {
+        pendingVideoSideData_.assign(payload.begin(), payload.end());
+        return Verdict::Drop;
+    }
+    return isSupplementalOnly(videoParams_->codec_id, payload) ? Verdict::Drop : Verdict::Pass;
 }
 
 void FlvHandler::onFirstVideoData(const flv::VideoPacket& packet) {
     constexpr std::string_view kFunction = "ko_player::FlvHandler::onFirstVideoData";
     base::logAt(kFunction, "first video frame with sps-value: ", packet.isSequenceHeader,
                 ", size: ", packet.size);
-    firstVideoPending_ = false;
     if (packet.isSequenceHeader) {
         setExtradata(*videoParams_, payloadOf(packet));
     } else {
@@ -206,27 +175,37 @@ void FlvHandler::onFirstVideoData(const flv::VideoPacket& packet) {
 }
 
 void FlvHandler::onAudioTag(const flv::AudioPacket& packet) {
-    if (firstAudioPending_) {
-        if (!onFirstAudioData(packet) || packet.isSequenceHeader) {
-            return;
-        }
-    } else if (packet.isSequenceHeader) {
-        const auto payload = payloadOf(packet);
-        pendingAudioSideData_.assign(payload.begin(), payload.end());
+    const Verdict verdict = dialect_.announcement == flv::Announcement::ByMetadata
+                                ? takeByMetadata(packet)
+                                : audioIntake_.take(packet, metaInfo_, audioParams_, pendingAudioSideData_);
+    if (verdict == Verdict::Drop) {
         return;
     }
-    auto filled = std::make_shared<ff_wrap::Packet>();
-    FillPacket(*filled, packet.data, packet.size, packet.timestamp, pendingAudioSideData_, 0);
+    if (verdict == Verdict::AnnounceAndPass && onAudioParams) {
+        onAudioParams(audioParams_.get());
+    }
+    auto filled = fill(packet, 0, pendingAudioSideData_, 0);
     if (onAudioPacket) {
         onAudioPacket(std::move(filled));
     }
+}
+
+Verdict FlvHandler::takeByMetadata(const flv::AudioPacket& packet) {
+    if (std::exchange(firstAudioPending_, false)) {
+        return onFirstAudioData(packet) && !packet.isSequenceHeader ? Verdict::Pass : Verdict::Drop;
+    }
+    if (packet.isSequenceHeader) {
+        const auto payload = payloadOf(packet);
+        pendingAudioSideData_.assign(payload.begin(), payload.end());
+        return Verdict::Drop;
+    }
+    return Verdict::Pass;
 }
 
 bool FlvHandler::onFirstAudioData(const flv::AudioPacket& packet) {
     constexpr std::string_view kFunction = "ko_player::FlvHandler::onFirstAudioData";
     base::logAt(kFunction, "first audio frame: fmt: ", packet.soundFormat, ", rate: ", packet.sampleRate,
                 ", ch: ", packet.channels, ", s16: ", packet.is16Bit);
-    firstAudioPending_ = false;
     const AVCodecID codec = acodecFromMeta(packet.soundFormat);
     if (codec == AV_CODEC_ID_NONE) {
         base::logAt(kFunction, "codec of packet is unsupported");

@@ -2,8 +2,13 @@
 
 #include "ffmpeg/CodecParameters.h"
 #include "ffmpeg/Packet.h"
+#include "flv/Dialect.h"
+#include "flv/MetaInfo.h"
 #include "flv/Observer.h"
+#include "flv/PacketIntake.h"
+#include "flv/WrappingTime.h"
 #include "records/Metadata.h"
+#include "records/Options.h"
 
 extern "C" {
 #include <libavcodec/codec_id.h>
@@ -18,10 +23,14 @@ extern "C" {
 
 namespace ko_player {
 
-/// Turns what the tag reader finds into codec parameters and FFmpeg packets (time base 1/1000). Everything,
-/// callbacks included, happens on the thread that feeds the reader. Allocation failures are thrown as
-/// std::runtime_error or std::bad_alloc; anything else that is wrong is logged and costs one packet or one
-/// kind of stream.
+/// Turns what the tag reader finds into codec parameters and FFmpeg packets (time base 1/1000). Both readings
+/// share the way of a packet; they part where it is decided what the stream is: by its metadata, which the
+/// first packet announces whatever it is, or by its packets. In the standard reading packets have both time
+/// stamps, and sound is announced with parameters that a decoder has confirmed.
+///
+/// Everything, callbacks included, happens on the thread that feeds the reader. Allocation failures are
+/// thrown as std::runtime_error or std::bad_alloc; anything else that is wrong is logged and costs one packet
+/// or one kind of stream.
 class FlvHandler final : public flv::Observer {
 public:
     using ParamsCallback = std::function<bool(const AVCodecParameters*)>;
@@ -37,6 +46,8 @@ public:
     ParamsCallback onAudioParams;
     PacketCallback onAudioPacket;
 
+    explicit FlvHandler(FlvReading reading = FlvReading::Strict) : dialect_(flv::dialectOf(reading)) {}
+
     void onHeader(bool audio, bool video) override;
     void onVideoTag(const flv::VideoPacket& packet) override;
     void onAudioTag(const flv::AudioPacket& packet) override;
@@ -50,16 +61,32 @@ public:
     [[nodiscard]] std::vector<std::uint8_t>& pendingAudioSideData() { return pendingAudioSideData_; }
 
 private:
+    // The reading by metadata.
+    void configureFrom(const MetaInfo& info);
     void handleVideoMetaInfo(AVCodecID codec, int width, int height);
     void handleAudioMetaInfo(AVCodecID codec, int sampleRate, std::int64_t sampleSize, int channels);
     void generateAacExtraData(int sampleRate, int channels);
+    [[nodiscard]] Verdict takeByMetadata(const flv::VideoPacket& packet);
+    [[nodiscard]] Verdict takeByMetadata(const flv::AudioPacket& packet);
     void onFirstVideoData(const flv::VideoPacket& packet);
     /// False where this packet goes no further.
-    bool onFirstAudioData(const flv::AudioPacket& packet);
+    [[nodiscard]] bool onFirstAudioData(const flv::AudioPacket& packet);
     void initAacExtradataFromPacket(const flv::AudioPacket& packet);
 
-    bool firstVideoPending_ = true;
-    bool firstAudioPending_ = true;
+    // The reading by packets.
+    void remember(const MetaInfo& info);
+
+    /// A packet on its way to the callback, with its time stamps and the configuration that waits for it.
+    [[nodiscard]] std::shared_ptr<ff_wrap::Packet> fill(const flv::Packet& packet, std::int32_t compositionMs,
+                                                        std::vector<std::uint8_t>& sideData, int keyFlag);
+
+    const flv::Dialect& dialect_;
+    flv::WrappingTime time_;
+    MetaInfo metaInfo_; ///< by packets: what the metadata have said so far
+    VideoIntake videoIntake_;
+    AudioIntake audioIntake_;
+    bool firstVideoPending_ = true; ///< by metadata
+    bool firstAudioPending_ = true; ///< by metadata
     std::vector<std::uint8_t> pendingVideoSideData_;
     std::vector<std::uint8_t> pendingAudioSideData_;
     ff_wrap::LazyCodecParameters audioParams_{AVMEDIA_TYPE_AUDIO};

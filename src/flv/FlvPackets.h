@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -20,17 +21,27 @@ struct Packet {
 };
 
 struct AudioPacket : Packet {
-    std::uint32_t soundFormat = 0; ///< FLV SoundFormat: 2 MP3, 7 A-law, 8 mu-law, 10 AAC
-    std::uint32_t sampleRate = 0;  ///< Hz, in round thousands or hundreds as FLV's index names it
+    /// FLV SoundFormat: 2 MP3, 7 A-law, 8 mu-law, 10 AAC; or the FourCC of an enhanced tag
+    std::uint32_t soundFormat = 0;
+    std::uint32_t sampleRate = 0; ///< Hz, in round thousands or hundreds as FLV's index names it
     bool is16Bit = false;
     std::uint32_t channels = 0;
-    bool isSequenceHeader = false; ///< the payload is an AAC AudioSpecificConfig
+    bool isSequenceHeader = false; ///< the payload is the decoder's configuration
 };
 
-/// The codec is not part of it: it comes with the stream's metadata.
 struct VideoPacket : Packet {
+    /// FLV CodecID or the FourCC of an enhanced tag; 0 where the stream's metadata decide
+    std::uint32_t codecId = 0;
+    std::int32_t compositionMs = 0; ///< from decode to presentation time
     bool isKeyFrame = false;
     bool isSequenceHeader = false; ///< the payload is a decoder configuration record
+};
+
+/// Which of several tracks of one kind is read: the first that comes.
+struct TrackChoice {
+    std::optional<std::uint8_t> chosen;
+    bool hasOthers = false;  ///< further tracks were skipped
+    bool isReported = false; ///< and that has been said
 };
 
 /// A packet, or what is wrong with the tag's body.
@@ -39,6 +50,7 @@ struct ParsedTag {
     PacketType packet;
     std::string
         error; ///< what follows the tag's name in the report; may be empty for an invalid video packet
+    bool isForNobody = false; ///< there is no packet in it, and nothing is wrong
 };
 
 /// Reads the body of an audio tag.

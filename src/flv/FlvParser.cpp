@@ -53,8 +53,9 @@ FlvParser::Step FlvParser::readHeader(Bytes& unread, Outcome& outcome) {
     }
     const std::uint8_t flags = unread[4]; // reserved UB5, audio UB1, reserved UB1, video UB1
     const std::uint32_t dataOffset = base::readU32(unread.data() + 5); // DataOffset UI32
-    if (unread[0] != 'F' || unread[1] != 'L' || unread[2] != 'V' || unread[3] != 1 || (flags & 0xFAU) != 0 ||
-        dataOffset < kHeaderSize || dataOffset > kLargestDataOffset) {
+    if (unread[0] != 'F' || unread[1] != 'L' || unread[2] != 'V' || unread[3] != 1 ||
+        (flags & dialect_.refusedHeaderFlags) != 0 || dataOffset < kHeaderSize ||
+        dataOffset > kLargestDataOffset) {
         outcome.error = invalid("invalid header");
         return Step::Failed;
     }
@@ -63,8 +64,7 @@ FlvParser::Step FlvParser::readHeader(Bytes& unread, Outcome& outcome) {
         return Step::NeedsMore;
     }
     const bool video = (flags & 0x01U) != 0;
-    // The audio bit 0x04 is not looked at on purpose: what is reported as audio follows the low bits.
-    const bool audio = (flags & 0x03U) != 0;
+    const bool audio = (flags & dialect_.audioHeaderFlags) != 0;
     unread = unread.subspan(dataOffset);
     state_ = State::BackPointer;
     if (observer_ != nullptr) {
@@ -79,7 +79,7 @@ FlvParser::Step FlvParser::readBackPointer(Bytes& unread, Outcome& outcome) {
         return Step::NeedsMore;
     }
     const std::uint32_t prevTagSize = base::readU32(unread.data()); // PreviousTagSize UI32
-    if (prevTagSize != expectedPrevTagSize_) {
+    if (dialect_.checksBackPointers && prevTagSize != expectedPrevTagSize_) {
         outcome.error = invalid("prevTagSize: read: " + std::to_string(prevTagSize) +
                                 " must be: " + std::to_string(expectedPrevTagSize_));
         return Step::Failed;
@@ -96,7 +96,7 @@ FlvParser::Step FlvParser::readTag(Bytes& unread, Outcome& outcome) {
     }
     const std::uint8_t* header = unread.data();
     const std::uint32_t streamId = base::readU24(header + 8); // StreamID UI24
-    if (streamId != 0) {
+    if (dialect_.checksStreamIds && streamId != 0) {
         outcome.error = invalid("streamId: " + std::to_string(streamId));
         return Step::Failed;
     }
@@ -110,18 +110,9 @@ FlvParser::Step FlvParser::readTag(Bytes& unread, Outcome& outcome) {
     const std::uint32_t timestampMs =
         static_cast<std::uint32_t>(header[7]) << 24U | base::readU24(header + 4);
     const Bytes body = unread.subspan(kTagHeaderSize, dataSize);
-    switch (header[0]) { // TagType UI8, with the filter bit
-    case kAudioTag:
-        deliverAudio(timestampMs, body);
-        break;
-    case kVideoTag:
-        deliverVideo(timestampMs, body);
-        break;
-    case kScriptTag:
-        deliverScriptData(body);
-        break;
-    default:
-        outcome.error = invalid("undef tag type:" + std::to_string(header[0]));
+    const auto type = static_cast<std::uint8_t>(header[0] & dialect_.tagTypeMask); // TagType UI8
+    if (!deliver(type, timestampMs, body) && !dialect_.skipsUnknownTags) {
+        outcome.error = invalid("undef tag type:" + std::to_string(type));
         return Step::Failed;
     }
     unread = unread.subspan(expectedPrevTagSize_);
@@ -129,35 +120,39 @@ FlvParser::Step FlvParser::readTag(Bytes& unread, Outcome& outcome) {
     return Step::Done;
 }
 
-void FlvParser::deliverAudio(std::uint32_t timestampMs, Bytes body) {
-    if (observer_ == nullptr) {
-        return;
+bool FlvParser::deliver(std::uint8_t type, std::uint32_t timestampMs, Bytes body) {
+    const bool isKnown = type == kAudioTag || type == kVideoTag || type == kScriptTag;
+    if (observer_ == nullptr || !isKnown) {
+        return isKnown;
     }
-    const auto tag = parseAudioTag(timestampMs, body);
-    if (tag.packet.valid) {
-        observer_->onAudioTag(tag.packet);
+    if (type == kAudioTag) {
+        deliverTag(dialect_.parseAudioTag(timestampMs, body, audioTrack_), &Observer::onAudioTag,
+                   "flv_tag_audio:", audioTrack_);
+    } else if (type == kVideoTag) {
+        deliverTag(dialect_.parseVideoTag(timestampMs, body, videoTrack_), &Observer::onVideoTag,
+                   "flv_tag_video:", videoTrack_);
     } else {
-        observer_->onError("flv_tag_audio:" + tag.error);
+        deliverScriptData(body);
     }
+    return true;
 }
 
-void FlvParser::deliverVideo(std::uint32_t timestampMs, Bytes body) {
-    if (observer_ == nullptr) {
-        return;
-    }
-    const auto tag = parseVideoTag(timestampMs, body);
+template <class PacketType>
+void FlvParser::deliverTag(const ParsedTag<PacketType>& tag, void (Observer::*receive)(const PacketType&),
+                           std::string_view name, TrackChoice& track) {
     if (tag.packet.valid) {
-        observer_->onVideoTag(tag.packet);
-    } else {
-        observer_->onError("flv_tag_video:" + tag.error);
+        (observer_->*receive)(tag.packet);
+    } else if (!tag.isForNobody) {
+        observer_->onError(std::string(name) + tag.error);
+    }
+    if (track.hasOthers && !track.isReported) {
+        track.isReported = true;
+        observer_->onError(std::string(name) + " further tracks are skipped");
     }
 }
 
 void FlvParser::deliverScriptData(Bytes body) {
-    if (observer_ == nullptr) {
-        return;
-    }
-    for (const NumberProperties& properties : readScriptData(body).messages) {
+    for (const NumberProperties& properties : readScriptData(body, dialect_.script).messages) {
         observer_->onScriptData(properties);
     }
 }

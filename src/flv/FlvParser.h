@@ -1,10 +1,14 @@
 #pragma once
 
+#include "flv/Dialect.h"
+#include "records/Options.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 namespace ko_player::flv {
@@ -26,7 +30,8 @@ struct ParseError {
 class FlvParser {
 public:
     /// Without an observer events are dropped.
-    explicit FlvParser(Observer* observer) : observer_(observer) {}
+    explicit FlvParser(Observer* observer, FlvReading reading = FlvReading::Strict)
+        : observer_(observer), dialect_(dialectOf(reading)) {}
 
     struct Outcome {
         std::optional<ParseError> error;
@@ -47,13 +52,19 @@ private:
     Step readHeader(Bytes& unread, Outcome& outcome);
     Step readBackPointer(Bytes& unread, Outcome& outcome);
     Step readTag(Bytes& unread, Outcome& outcome);
-    void deliverAudio(std::uint32_t timestampMs, Bytes body);
-    void deliverVideo(std::uint32_t timestampMs, Bytes body);
+    /// False where the type is unknown.
+    [[nodiscard]] bool deliver(std::uint8_t type, std::uint32_t timestampMs, Bytes body);
+    template <class PacketType>
+    void deliverTag(const ParsedTag<PacketType>& tag, void (Observer::*receive)(const PacketType&),
+                    std::string_view name, TrackChoice& track);
     void deliverScriptData(Bytes body);
 
     Observer* observer_;
+    const Dialect& dialect_;
     State state_ = State::Header;
     std::uint32_t expectedPrevTagSize_ = 0;
+    TrackChoice audioTrack_;
+    TrackChoice videoTrack_;
 };
 
 } // namespace ko_player::flv

@@ -2,6 +2,7 @@
 
 #include "flv/FlatBuffer.h"
 #include "flv/FlvParser.h"
+#include "records/Options.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -20,7 +21,8 @@ public:
     /// Longer input is taken in slices of this size.
     static constexpr std::size_t kMaxSliceBytes = 0x100000;
 
-    explicit FlvReader(Observer* observer) : buffer_(kMaxUnreadBytes), parser_(observer) {}
+    explicit FlvReader(Observer* observer, FlvReading reading = FlvReading::Strict)
+        : buffer_(kMaxUnreadBytes), parser_(observer, reading) {}
 
     /// Reads on. Returns why the stream cannot be read any further; later calls then fail likewise. Throws
     /// std::out_of_range "FlatBuffer.push gt maxSize" for a tag that does not fit into the buffer, and

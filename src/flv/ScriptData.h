@@ -12,14 +12,22 @@ namespace ko_player::flv {
 /// zero; it may still be infinite or no number at all.
 using NumberProperties = std::vector<std::pair<std::string, double>>;
 
+/// What of a script-data tag is read.
+struct ScriptRules {
+    /// Only onMetaData with an ECMA array of plain values counts, and a broken or nested value costs the
+    /// whole message. Otherwise objects count as well, other messages and nested values are skipped by their
+    /// structure, what was read before a broken value counts, and booleans and the names of codecs become
+    /// numbers.
+    bool onlyPlainArrays = true;
+};
+
 struct ScriptData {
     /// One list for each onMetaData message that holds numbers.
     std::vector<NumberProperties> messages;
     bool complete = false; ///< false where reading stopped at something malformed or foreign
 };
 
-/// Reads the body of a script-data tag: onMetaData messages in AMF0, each with an ECMA array of plain values.
-/// An array that holds a nested object or array, or that is cut off inside a value, yields nothing.
-[[nodiscard]] ScriptData readScriptData(std::span<const std::uint8_t> body);
+/// Reads the onMetaData messages of a script-data tag's body, which is AMF0.
+[[nodiscard]] ScriptData readScriptData(std::span<const std::uint8_t> body, const ScriptRules& rules = {});
 
 } // namespace ko_player::flv

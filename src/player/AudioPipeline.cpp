@@ -42,8 +42,9 @@ AudioParams inputParams(const AVCodecContext& context) {
 } // namespace
 
 AudioPipeline::AudioPipeline(std::shared_ptr<AudioHandler> handler, std::shared_ptr<PlayerState> state,
-                             base::Clock& clock)
-    : state_(std::move(state)), packets_(std::make_shared<PacketChannel>(kPacketCapacityBytes)),
+                             base::Clock& clock, DecodeRules rules)
+    : rules_(rules), state_(std::move(state)),
+      packets_(std::make_shared<PacketChannel>(kPacketCapacityBytes)),
       frames_(std::make_shared<FrameQueue>(kFrameCapacity)), handler_(std::move(handler)), clock_(clock) {}
 
 bool AudioPipeline::open(const AVCodecParameters* parameters) {
@@ -61,7 +62,8 @@ bool AudioPipeline::open(const AVCodecParameters* parameters) {
     if (out.frameSize < 1 || out.bytesPerSecond < 1) {
         throw std::logic_error("AudioPipeline: bad out parameters");
     }
-    decoder_ = std::make_unique<QueuedDecoder>(std::move(decoder), packets_, frames_, "audio decoder");
+    decoder_ =
+        std::make_unique<QueuedDecoder>(std::move(decoder), packets_, frames_, "audio decoder", rules_);
     output_ = std::make_unique<AudioOutput>(frames_, out, handler_, state_, clock_);
     base::logAt("ko_player::AudioPipeline::open", "AudioPipeline has been openned");
     return true;

@@ -18,7 +18,7 @@ namespace ko_player {
 class AudioPipeline {
 public:
     AudioPipeline(std::shared_ptr<AudioHandler> handler, std::shared_ptr<PlayerState> state,
-                  base::Clock& clock);
+                  base::Clock& clock, DecodeRules rules = {});
 
     /// Starts the decoder and the output. False when the handler refuses the sound; the pipeline then stays
     /// closed. Throws std::logic_error "AudioPipeline::open second call" or "AudioPipeline: bad out
@@ -38,6 +38,7 @@ public:
 private:
     [[nodiscard]] bool getOutParams(const AudioParams& in, AudioParams& out);
 
+    const DecodeRules rules_;
     const std::shared_ptr<PlayerState> state_;
     const std::shared_ptr<PacketChannel> packets_;
     const std::shared_ptr<FrameQueue> frames_;

@@ -14,12 +14,13 @@ using details::Blocking;
 using details::PauseReason;
 
 Player::Player(std::shared_ptr<VideoHandler> videoHandler, std::shared_ptr<AudioHandler> audioHandler,
-               base::Clock& clock, [[maybe_unused]] const Options& options)
-    : clock_(clock), pauseCtrl_(std::make_shared<details::PauseCtrl>()),
+               base::Clock& clock, const Options& options)
+    : clock_(clock), options_(options), pauseCtrl_(std::make_shared<details::PauseCtrl>()),
       videoState_(std::make_shared<VideoState>(pauseCtrl_)),
-      playerState_(std::make_shared<PlayerState>(pauseCtrl_)), flvHandler_(std::make_shared<FlvHandler>()),
-      reader_(flvHandler_.get()), video_(std::move(videoHandler), videoState_, clock),
-      audio_(std::move(audioHandler), playerState_, clock) {
+      playerState_(std::make_shared<PlayerState>(pauseCtrl_)),
+      flvHandler_(std::make_shared<FlvHandler>(options.flv)), reader_(flvHandler_.get(), options.flv),
+      video_(std::move(videoHandler), videoState_, clock, decodeRulesOf(options.flv)),
+      audio_(std::move(audioHandler), playerState_, clock, decodeRulesOf(options.flv)) {
     flvHandler_->onVideoParams = [this](const AVCodecParameters* parameters) {
         startVideo(parameters);
         return true;

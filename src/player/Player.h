@@ -78,6 +78,7 @@ private:
     std::mutex mutex_;
 
     base::Clock& clock_;
+    const Options options_;
     const std::shared_ptr<details::PauseCtrl> pauseCtrl_;
     const std::shared_ptr<VideoState> videoState_;
     const std::shared_ptr<PlayerState> playerState_;

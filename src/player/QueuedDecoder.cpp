@@ -1,11 +1,13 @@
 #include "player/QueuedDecoder.h"
 
 #include "base/Log.h"
+#include "base/Saturating.h"
 #include "base/ThreadName.h"
 #include "ffmpeg/Avcodec.h"
 #include "ffmpeg/FfmpegError.h"
 
 extern "C" {
+#include <libavutil/avutil.h>
 #include <libavutil/error.h>
 #include <libavutil/frame.h>
 }
@@ -23,8 +25,8 @@ constexpr auto kDecodeTask = "ko_player::QueuedDecoder::decodeTask";
 
 QueuedDecoder::QueuedDecoder(std::unique_ptr<ff_wrap::Decoder> decoder,
                              std::shared_ptr<PacketChannel> packets, std::shared_ptr<FrameQueue> frames,
-                             const char* threadName)
-    : decoder_(std::move(decoder)), packets_(std::move(packets)), frames_(std::move(frames)),
+                             const char* threadName, DecodeRules rules)
+    : rules_(rules), decoder_(std::move(decoder)), packets_(std::move(packets)), frames_(std::move(frames)),
       threadName_(threadName), thread_([this] { decodeTask(); }) {}
 
 QueuedDecoder::~QueuedDecoder() {
@@ -59,11 +61,14 @@ void QueuedDecoder::decodeTask() {
 void QueuedDecoder::decodeFrames() {
     for (;;) {
         auto frame = std::make_shared<ff_wrap::Frame>();
-        if (decode(*frame) != DecodeResult::Frame) {
+        const DecodeResult result = decode(*frame);
+        if (result == DecodeResult::EndOfStream && rules_.drains && !inputEnded_) {
+            continue;
+        }
+        if (result != DecodeResult::Frame) {
             return;
         }
-        // Presentation runs on decode time stamps, which the pipeline has made monotonic.
-        (*frame)->pts = (*frame)->pkt_dts;
+        (*frame)->pts = lastTimeMs_ = timeOf(*frame->get());
         if (!frames_->push(std::move(frame))) {
             return;
         }
@@ -101,7 +106,7 @@ bool QueuedDecoder::sendPacket() {
         packet = packets_->pop();
     }
     if (!packet) {
-        return false;
+        return beginDrain();
     }
     const int sent = ff_wrap::avcodec().avcodec_send_packet(decoder_->context(), packet->get());
     if (sent == AVERROR(EAGAIN)) {
@@ -112,6 +117,23 @@ bool QueuedDecoder::sendPacket() {
         base::logAt(kDecode, "sendPacket error: ", ff_wrap::errorText(sent));
     }
     return true;
+}
+
+bool QueuedDecoder::beginDrain() {
+    if (!rules_.drains || inputEnded_ || packets_->isStopped()) {
+        return false;
+    }
+    inputEnded_ = true;
+    return ff_wrap::avcodec().avcodec_send_packet(decoder_->context(), nullptr) >= 0;
+}
+
+std::int64_t QueuedDecoder::timeOf(const AVFrame& frame) const {
+    if (!rules_.presentationTimes) {
+        return frame.pkt_dts; // which the pipeline has made monotonic
+    }
+    // FFmpeg's estimate is the presentation time, or the decode time where the former are no order.
+    return frame.best_effort_timestamp != AV_NOPTS_VALUE ? frame.best_effort_timestamp
+                                                         : base::addSaturated(lastTimeMs_, 1);
 }
 
 } // namespace ko_player

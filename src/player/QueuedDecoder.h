@@ -1,21 +1,26 @@
 #pragma once
 
 #include "ffmpeg/Decoder.h"
+#include "player/DecodeRules.h"
 #include "queues/MediaQueues.h"
 
+#include <cstdint>
 #include <memory>
 #include <thread>
+
+struct AVFrame;
 
 namespace ko_player {
 
 /// Turns packets into frames on a thread of its own, from a packet channel into a frame queue. Its thread is
-/// the only user of the codec context.
+/// the only user of the codec context. An empty packet is the end of a stream; where rules say that the
+/// decoder is drained, more may follow it.
 class QueuedDecoder {
 public:
     /// Starts the thread, which is called `threadName` (at most 15 characters, a literal). Throws
     /// std::system_error.
     QueuedDecoder(std::unique_ptr<ff_wrap::Decoder> decoder, std::shared_ptr<PacketChannel> packets,
-                  std::shared_ptr<FrameQueue> frames, const char* threadName);
+                  std::shared_ptr<FrameQueue> frames, const char* threadName, DecodeRules rules = {});
     /// Abandons what is queued and joins the thread.
     ~QueuedDecoder();
     QueuedDecoder(const QueuedDecoder&) = delete;
@@ -37,8 +42,15 @@ private:
     [[nodiscard]] DecodeResult decode(ff_wrap::Frame& frame);
     /// False when there is no more input.
     [[nodiscard]] bool sendPacket();
+    /// Asks the codec for what it still holds, once. False where it is not asked.
+    [[nodiscard]] bool beginDrain();
+    /// The time that the outputs go by, milliseconds.
+    [[nodiscard]] std::int64_t timeOf(const AVFrame& frame) const;
 
+    const DecodeRules rules_;
     std::unique_ptr<ff_wrap::Decoder> decoder_;
+    bool inputEnded_ = false;     ///< the thread's own
+    std::int64_t lastTimeMs_ = 0; ///< of the frame before, the thread's own
     std::shared_ptr<ff_wrap::Packet>
         pendingPacket_; ///< refused by the codec, offered again first; the thread's own
     const std::shared_ptr<PacketChannel> packets_;

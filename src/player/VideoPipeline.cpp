@@ -5,9 +5,11 @@
 
 extern "C" {
 #include <libavcodec/packet.h>
+#include <libavutil/avutil.h>
 #include <libavutil/rational.h>
 }
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -23,8 +25,8 @@ constexpr AVRational kMilliseconds{1, 1000};
 } // namespace
 
 VideoPipeline::VideoPipeline(std::shared_ptr<VideoHandler> handler, std::shared_ptr<VideoState> state,
-                             base::Clock& clock)
-    : state_(std::move(state)), metadata_(std::make_shared<MetadataQueue>(kMetadataCapacity)),
+                             base::Clock& clock, DecodeRules rules)
+    : rules_(rules), state_(std::move(state)), metadata_(std::make_shared<MetadataQueue>(kMetadataCapacity)),
       packets_(std::make_shared<PacketChannel>(kPacketCapacityBytes)),
       frames_(std::make_shared<FrameQueue>(kFrameCapacity)), handler_(std::move(handler)), clock_(clock) {}
 
@@ -48,7 +50,7 @@ void VideoPipeline::open(const AVCodecParameters* parameters) {
         throw std::logic_error("VideoPipeline::open second call");
     }
     decoder_ = std::make_unique<QueuedDecoder>(std::make_unique<ff_wrap::Decoder>(parameters, kMilliseconds),
-                                               packets_, frames_, "video decoder");
+                                               packets_, frames_, "video decoder", rules_);
 }
 
 VideoPipeline::PushResult VideoPipeline::push(const std::shared_ptr<ff_wrap::Packet>& packet,
@@ -57,7 +59,7 @@ VideoPipeline::PushResult VideoPipeline::push(const std::shared_ptr<ff_wrap::Pac
         return PushResult::NotOpened;
     }
     makeMonotonic(*packet);
-    queueMetadata((*packet)->dts);
+    queueMetadata(publishTime(*packet));
     switch (packets_->push(packet, blocking)) {
     case details::PushResult::Pushed:
         return PushResult::Pushed;
@@ -70,17 +72,34 @@ VideoPipeline::PushResult VideoPipeline::push(const std::shared_ptr<ff_wrap::Pac
 }
 
 void VideoPipeline::makeMonotonic(ff_wrap::Packet& packet) {
-    const std::int64_t last = state_->newestPushedMs;
-    std::int64_t dts = packet->dts;
-    if (dts < last) {
-        dts = base::addSaturated(last, 1);
+    if (!lastDtsMs_ && !rules_.presentationTimes) {
+        lastDtsMs_ = 0;
     }
-    state_->newestPushedMs = dts;
+    const std::int64_t dts =
+        lastDtsMs_ && packet->dts < *lastDtsMs_ ? base::addSaturated(*lastDtsMs_, 1) : packet->dts;
     if (dts != packet->dts) {
         base::logAt("ko_player::VideoPipeline::push", "video packet time is fixed from: ", packet->dts,
                     ", to: ", dts);
+        if (rules_.presentationTimes && packet->pts != AV_NOPTS_VALUE && packet->dts != AV_NOPTS_VALUE) {
+            packet->pts = base::addSaturated(packet->pts, base::subtractSaturated(dts, packet->dts));
+        }
         packet->dts = dts;
     }
+    lastDtsMs_ = dts;
+}
+
+std::int64_t VideoPipeline::publishTime(const ff_wrap::Packet& packet) {
+    if (!rules_.presentationTimes) {
+        state_->newestPushedMs = packet->dts;
+        return packet->dts;
+    }
+    const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
+    // With pictures out of order the newest is not the last one.
+    state_->newestPushedMs = isFirst_ ? time : std::max(state_->newestPushedMs.load(), time);
+    if (std::exchange(isFirst_, false)) {
+        state_->lastShownMs = time; // wherever the stream's time begins, nothing has been shown of it
+    }
+    return time;
 }
 
 void VideoPipeline::queueMetadata(std::int64_t timestampMs) {
@@ -90,6 +109,12 @@ void VideoPipeline::queueMetadata(std::int64_t timestampMs) {
     Metadata record = std::exchange(pendingMetadata_, Metadata{});
     record.timestampMs = timestampMs;
     metadata_->pushReplacing(record);
+}
+
+void VideoPipeline::drain() {
+    if (decoder_ && rules_.drains) {
+        packets_->push(std::make_shared<ff_wrap::Packet>(), details::Blocking::Yes);
+    }
 }
 
 void VideoPipeline::close() {

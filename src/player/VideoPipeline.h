@@ -8,7 +8,9 @@
 #include "records/Metadata.h"
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
+#include <optional>
 
 struct AVCodecParameters;
 
@@ -21,7 +23,7 @@ public:
     enum class PushResult { NotOpened, Full, Ended, Pushed };
 
     VideoPipeline(std::shared_ptr<VideoHandler> handler, std::shared_ptr<VideoState> state,
-                  base::Clock& clock);
+                  base::Clock& clock, DecodeRules rules = {});
 
     /// Starts the output.
     void start(std::chrono::seconds firstTimeout, std::chrono::seconds nextTimeout);
@@ -34,11 +36,16 @@ public:
     /// "VideoPipeline::open second call", and what ff_wrap::Decoder throws.
     void open(const AVCodecParameters* parameters);
 
-    /// Makes the packet's decode time stamp (milliseconds) monotonic and queues it.
+    /// Makes the packet's decode time stamp (milliseconds) monotonic, moves its presentation time with it,
+    /// and queues it.
     PushResult push(const std::shared_ptr<ff_wrap::Packet>& packet, details::Blocking blocking);
 
     /// Tied to the next video packet that is pushed; replaces a record that still waits for one.
     void setPendingMetadata(const Metadata& metadata) { pendingMetadata_ = metadata; }
+
+    /// The end of a stream behind which the pipeline stays open: the decoder gives away what it holds, where
+    /// the rules ask for that.
+    void drain();
 
     /// No more input: what is queued plays out, then both threads end.
     void close();
@@ -47,8 +54,13 @@ public:
 
 private:
     void makeMonotonic(ff_wrap::Packet& packet);
+    /// Publishes the packet's time, which is returned.
+    std::int64_t publishTime(const ff_wrap::Packet& packet);
     void queueMetadata(std::int64_t timestampMs);
 
+    const DecodeRules rules_;
+    std::optional<std::int64_t> lastDtsMs_; ///< of the newest packet
+    bool isFirst_ = true;                   ///< no packet has been pushed
     const std::shared_ptr<VideoState> state_;
     Metadata pendingMetadata_;
     const std::shared_ptr<MetadataQueue> metadata_;

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "records/Options.h"
+
+namespace ko_player {
+
+/// What a pipeline does with time stamps and with its last frames: the part of a reading that lies behind the
+/// FLV reader, and that local files have as well.
+struct DecodeRules {
+    /// Pictures and sound go by their presentation times. Otherwise by their decode times, raised from 0 on
+    /// where they do not increase.
+    bool presentationTimes = false;
+    /// At the end of the input the decoder gives away what it still holds.
+    bool drains = false;
+};
+
+[[nodiscard]] constexpr DecodeRules decodeRulesOf(FlvReading reading) noexcept {
+    const bool isStandard = reading == FlvReading::Standard;
+    return {.presentationTimes = isStandard, .drains = isStandard};
+}
+
+} // namespace ko_player
