@@ -23,16 +23,16 @@ constexpr std::uint64_t kPacketsPerLogLine = 1000;
 constexpr std::uint64_t kStereoDownmix = AV_CH_STEREO_LEFT | AV_CH_STEREO_RIGHT;
 static_assert(kStereoDownmix == 0x60000000);
 
-AudioParams inputParams(const AVCodecContext& context) {
-    const std::uint64_t contextLayout = ff_wrap::maskOf(context.ch_layout);
+AudioParams inputParams(int format, int sampleRate, const AVChannelLayout& layout) {
+    const std::uint64_t mask = ff_wrap::maskOf(layout);
     AudioParams in;
-    in.format = context.sample_fmt;
-    in.sampleRate = context.sample_rate;
-    in.channels = context.ch_layout.nb_channels;
-    in.channelLayout = contextLayout != 0 && ff_wrap::channelsOfMask(contextLayout) == in.channels
-                           ? contextLayout
+    in.format = format;
+    in.sampleRate = sampleRate;
+    in.channels = layout.nb_channels;
+    in.channelLayout = mask != 0 && ff_wrap::channelsOfMask(mask) == in.channels
+                           ? mask
                            : ff_wrap::defaultLayoutMask(in.channels);
-    if (in.channelLayout != contextLayout) {
+    if (in.channelLayout != mask) {
         in.channelLayout &= ~kStereoDownmix;
         in.channels = ff_wrap::channelsOfMask(in.channelLayout);
     }
@@ -52,8 +52,13 @@ bool AudioPipeline::open(const AVCodecParameters* parameters) {
         throw std::logic_error("AudioPipeline::open second call");
     }
     auto decoder = std::make_unique<ff_wrap::Decoder>(parameters, kMilliseconds);
+    const AVCodecContext& context = *decoder->context();
+    const AudioParams in =
+        rules_.exactSoundParameters
+            ? inputParams(context.sample_fmt, parameters->sample_rate, parameters->ch_layout)
+            : inputParams(context.sample_fmt, context.sample_rate, context.ch_layout);
     AudioParams out;
-    if (!getOutParams(inputParams(*decoder->context()), out)) {
+    if (!getOutParams(in, out)) {
         return false;
     }
     const auto format = static_cast<AVSampleFormat>(out.format);

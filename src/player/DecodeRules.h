@@ -12,11 +12,14 @@ struct DecodeRules {
     bool presentationTimes = false;
     /// At the end of the input the decoder gives away what it still holds.
     bool drains = false;
+    /// The parameters that announce sound are what its frames will be. Otherwise the opened decoder is asked,
+    /// which may know less.
+    bool exactSoundParameters = false;
 };
 
 [[nodiscard]] constexpr DecodeRules decodeRulesOf(FlvReading reading) noexcept {
     const bool isStandard = reading == FlvReading::Standard;
-    return {.presentationTimes = isStandard, .drains = isStandard};
+    return {.presentationTimes = isStandard, .drains = isStandard, .exactSoundParameters = isStandard};
 }
 
 } // namespace ko_player

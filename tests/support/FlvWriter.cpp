@@ -116,6 +116,22 @@ AmfValue AmfValue::raw(std::uint8_t type, std::span<const std::uint8_t> payload)
     return AmfValue(std::move(bytes));
 }
 
+std::string fourCcOf(VideoCodec codec) {
+    switch (codec) {
+    case VideoCodec::Avc:
+        return "avc1";
+    case VideoCodec::Hevc:
+        return "hvc1";
+    case VideoCodec::Av1:
+        return "av01";
+    case VideoCodec::Vp8:
+        return "vp08";
+    case VideoCodec::Vp9:
+        return "vp09";
+    }
+    return {};
+}
+
 std::vector<std::uint8_t> scriptBody(std::string_view name, const AmfValue::Properties& properties) {
     Bytes body = typed(2, name, 2);
     append(body, AmfValue::ecmaArray(properties).bytes());
@@ -160,6 +176,27 @@ FlvWriter& FlvWriter::audio(std::uint32_t timestampMs, std::uint8_t headerByte,
 FlvWriter& FlvWriter::aac(std::uint32_t timestampMs, std::uint8_t aacPacketType,
                           std::span<const std::uint8_t> payload, std::uint8_t headerByte) {
     Bytes body{headerByte, aacPacketType};
+    append(body, payload);
+    return tag(kAudioTag, timestampMs, body);
+}
+
+FlvWriter& FlvWriter::enhancedVideo(std::uint32_t timestampMs, std::string_view fourCc, bool keyFrame,
+                                    std::uint8_t packetType, std::span<const std::uint8_t> payload,
+                                    std::int32_t compositionTimeMs) {
+    const unsigned frameType = keyFrame ? 1 : 2;
+    Bytes body{static_cast<std::uint8_t>(0x80U | frameType << 4U | packetType)};
+    append(body, fourCc);
+    if (packetType == kFrames && (fourCc == "avc1" || fourCc == "hvc1")) {
+        append(body, static_cast<std::uint32_t>(compositionTimeMs), 3);
+    }
+    append(body, payload);
+    return tag(kVideoTag, timestampMs, body);
+}
+
+FlvWriter& FlvWriter::enhancedAudio(std::uint32_t timestampMs, std::string_view fourCc,
+                                    std::uint8_t packetType, std::span<const std::uint8_t> payload) {
+    Bytes body{static_cast<std::uint8_t>(0x90U | packetType)};
+    append(body, fourCc);
     append(body, payload);
     return tag(kAudioTag, timestampMs, body);
 }

@@ -46,8 +46,11 @@ private:
 [[nodiscard]] std::vector<std::uint8_t> scriptBody(std::string_view name,
                                                    const AmfValue::Properties& properties);
 
-/// The CodecID of FLV video tags.
-enum class VideoCodec : std::uint8_t { Avc = 7, Hevc = 12 };
+/// The CodecID of FLV video tags; the last two have none, only a FourCC.
+enum class VideoCodec : std::uint8_t { Avc = 7, Hevc = 12, Av1 = 13, Vp8 = 0xF8, Vp9 = 0xF9 };
+
+/// What enhanced tags name the codec.
+[[nodiscard]] std::string fourCcOf(VideoCodec codec);
 
 /// Composes an FLV stream in memory: right by default, wrong where a test asks for it. Every tag is followed
 /// at once by its back-pointer, so the bytes can be handed out piece by piece while a live stream goes on.
@@ -59,6 +62,7 @@ public:
     static constexpr std::uint8_t kSequenceHeader = 0; ///< AVCPacketType and AACPacketType
     static constexpr std::uint8_t kFrames = 1;         ///< AVCPacketType (NAL units) and AACPacketType (raw)
     static constexpr std::uint8_t kEndOfSequence = 2;  ///< AVCPacketType
+    static constexpr std::uint8_t kFramesX = 3; ///< VideoPacketType of enhanced tags: no composition time
 
     /// The file header, zeros up to `dataOffset`, and the back-pointer 0.
     FlvWriter& header(std::uint8_t flags = 0x05, std::uint32_t dataOffset = 9, std::uint8_t version = 1);
@@ -77,6 +81,13 @@ public:
 
     FlvWriter& aac(std::uint32_t timestampMs, std::uint8_t aacPacketType,
                    std::span<const std::uint8_t> payload, std::uint8_t headerByte = 0xAF);
+
+    /// Enhanced tags of one track. A composition time is written for those packet types that have one.
+    FlvWriter& enhancedVideo(std::uint32_t timestampMs, std::string_view fourCc, bool keyFrame,
+                             std::uint8_t packetType, std::span<const std::uint8_t> payload,
+                             std::int32_t compositionTimeMs = 0);
+    FlvWriter& enhancedAudio(std::uint32_t timestampMs, std::string_view fourCc, std::uint8_t packetType,
+                             std::span<const std::uint8_t> payload);
 
     /// An onMetaData script tag.
     FlvWriter& metadata(std::uint32_t timestampMs, const AmfValue::Properties& properties);

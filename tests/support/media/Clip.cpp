@@ -74,7 +74,8 @@ Clip readClip(const std::filesystem::path& file, const ClipSpec& spec) {
         const AVStream* stream = input->streams[i];
         if (stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) {
             clip.videoConfig = extradata(stream);
-        } else if (stream->codecpar->codec_id == AV_CODEC_ID_AAC) {
+        } else if (spec.audio == AudioCodec::Aac || spec.audio == AudioCodec::Opus ||
+                   spec.audio == AudioCodec::Flac) {
             clip.audioConfig = extradata(stream);
         }
     }
@@ -94,7 +95,9 @@ Clip readClip(const std::filesystem::path& file, const ClipSpec& spec) {
     if (spec.audio == AudioCodec::ALaw || spec.audio == AudioCodec::MuLaw) {
         clip.audio = cutIntoBlocks(clip.audio, spec);
     }
-    if (clip.videoConfig.empty() || clip.video.size() != static_cast<std::size_t>(spec.frames) ||
+    const bool hasConfig = spec.codec != VideoCodec::Vp8 && spec.codec != VideoCodec::Vp9;
+    if ((hasConfig && clip.videoConfig.empty()) ||
+        clip.video.size() != static_cast<std::size_t>(spec.frames) ||
         clip.audio.empty() != (spec.audio == AudioCodec::None)) {
         throw std::runtime_error("readClip: " + file.string() + " does not hold what was asked for");
     }

@@ -9,7 +9,7 @@
 
 namespace mediaworker::test {
 
-enum class AudioCodec { None, Aac, Mp3, ALaw, MuLaw };
+enum class AudioCodec { None, Aac, Mp3, ALaw, MuLaw, Opus, Flac, Ac3, Eac3 };
 
 /// What to encode: numbered test pictures and, if asked for, a steady tone of the same length.
 struct ClipSpec {
@@ -39,7 +39,7 @@ struct ClipSpec {
 };
 
 struct ClipPacket {
-    std::vector<std::uint8_t> bytes; ///< video: NAL units with 4-byte lengths; audio: one frame
+    std::vector<std::uint8_t> bytes; ///< video: NAL units with 4-byte lengths, or one frame; audio: one frame
     std::int64_t dtsMs = 0;
     std::int64_t ptsMs = 0;
     bool isKey = false;
@@ -48,8 +48,8 @@ struct ClipPacket {
 /// An encoded clip, in memory. The first decode time stamp is 0.
 struct Clip {
     ClipSpec spec;
-    std::vector<std::uint8_t> videoConfig; ///< avcC or hvcC
-    std::vector<std::uint8_t> audioConfig; ///< AudioSpecificConfig; empty but for AAC
+    std::vector<std::uint8_t> videoConfig; ///< avcC, hvcC or av1C; empty for VP8 and VP9
+    std::vector<std::uint8_t> audioConfig; ///< AudioSpecificConfig, OpusHead or STREAMINFO; empty for others
     std::vector<ClipPacket> video;         ///< in decode order
     std::vector<ClipPacket> audio;
 
@@ -63,7 +63,8 @@ struct Clip {
 /// at once; one encodes, the others wait. Throws std::runtime_error when ffmpeg fails.
 [[nodiscard]] Clip encode(const ClipSpec& spec);
 
-/// The file behind `encode`, for players that want a file: a QuickTime container.
+/// The file behind `encode`, for players that want a file: a QuickTime container or one
+/// that takes the codecs.
 [[nodiscard]] std::filesystem::path encodedFile(const ClipSpec& spec);
 
 /// Reads a file of ours through libavformat. Throws std::runtime_error when it is not as `spec` says.

@@ -45,7 +45,46 @@ std::filesystem::path cacheFolder() {
     return folder;
 }
 
+/// The encoders of the newer codecs, as fast as they go.
+std::vector<std::string> newerVideoArguments(const ClipSpec& spec) {
+    const std::string gop = std::to_string(spec.gop);
+    if (spec.codec == VideoCodec::Av1) {
+        return {"-c:v",     "libsvtav1", "-preset",        "12",  "-g", gop, "-crf", "40",
+                "-pix_fmt", "yuv420p",   "-svtav1-params", "lp=2"};
+    }
+    return {"-c:v",
+            spec.codec == VideoCodec::Vp9 ? "libvpx-vp9" : "libvpx",
+            "-deadline",
+            "realtime",
+            "-cpu-used",
+            "8",
+            "-lag-in-frames",
+            "0",
+            "-g",
+            gop,
+            "-b:v",
+            "500k",
+            "-pix_fmt",
+            "yuv420p"};
+}
+
+bool isNewer(VideoCodec codec) {
+    return codec != VideoCodec::Avc && codec != VideoCodec::Hevc;
+}
+
+/// QuickTime where it can hold the streams, since it writes nothing of its own into them.
+std::string containerOf(const ClipSpec& spec) {
+    if (spec.codec == VideoCodec::Vp8) {
+        return "matroska";
+    }
+    const bool isPlain = !isNewer(spec.codec) && spec.audio <= AudioCodec::MuLaw;
+    return isPlain ? "mov" : "mp4";
+}
+
 std::vector<std::string> videoArguments(const ClipSpec& spec) {
+    if (isNewer(spec.codec)) {
+        return newerVideoArguments(spec);
+    }
     const bool isHevc = spec.codec == VideoCodec::Hevc;
     std::vector<std::string> result = {
         "-c:v", isHevc ? "libx265" : "libx264", "-preset", spec.preset,
@@ -100,6 +139,14 @@ std::vector<std::string> audioArguments(const ClipSpec& spec) {
         return {"-c:a", "pcm_alaw"};
     case AudioCodec::MuLaw:
         return {"-c:a", "pcm_mulaw"};
+    case AudioCodec::Opus:
+        return {"-c:a", "libopus", "-b:a", "96k"};
+    case AudioCodec::Flac:
+        return {"-c:a", "flac", "-strict", "experimental"};
+    case AudioCodec::Ac3:
+        return {"-c:a", "ac3", "-b:a", "192k"};
+    case AudioCodec::Eac3:
+        return {"-c:a", "eac3", "-b:a", "192k"};
     case AudioCodec::None:
         break;
     }
@@ -124,7 +171,7 @@ void runEncoder(const ClipSpec& spec, const std::filesystem::path& target) {
     }
     add(videoArguments(spec));
     add(audioArguments(spec));
-    add({"-f", "mov", target.string()});
+    add({"-f", containerOf(spec), target.string()});
 
     const TemporaryFolder folder;
     ChildProcess ffmpeg({.command = command, .errors = folder / "err", .hasInput = true});

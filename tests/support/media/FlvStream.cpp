@@ -16,9 +16,57 @@ unsigned soundFormat(AudioCodec codec) {
         return 8;
     case AudioCodec::Aac:
     case AudioCodec::None:
+        return 10;
+    default:
         break;
     }
-    return 10;
+    return 9; // enhanced
+}
+
+std::string fourCcOf(AudioCodec codec) {
+    switch (codec) {
+    case AudioCodec::Aac:
+        return "mp4a";
+    case AudioCodec::Mp3:
+        return ".mp3";
+    case AudioCodec::Opus:
+        return "Opus";
+    case AudioCodec::Flac:
+        return "fLaC";
+    case AudioCodec::Ac3:
+        return "ac-3";
+    case AudioCodec::Eac3:
+        return "ec-3";
+    default:
+        return {};
+    }
+}
+
+int numberOf(const std::string& fourCc) {
+    int number = 0;
+    for (const char c : fourCc) {
+        number = number << 8 | static_cast<unsigned char>(c);
+    }
+    return number;
+}
+
+bool isEnhanced(VideoCodec codec, const FlvOptions& options) {
+    return options.isEnhanced || (codec != VideoCodec::Avc && codec != VideoCodec::Hevc);
+}
+
+bool isEnhanced(AudioCodec codec, const FlvOptions& options) {
+    const bool isG711 = codec == AudioCodec::ALaw || codec == AudioCodec::MuLaw;
+    return !isG711 && (options.isEnhanced || soundFormat(codec) == 9);
+}
+
+/// The configuration in the form of an enhanced tag.
+std::vector<std::uint8_t> enhancedConfig(const Clip& clip) {
+    if (clip.spec.audio != AudioCodec::Flac) {
+        return clip.audioConfig;
+    }
+    std::vector<std::uint8_t> config{'f', 'L', 'a', 'C', 0x80, 0, 0, 34}; // last block: STREAMINFO
+    config.insert(config.end(), clip.audioConfig.begin(), clip.audioConfig.end());
+    return config;
 }
 
 unsigned soundRate(const ClipSpec& spec) {
@@ -34,14 +82,18 @@ AmfValue::Properties describe(const Clip& clip, const FlvOptions& options) {
                                    {"width", spec.widthPx},
                                    {"height", spec.heightPx},
                                    {"framerate", spec.fps},
-                                   {"videocodecid", static_cast<int>(spec.codec)}};
+                                   {"videocodecid", isEnhanced(spec.codec, options)
+                                                        ? numberOf(fourCcOf(spec.codec))
+                                                        : static_cast<int>(spec.codec)}};
     if (options.hasAudio && spec.audio != AudioCodec::None) {
         const std::uint8_t headerByte = options.audioHeaderByte.value_or(audioHeaderByteOf(spec));
-        result.insert(result.end(), {{"audiocodecid", static_cast<int>(headerByte)},
-                                     {"audiosamplerate", spec.sampleRate},
-                                     {"audiosamplesize", 16},
-                                     {"audiochannels", spec.channels},
-                                     {"stereo", spec.channels == 2}});
+        result.insert(result.end(),
+                      {{"audiocodecid", isEnhanced(spec.audio, options) ? numberOf(fourCcOf(spec.audio))
+                                                                        : static_cast<int>(headerByte)},
+                       {"audiosamplerate", spec.sampleRate},
+                       {"audiosamplesize", 16},
+                       {"audiochannels", spec.channels},
+                       {"stereo", spec.channels == 2}});
     }
     for (const auto& added : options.metadata) {
         std::erase_if(result, [&](const auto& property) { return property.first == added.first; });
@@ -78,13 +130,7 @@ public:
         const bool hasAudio = options_.hasAudio && !clip.audio.empty();
         // The same clip again needs no new configuration: nothing has changed for the decoder.
         if (options_.hasSequenceHeaders && previous != &clip) {
-            writer_.video(stamp(startMs_), clip.spec.codec, true, FlvWriter::kSequenceHeader,
-                          clip.videoConfig);
-            take(startMs_, PieceKind::Config);
-            if (hasAudio && !clip.audioConfig.empty()) {
-                writer_.aac(stamp(startMs_), FlvWriter::kSequenceHeader, clip.audioConfig, audioHeader);
-                take(startMs_, PieceKind::Config);
-            }
+            addConfig(clip, hasAudio, audioHeader);
         }
         auto audio = clip.audio.begin();
         for (const ClipPacket& picture : clip.video) {
@@ -128,18 +174,49 @@ private:
         }
     }
 
+    void addConfig(const Clip& clip, bool hasAudio, std::uint8_t audioHeader) {
+        const ClipSpec& spec = clip.spec;
+        if (isEnhanced(spec.codec, options_)) {
+            writer_.enhancedVideo(stamp(startMs_), fourCcOf(spec.codec), true, FlvWriter::kSequenceHeader,
+                                  clip.videoConfig);
+        } else {
+            writer_.video(stamp(startMs_), spec.codec, true, FlvWriter::kSequenceHeader, clip.videoConfig);
+        }
+        take(startMs_, PieceKind::Config);
+        if (!hasAudio || clip.audioConfig.empty()) {
+            return;
+        }
+        if (isEnhanced(spec.audio, options_)) {
+            writer_.enhancedAudio(stamp(startMs_), fourCcOf(spec.audio), FlvWriter::kSequenceHeader,
+                                  enhancedConfig(clip));
+        } else {
+            writer_.aac(stamp(startMs_), FlvWriter::kSequenceHeader, clip.audioConfig, audioHeader);
+        }
+        take(startMs_, PieceKind::Config);
+    }
+
     void addPicture(const Clip& clip, const ClipPacket& packet) {
         const std::int64_t ms = startMs_ + packet.dtsMs;
         addMetadataUpTo(ms);
         const auto composition = static_cast<std::int32_t>(packet.ptsMs - packet.dtsMs);
-        writer_.video(stamp(ms), clip.spec.codec, packet.isKey, FlvWriter::kFrames, packet.bytes,
-                      options_.hasCompositionTimes ? composition : 0);
+        const std::int32_t written = options_.hasCompositionTimes ? composition : 0;
+        if (isEnhanced(clip.spec.codec, options_)) {
+            // As writers do it: the shorter form where a composition time would say nothing.
+            const bool isShort = written == 0 && clip.spec.codec <= VideoCodec::Hevc;
+            writer_.enhancedVideo(stamp(ms), fourCcOf(clip.spec.codec), packet.isKey,
+                                  isShort ? FlvWriter::kFramesX : FlvWriter::kFrames, packet.bytes, written);
+        } else {
+            writer_.video(stamp(ms), clip.spec.codec, packet.isKey, FlvWriter::kFrames, packet.bytes,
+                          written);
+        }
         take(ms, PieceKind::Video, packet.isKey);
     }
 
     void addSound(const Clip& clip, const ClipPacket& packet, std::uint8_t headerByte) {
         const std::int64_t ms = startMs_ + packet.dtsMs;
-        if (clip.spec.audio == AudioCodec::Aac) {
+        if (isEnhanced(clip.spec.audio, options_)) {
+            writer_.enhancedAudio(stamp(ms), fourCcOf(clip.spec.audio), FlvWriter::kFrames, packet.bytes);
+        } else if (clip.spec.audio == AudioCodec::Aac) {
             writer_.aac(stamp(ms), FlvWriter::kFrames, packet.bytes, headerByte);
         } else {
             writer_.audio(stamp(ms), headerByte, packet.bytes);

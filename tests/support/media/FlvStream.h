@@ -34,6 +34,8 @@ struct FlvOptions {
     bool hasSequenceHeaders = true;
     bool hasAudio = true;
     bool hasCompositionTimes = true;
+    /// Enhanced tags for the codecs that have none of FLV's own numbers, or for all but G.711.
+    bool isEnhanced = false;
     bool endOfSequence = false;                  ///< a video tag of packet type 2 at the end
     std::optional<std::uint8_t> audioHeaderByte; ///< otherwise as the clip's sound asks for
     std::optional<std::uint8_t> headerFlags;
