@@ -88,6 +88,18 @@ CodecName audioCodecNamed(std::uint32_t soundFormat) {
     return find(kAudioCodecs, soundFormat);
 }
 
+std::string codecName(AVCodecID codec) {
+    for (const std::span<const Entry> codecs :
+         {std::span<const Entry>(kVideoCodecs), std::span<const Entry>(kAudioCodecs)}) {
+        const auto found = std::find_if(codecs.begin(), codecs.end(),
+                                        [codec](const Entry& entry) { return entry.codec == codec; });
+        if (found != codecs.end()) {
+            return found->name;
+        }
+    }
+    return "codec " + std::to_string(static_cast<int>(codec));
+}
+
 std::uint32_t codecIdOfMetadata(std::int64_t value) {
     constexpr std::int64_t kLargestHeaderByte = 0xFF;
     if (value < 0 || value > std::numeric_limits<std::uint32_t>::max()) {

@@ -30,6 +30,9 @@ struct CodecName {
 /// The codec of a tag by its SoundFormat, or FourCC.
 [[nodiscard]] CodecName audioCodecNamed(std::uint32_t soundFormat);
 
+/// The name for people; by number where it has none here.
+[[nodiscard]] std::string codecName(AVCodecID codec);
+
 /// What "videocodecid" or "audiocodecid" stand for: a tag's number, a FourCC, or the whole header byte of a
 /// tag, with the number of the sound's codec in its upper half. Nothing that makes sense gives 0.
 [[nodiscard]] std::uint32_t codecIdOfMetadata(std::int64_t value);

@@ -8,6 +8,7 @@
 #include "flv/CodecConfig.h"
 #include "flv/CodecMapping.h"
 #include "flv/FillPacket.h"
+#include "flv/SeiFilter.h"
 
 extern "C" {
 #include <libavcodec/codec_par.h>
@@ -127,8 +128,8 @@ void PacketIntake::countUndecodable(const std::string& name) {
 
 void PacketIntake::compare(AVCodecID inMetadata, AVCodecID inPackets) {
     if (inMetadata != AV_CODEC_ID_NONE && inMetadata != inPackets) {
-        base::logAt("ko_player::FlvHandler", "codec in metadata: ", codecLogName(inMetadata),
-                    ", in packets, which count: ", codecLogName(inPackets));
+        base::logAt("ko_player::PacketIntake", "codec in metadata: ", codecName(inMetadata),
+                    ", in packets, which count: ", codecName(inPackets));
     }
 }
 
@@ -147,6 +148,9 @@ Verdict VideoIntake::take(const flv::VideoPacket& packet, const MetaInfo& metada
         static_cast<void>(takeConfig(codec, payloadOf(packet), sideData));
         return Verdict::Drop;
     }
+    if (holdsNoPicture(codec, payloadOf(packet), nalLengthSize(codec, config_))) {
+        return Verdict::Drop;
+    }
     if (announced() != AV_CODEC_ID_NONE) {
         return Verdict::Pass;
     }
@@ -160,6 +164,7 @@ Verdict VideoIntake::take(const flv::VideoPacket& packet, const MetaInfo& metada
     compare(metadata.videoCodec, codec);
     describe(packet, codec, metadata, *parameters);
     announce(codec);
+    base::logAt("ko_player::VideoIntake", "pictures: ", name, ", configuration: ", config_.size(), " bytes");
     return Verdict::AnnounceAndPass;
 }
 
@@ -201,6 +206,9 @@ Verdict AudioIntake::take(const flv::AudioPacket& packet, const MetaInfo& metada
     }
     compare(metadata.audioCodec, codec);
     announce(codec);
+    base::logAt("ko_player::AudioIntake", "sound: ", name, ", ", parameters->sample_rate,
+                " Hz, channels: ", parameters->ch_layout.nb_channels, ", configuration: ", config_.size(),
+                " bytes");
     return Verdict::AnnounceAndPass;
 }
 

@@ -48,7 +48,7 @@ PresentationClock::Release PresentationClock::next(std::int64_t ptsMs, std::int6
         showTime_ = frameTime_;
         release.mustWait = true;
     } else {
-        const bool hurry = newestPushedMs - kHurryBacklogMs > ptsMs; // newestPushedMs is never negative
+        const bool hurry = base::subtractSaturated(newestPushedMs, kHurryBacklogMs) > ptsMs;
         const auto spacingMs =
             static_cast<std::int64_t>(static_cast<double>(deltaMs) * (hurry ? kHurryFactor : 1.0));
         const base::TimePoint candidate = showTime_ + milliseconds(spacingMs);

@@ -160,7 +160,8 @@ void VideoOutput::syncTime(std::int64_t ptsMs) {
 
 void VideoOutput::deliverMetadata(std::int64_t ptsMs) {
     const auto isDue = [ptsMs](const Metadata& record) { return record.timestampMs <= ptsMs; };
-    while (const std::optional<Metadata> record = metadata_->tryPopIf(isDue)) {
+    // Not only from the front: records come with the packets, which are not in the order of the pictures.
+    while (const std::optional<Metadata> record = metadata_->tryTakeFirst(isDue)) {
         if (!handler_) {
             continue;
         }

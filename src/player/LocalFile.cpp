@@ -33,13 +33,15 @@ std::int64_t toMilliseconds(std::int64_t timestamp, AVRational timeBase) {
     return base::toInt64Saturated(seconds * (static_cast<double>(timestamp) * 1000.0));
 }
 
-void rescaleToMilliseconds(AVPacket& packet, AVRational timeBase) {
+void rescaleToMilliseconds(AVPacket& packet, AVRational timeBase, const DecodeRules& rules) {
     if (timeBase.num == 1 && timeBase.den == 1000) {
         return;
     }
-    if (packet.dts != AV_NOPTS_VALUE) {
+    const bool hasDecodeTime = packet.dts != AV_NOPTS_VALUE;
+    if (hasDecodeTime) {
         packet.dts = toMilliseconds(packet.dts, timeBase);
-    } else if (packet.pts != AV_NOPTS_VALUE) {
+    }
+    if (packet.pts != AV_NOPTS_VALUE && (rules.presentationTimes || !hasDecodeTime)) {
         packet.pts = toMilliseconds(packet.pts, timeBase);
     }
 }
@@ -78,13 +80,14 @@ void Player::playFile(const char* path) {
         }
     }
 
+    const DecodeRules rules = decodeRulesOf(options_.flv);
     for (ff_wrap::Packet packet; lib.av_read_frame(opened, packet.get()) >= 0;
          ff_wrap::avcodec().av_packet_unref(packet.get())) {
         // The audio pipeline is opened but gets nothing here: a local file shows its pictures only.
         if (packet->stream_index != videoStream) {
             continue;
         }
-        rescaleToMilliseconds(*packet.get(), opened->streams[videoStream]->time_base);
+        rescaleToMilliseconds(*packet.get(), opened->streams[videoStream]->time_base, rules);
         auto queued = std::make_shared<ff_wrap::Packet>();
         if (ff_wrap::avcodec().av_packet_ref(queued->get(), packet.get()) < 0) {
             throw std::bad_alloc();
@@ -92,6 +95,8 @@ void Player::playFile(const char* path) {
         const std::lock_guard lock(mutex_);
         pushVideo(queued);
     }
+    const std::lock_guard lock(mutex_);
+    video_.drain();
 }
 
 } // namespace ko_player

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "player/DecodeRules.h"
 #include "player/Player.h"
 
 #include <cstdint>
@@ -15,8 +16,8 @@ namespace ko_player {
 [[nodiscard]] std::int64_t toMilliseconds(std::int64_t timestamp, AVRational timeBase);
 
 /// Gives a packet's decode time stamp in milliseconds or, where it has none, its presentation time stamp;
-/// only one of the two is converted.
-void rescaleToMilliseconds(AVPacket& packet, AVRational timeBase);
+/// only one of the two is converted unless the rules want presentation times.
+void rescaleToMilliseconds(AVPacket& packet, AVRational timeBase, const DecodeRules& rules = {});
 
 /// The input context of a local file. It lives as long as the player, because the decoders may still work on
 /// what it delivered after the last packet was read.

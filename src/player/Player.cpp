@@ -1,6 +1,8 @@
 #include "player/Player.h"
 
 #include "base/Log.h"
+#include "ffmpeg/StreamProbe.h"
+#include "flv/CodecMapping.h"
 #include "player/BufferWatcher.h"
 #include "player/LocalFile.h"
 
@@ -91,6 +93,11 @@ void Player::stop() {
 }
 
 void Player::startVideo(const AVCodecParameters* parameters) {
+    // The strict reading ends the stream at such a codec, with FFmpeg's reason.
+    if (options_.flv == FlvReading::Standard && !ff_wrap::hasDecoder(parameters->codec_id)) {
+        base::logLine("pictures unavailable: ", codecName(parameters->codec_id), ": no decoder");
+        return;
+    }
     video_.open(parameters);
 }
 

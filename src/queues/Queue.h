@@ -2,6 +2,7 @@
 
 #include "base/Clock.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -62,6 +63,21 @@ public:
             return std::nullopt;
         }
         return takeFrontLocked();
+    }
+
+    /// Takes the first element for which `predicate` holds, wherever it stands, if the queue is not closed.
+    /// The predicate is called under the queue's lock.
+    template <class Predicate>
+    [[nodiscard]] std::optional<T> tryTakeFirst(Predicate predicate) {
+        const std::lock_guard lock(mutex_);
+        const auto found = std::find_if(elements_.begin(), elements_.end(), predicate);
+        if (closed_ || found == elements_.end()) {
+            return std::nullopt;
+        }
+        std::optional<T> element(std::move(*found));
+        elements_.erase(found);
+        spaceFreed_.notify_all();
+        return element;
     }
 
     /// Waits until there is an element; nothing once the queue is closed, or aborted and drained.

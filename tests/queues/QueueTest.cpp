@@ -93,6 +93,21 @@ TEST(Queue, TakesTheFrontOnlyIfItSuits) {
     EXPECT_EQ(queue.tryPopIf(small), 1);
 }
 
+TEST(Queue, TakesTheFirstThatSuitsFromAnywhere) {
+    Queue<int> queue(4);
+    for (const int element : {5, 1, 2, 6}) {
+        queue.pushReplacing(element);
+    }
+    const auto small = [](int element) { return element < 3; };
+    EXPECT_EQ(queue.tryTakeFirst(small), 1);
+    EXPECT_EQ(queue.tryTakeFirst(small), 2);
+    EXPECT_EQ(queue.tryTakeFirst(small), std::nullopt);
+    EXPECT_EQ(queue.tryPop(), 5) << "the others stay in order";
+    queue.pushReplacing(1);
+    queue.close();
+    EXPECT_EQ(queue.tryTakeFirst(small), std::nullopt);
+}
+
 TEST(Queue, AWaitEndsAtItsDeadline) {
     ManualClock clock;
     Queue<int> queue(1);
