@@ -32,6 +32,24 @@ Bytes flacStreamInfo(Bytes config) {
     return config.size() >= kStreamInfoSize ? config.first(kStreamInfoSize) : Bytes{};
 }
 
+/// The bits that are always set in a record, where it has them.
+struct ReservedBits {
+    std::size_t at;
+    std::uint8_t mask;
+};
+constexpr std::array<ReservedBits, 2> kAvcReserved{{{4, 0xFC}, {5, 0xE0}}};
+constexpr std::array<ReservedBits, 5> kHevcReserved{
+    {{13, 0xF0}, {15, 0xFC}, {16, 0xFC}, {17, 0xF8}, {18, 0xF8}}};
+
+bool hasForm(AVCodecID codec, Bytes config) {
+    const auto reserved = codec == AV_CODEC_ID_HEVC ? std::span<const ReservedBits>(kHevcReserved)
+                                                    : std::span<const ReservedBits>(kAvcReserved);
+    const std::size_t smallest = codec == AV_CODEC_ID_HEVC ? kHevcNalLengthAt + 1 : kAvcNalLengthAt + 2;
+    return config.size() >= smallest &&
+           std::all_of(reserved.begin(), reserved.end(),
+                       [&](const ReservedBits& bits) { return (config[bits.at] & bits.mask) == bits.mask; });
+}
+
 bool hasStartCode(Bytes frame) {
     constexpr std::string_view kShort("\0\0\1", 3);
     constexpr std::string_view kLong("\0\0\0\1", 4);
@@ -69,6 +87,14 @@ std::vector<std::uint8_t> extradataOf(AVCodecID codec, Bytes config) {
         return {};
     }
     return {config.begin(), config.end()};
+}
+
+AVCodecID codecOfConfig(AVCodecID codec, Bytes config) {
+    if (codec != AV_CODEC_ID_H264 && codec != AV_CODEC_ID_HEVC) {
+        return codec;
+    }
+    const AVCodecID other = codec == AV_CODEC_ID_H264 ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264;
+    return !hasForm(codec, config) && hasForm(other, config) ? other : codec;
 }
 
 bool needsConfig(AVCodecID codec, Bytes frame) {

@@ -16,6 +16,10 @@ namespace ko_player {
 /// needs none, or where it is broken.
 [[nodiscard]] std::vector<std::uint8_t> extradataOf(AVCodecID codec, std::span<const std::uint8_t> config);
 
+/// The codec of a configuration of H.264 or H.265. There are servers that number all their tags alike: a
+/// record that has the other codec's form, and not that of `codec`, decides.
+[[nodiscard]] AVCodecID codecOfConfig(AVCodecID codec, std::span<const std::uint8_t> config);
+
 /// Whether the frame means nothing without a configuration.
 [[nodiscard]] bool needsConfig(AVCodecID codec, std::span<const std::uint8_t> frame);
 

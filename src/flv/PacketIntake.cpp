@@ -137,10 +137,23 @@ void PacketIntake::announce(AVCodecID codec) {
     announced_ = codec;
 }
 
+CodecName VideoIntake::codecOf(const flv::VideoPacket& packet) {
+    CodecName named = videoCodecNamed(packet.codecId);
+    if (packet.isSequenceHeader) {
+        const AVCodecID codec = codecOfConfig(named.codec, payloadOf(packet));
+        misnumbered_ = codec != named.codec ? packet.codecId : 0;
+        misnumberedCodec_ = codec;
+    }
+    if (misnumbered_ != 0 && packet.codecId == misnumbered_) {
+        named = {misnumberedCodec_, codecName(misnumberedCodec_)};
+    }
+    return named;
+}
+
 Verdict VideoIntake::take(const flv::VideoPacket& packet, const MetaInfo& metadata,
                           const ff_wrap::LazyCodecParameters& parameters,
                           std::vector<std::uint8_t>& sideData) {
-    const auto [codec, name] = videoCodecNamed(packet.codecId);
+    const auto [codec, name] = codecOf(packet);
     if (!isPlayable(codec, name)) {
         return Verdict::Drop;
     }

@@ -2,6 +2,7 @@
 
 #include "ffmpeg/CodecParameters.h"
 #include "ffmpeg/Packet.h"
+#include "flv/CodecMapping.h"
 #include "flv/FlvPackets.h"
 #include "flv/MetaInfo.h"
 
@@ -74,8 +75,13 @@ public:
                                std::vector<std::uint8_t>& sideData);
 
 private:
+    /// The codec of a tag with that number, as far as a configuration has not shown another.
+    [[nodiscard]] CodecName codecOf(const flv::VideoPacket& packet);
     void describe(const flv::VideoPacket& packet, AVCodecID codec, const MetaInfo& metadata,
                   AVCodecParameters& parameters) const;
+
+    std::uint32_t misnumbered_ = 0; ///< the CodecID of tags that hold another codec
+    AVCodecID misnumberedCodec_ = AV_CODEC_ID_NONE;
 };
 
 /// Sound is announced with the first frame that was decoded on trial, since only that tells its sample rate

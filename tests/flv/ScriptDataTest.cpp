@@ -203,5 +203,131 @@ TEST(ScriptData, FailsWhereAValueIsCutOff) {
     EXPECT_THAT(read(start + Bytes{0xFF, 0xFF, 'b', 0, 0}).messages, IsEmpty());
 }
 
+// --- as common programs write it
+
+ScriptData readStandard(const Bytes& body) {
+    const ExactCopy copy(body);
+    return readScriptData(copy.span(), {.onlyPlainArrays = false});
+}
+
+/// The name, then a value of any type.
+Bytes message(const std::string& name, const AmfValue& value) {
+    return AmfValue(name).bytes() + value.bytes();
+}
+
+TEST(StandardScriptData, ReadsWhatThePlainReadingReads) {
+    for (const Bytes& body :
+         {scriptBody("onMetaData", {{"a", 2.5}, {"clip", AmfValue::movieClip("clip")}, {"b", -2.5}}),
+          scriptBody("onMetaData", {{"a", 1}}) + scriptBody("onMetaData", {{"b", 2}}),
+          scriptBody("onMetaData", {}), Bytes{}, Bytes{0, 0, 9}}) {
+        EXPECT_EQ(readStandard(body).messages, read(body).messages);
+        EXPECT_TRUE(readStandard(body).complete);
+    }
+}
+
+TEST(StandardScriptData, ReadsObjectsAndArraysWithAndWithoutTheCommand) {
+    const AmfValue::Properties properties{{"width", 640}, {"height", 480}};
+    const auto expected = ElementsAre(ElementsAre(Pair("width", 640), Pair("height", 480)));
+    for (const AmfValue& value : {AmfValue::object(properties), AmfValue::ecmaArray(properties)}) {
+        const Bytes plain = message("onMetaData", value);
+        EXPECT_THAT(readStandard(plain).messages, expected);
+        EXPECT_THAT(readStandard(AmfValue("@setDataFrame").bytes() + plain).messages, expected);
+        EXPECT_TRUE(readStandard(plain).complete);
+    }
+}
+
+TEST(StandardScriptData, StepsOverNestedValues) {
+    const AmfValue keyFrames = AmfValue::object(
+        {{"filepositions", AmfValue::strictArray({1, 2, 3})}, {"times", AmfValue::strictArray({0, 2, 4})}});
+    const Bytes typedObject = [] {
+        Bytes bytes{0, 3, 'a', 'b', 'c'}; // class name
+        const Bytes object = AmfValue::object({{"width", 1}}).bytes();
+        bytes.insert(bytes.end(), object.begin() + 1, object.end());
+        return bytes;
+    }();
+    const AmfValue::Properties properties{
+        {"width", 640},
+        {"keyframes", keyFrames},
+        {"array", AmfValue::ecmaArray({{"width", 1}, {"deep", keyFrames}})},
+        {"mixed", AmfValue::strictArray({1, "two", AmfValue::object({{"width", 3}}), AmfValue::null()})},
+        {"typed", AmfValue::raw(16, typedObject)},
+        {"xml", AmfValue::raw(15, Bytes{0, 0, 0, 2, 'x', 'y'})},
+        {"unsupported", AmfValue::raw(13)},
+        {"date", AmfValue::date(1)},
+        {"height", 480}};
+    for (const AmfValue& value : {AmfValue::object(properties), AmfValue::ecmaArray(properties)}) {
+        const ScriptData data = readStandard(message("onMetaData", value));
+        EXPECT_THAT(data.messages, ElementsAre(ElementsAre(Pair("width", 640), Pair("height", 480))));
+        EXPECT_TRUE(data.complete);
+    }
+}
+
+TEST(StandardScriptData, TakesBooleansAndTheNamesOfCodecsAsNumbers) {
+    const Bytes body = scriptBody("onMetaData", {{"stereo", true},
+                                                 {"hasVideo", false},
+                                                 {"videocodecid", "avc1"},
+                                                 {"audiocodecid", "mp4a"},
+                                                 {"encoder", "abcd"},
+                                                 {"width", "1280"}});
+    EXPECT_THAT(readStandard(body).messages,
+                ElementsAre(ElementsAre(Pair("stereo", 1), Pair("hasVideo", 0),
+                                        Pair("videocodecid", 0x61766331), Pair("audiocodecid", 0x6D703461))));
+    EXPECT_THAT(readStandard(scriptBody("onMetaData", {{"videocodecid", "H264!"}})).messages, IsEmpty());
+}
+
+TEST(StandardScriptData, KeepsWhatStoodBeforeABrokenValue) {
+    const auto expected = ElementsAre(ElementsAre(Pair("width", 640)));
+    for (const AmfValue& broken :
+         {AmfValue::objectEnd(), AmfValue::raw(17), AmfValue::raw(255),
+          AmfValue::raw(12, Bytes{0xFF, 0xFF, 0xFF, 0xFF}), AmfValue::raw(2, Bytes{0xFF, 0xFF}),
+          AmfValue::raw(10, Bytes{0xFF, 0xFF, 0xFF, 0xFF})}) {
+        const ScriptData data = readStandard(
+            message("onMetaData", AmfValue::object({{"width", 640}, {"broken", broken}, {"height", 480}})));
+        EXPECT_THAT(data.messages, expected) << "type " << static_cast<int>(broken.bytes().front());
+        EXPECT_FALSE(data.complete);
+    }
+}
+
+TEST(StandardScriptData, BoundsTheDepth) {
+    const auto nested = [](int depth) {
+        AmfValue value = 1;
+        for (int i = 0; i < depth; ++i) {
+            value = i % 2 == 0 ? AmfValue::strictArray({value}) : AmfValue::object({{"x", value}});
+        }
+        return scriptBody("onMetaData", {{"width", 640}, {"deep", value}, {"height", 480}});
+    };
+    EXPECT_THAT(readStandard(nested(15)).messages,
+                ElementsAre(ElementsAre(Pair("width", 640), Pair("height", 480))));
+    EXPECT_THAT(readStandard(nested(17)).messages, ElementsAre(ElementsAre(Pair("width", 640))));
+    EXPECT_THAT(readStandard(nested(20'000)).messages, ElementsAre(ElementsAre(Pair("width", 640))));
+}
+
+TEST(StandardScriptData, SkipsOtherMessages) {
+    EXPECT_THAT(readStandard(scriptBody("onCuePoint", {{"width", 1}})).messages, IsEmpty());
+    EXPECT_THAT(readStandard(message("onMetaData", AmfValue(5)) + scriptBody("", {{"width", 1}})).messages,
+                IsEmpty());
+    EXPECT_THAT(readStandard(message("onTextData", AmfValue::object({{"text", "abc"}})) +
+                             scriptBody("onMetaData", {{"width", 640}}))
+                    .messages,
+                ElementsAre(ElementsAre(Pair("width", 640))));
+}
+
+TEST(StandardScriptData, NeverReadsPastABodyThatIsCutOffAnywhere) {
+    const Bytes body =
+        AmfValue("@setDataFrame").bytes() +
+        message("onMetaData",
+                AmfValue::object({{"width", 640},
+                                  {"stereo", true},
+                                  {"videocodecid", "avc1"},
+                                  {"keys", AmfValue::object({{"times", AmfValue::strictArray({1})}})},
+                                  {"array", AmfValue::ecmaArray({{"x", AmfValue::date(1)}})}}));
+    for (std::size_t size = 0; size < body.size(); ++size) {
+        const ScriptData data =
+            readStandard(Bytes(body.begin(), body.begin() + static_cast<std::ptrdiff_t>(size)));
+        EXPECT_LE(data.messages.size(), 1U);
+    }
+    EXPECT_EQ(readStandard(body).messages.size(), 1U);
+}
+
 } // namespace
 } // namespace ko_player::flv
