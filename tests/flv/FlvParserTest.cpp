@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace ko_player::flv {
@@ -251,6 +252,98 @@ TEST(FlvParserWithoutObserver, StillFindsErrors) {
     const auto outcome = parser.parse(unread);
     ASSERT_TRUE(outcome.error);
     EXPECT_EQ(outcome.error->message, "undef tag type:0");
+}
+
+// --- the standard reading
+
+/// The events of a whole stream, and the error's message as the last of them.
+std::vector<std::string> readStandard(const Bytes& stream) {
+    RecordingObserver observer;
+    FlvParser parser(&observer, FlvReading::Standard);
+    const ExactCopy copy(stream);
+    auto unread = copy.span();
+    const auto outcome = parser.parse(unread);
+    if (outcome.error) {
+        observer.events.push_back(outcome.error->message);
+    }
+    return observer.events;
+}
+
+TEST(FlvParserStandard, TakesAnyFlagsAndReportsTheirMeaning) {
+    EXPECT_THAT(readStandard(fileHeader(0x04)), ElementsAre("header audio=1 video=0"));
+    EXPECT_THAT(readStandard(fileHeader(0x01)), ElementsAre("header audio=0 video=1"));
+    EXPECT_THAT(readStandard(fileHeader(0x05)), ElementsAre("header audio=1 video=1"));
+    EXPECT_THAT(readStandard(fileHeader(0xFA)), ElementsAre("header audio=0 video=0"));
+}
+
+TEST(FlvParserStandard, StillRefusesWhatIsNoFlv) {
+    EXPECT_THAT(readStandard(fileHeader(0x05, 9, 2)), ElementsAre("invalid header"));
+    EXPECT_THAT(readStandard(fileHeader(0x05, 8)), ElementsAre("invalid header"));
+    EXPECT_THAT(readStandard(Bytes(20, '<')), ElementsAre("invalid header"));
+}
+
+TEST(FlvParserStandard, DoesNotMindBackPointersAndStreamIds) {
+    Bytes stream = fileHeader(0x05);
+    FlvWriter writer;
+    writer.backPointer(77);
+    writer.tagHeader(8, 2, 1).raw(Bytes{0x2E, 1}).backPointer(0);
+    writer.tagHeader(8, 2, 2, 0x010203).raw(Bytes{0x2E, 2}).backPointer(0xFFFFFFFF);
+    writer.tagHeader(8, 2, 3).raw(Bytes{0x2E, 3});
+    const Bytes rest = writer.take();
+    stream.insert(stream.end(), rest.begin(), rest.end());
+    const auto events = readStandard(stream);
+    ASSERT_EQ(events.size(), 4U);
+    EXPECT_THAT(events[3], StartsWith("audio 3 "));
+}
+
+TEST(FlvParserStandard, SkipsUnknownAndEncryptedTags) {
+    FlvWriter writer;
+    writer.header();
+    for (const std::uint8_t type : Bytes{0, 7, 10, 15, 0x28, 0x29, 0x32, 0xFF}) {
+        writer.tag(type, 0, Bytes{0x2E, 1, 2, 3});
+    }
+    writer.tag(0x48, 5, Bytes{0x2E, 1}); // a reserved bit
+    const auto events = readStandard(writer.take());
+    ASSERT_EQ(events.size(), 2U);
+    EXPECT_THAT(events[1], StartsWith("audio 5 fmt=2 "));
+}
+
+TEST(FlvParserStandard, ReportsBrokenTagsAndLeavesOutEmptyOnes) {
+    EXPECT_THAT(readStandard(FlvWriter()
+                                 .header()
+                                 .tag(8, 0, Bytes{})
+                                 .tag(9, 0, Bytes{})
+                                 .tag(9, 0, Bytes{0x17, 2, 0, 0, 0})
+                                 .tag(9, 0, Bytes{0x17, 1, 0})
+                                 .tag(9, 0, Bytes{0x57, 1})
+                                 .tag(9, 0, Bytes{0x91, 'a', 'v'})
+                                 .tag(8, 0, Bytes{0x91, 'O'})
+                                 .take()),
+                ElementsAre("header audio=1 video=1", "error flv_tag_video: header is cut off",
+                            "error flv_tag_video: enhanced header is cut off",
+                            "error flv_tag_audio:enhanced header is cut off"));
+}
+
+TEST(FlvParserStandard, SaysOnceThatFurtherTracksAreSkipped) {
+    const auto track = [](std::uint8_t id) { return Bytes{0x95, 0x01, 'O', 'p', 'u', 's', id, 5}; };
+    FlvWriter writer;
+    writer.header();
+    for (int i = 0; i < 3; ++i) {
+        writer.tag(8, 0, track(0)).tag(8, 0, track(1));
+    }
+    const auto events = readStandard(writer.take());
+    EXPECT_EQ(events.size(), 1U + 3U + 1U);
+    EXPECT_EQ(std::count(events.begin(), events.end(), "error flv_tag_audio: further tracks are skipped"), 1);
+}
+
+TEST(FlvParserStandard, DeliversObjectsOfAPublisher) {
+    Bytes body = AmfValue("@setDataFrame").bytes();
+    const Bytes name = AmfValue("onMetaData").bytes();
+    const Bytes object = AmfValue::object({{"width", 640}}).bytes();
+    body.insert(body.end(), name.begin(), name.end());
+    body.insert(body.end(), object.begin(), object.end());
+    EXPECT_THAT(readStandard(FlvWriter().header().tag(18, 0, body).take()),
+                ElementsAre("header audio=1 video=1", "script width=640"));
 }
 
 } // namespace
