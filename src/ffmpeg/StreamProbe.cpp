@@ -24,6 +24,7 @@ bool isPcm(AVCodecID codec) {
 
 /// Decodes one packet to its end: nothing that the decoder would hold back is missing.
 int decodeAlone(AVCodecContext* context, const AVPacket& packet, Frame& frame) {
+    context->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL; // the whole frame, not what is left of it to be played
     const int sent = avcodec().avcodec_send_packet(context, &packet);
     if (sent < 0) {
         return sent;
