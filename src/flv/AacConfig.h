@@ -3,6 +3,8 @@
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <span>
+#include <vector>
 
 namespace ko_player {
 
@@ -15,5 +17,15 @@ struct AacConfig {
 
 /// Nothing for a sample rate that MPEG-4 has no index for.
 [[nodiscard]] std::optional<AacConfig> makeAacConfig(int sampleRate, int channels);
+
+/// An AudioSpecificConfig that spelled its sample rate out.
+struct SpelledOutRate {
+    std::uint32_t sampleRate = 0; ///< Hz, as it was spelled out
+    std::vector<std::uint8_t>
+        config; ///< the same with the index of that rate; empty where there is none near
+};
+
+/// FFmpeg's decoder refuses a rate that is spelled out. Nothing for a configuration with an index.
+[[nodiscard]] std::optional<SpelledOutRate> spelledOutRate(std::span<const std::uint8_t> config);
 
 } // namespace ko_player

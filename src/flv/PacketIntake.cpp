@@ -201,20 +201,21 @@ Verdict AudioIntake::take(const flv::AudioPacket& packet, const MetaInfo& metada
     }
     const auto payload = payloadOf(packet);
     if (packet.isSequenceHeader) {
-        if (takeConfig(codec, payload, sideData)) {
-            failedProbes_ = 0;
-        }
+        takeSoundConfig(packet, codec, name, sideData);
         return Verdict::Drop;
     }
     if (announced() != AV_CODEC_ID_NONE) {
         return Verdict::Pass;
+    }
+    if (failedProbes_ >= kMostFailedProbes) {
+        return Verdict::Drop;
     }
     improviseConfig(codec, payload, metadata);
     if (config_.empty() && needsConfig(codec, payload)) {
         countUndecodable(name);
         return Verdict::Drop;
     }
-    if (failedProbes_ >= kMostFailedProbes || !probe(packet, codec, metadata, *parameters, name)) {
+    if (!probe(packet, codec, metadata, *parameters, name)) {
         return Verdict::Drop;
     }
     compare(metadata.audioCodec, codec);
@@ -223,6 +224,24 @@ Verdict AudioIntake::take(const flv::AudioPacket& packet, const MetaInfo& metada
                 " Hz, channels: ", parameters->ch_layout.nb_channels, ", configuration: ", config_.size(),
                 " bytes");
     return Verdict::AnnounceAndPass;
+}
+
+void AudioIntake::takeSoundConfig(const flv::AudioPacket& packet, AVCodecID codec, const std::string& name,
+                                  std::vector<std::uint8_t>& sideData) {
+    const auto payload = payloadOf(packet);
+    const auto spelledOut = codec == AV_CODEC_ID_AAC ? spelledOutRate(payload) : std::nullopt;
+    if (!spelledOut || !spelledOut->config.empty()) {
+        if (takeConfig(codec, spelledOut ? spelledOut->config : payload, sideData)) {
+            failedProbes_ = 0;
+        }
+    } else if (announced() == AV_CODEC_ID_NONE) {
+        refuseRate(name, spelledOut->sampleRate);
+    }
+}
+
+void AudioIntake::refuseRate(const std::string& name, std::int64_t sampleRate) {
+    complain(name, "a sample rate of " + std::to_string(sampleRate) + " Hz is refused");
+    failedProbes_ = kMostFailedProbes;
 }
 
 void AudioIntake::improviseConfig(AVCodecID codec, std::span<const std::uint8_t> frame,
@@ -263,8 +282,7 @@ bool AudioIntake::probe(const flv::AudioPacket& packet, AVCodecID codec, const M
         return false;
     }
     if (!isSampleRate(found->sample_rate)) {
-        complain(name, "a sample rate of " + std::to_string(found->sample_rate) + " Hz is refused");
-        failedProbes_ = kMostFailedProbes;
+        refuseRate(name, found->sample_rate);
         return false;
     }
     if (ff_wrap::avcodec().avcodec_parameters_copy(&parameters, found.get()) < 0) {

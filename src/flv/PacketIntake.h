@@ -96,6 +96,9 @@ public:
                                std::vector<std::uint8_t>& sideData);
 
 private:
+    void takeSoundConfig(const flv::AudioPacket& packet, AVCodecID codec, const std::string& name,
+                         std::vector<std::uint8_t>& sideData);
+    void refuseRate(const std::string& name, std::int64_t sampleRate);
     /// Finds a configuration for frames that came without, where that is possible.
     void improviseConfig(AVCodecID codec, std::span<const std::uint8_t> frame, const MetaInfo& metadata);
     /// Decodes the frame on trial and fills `parameters` where that succeeds.

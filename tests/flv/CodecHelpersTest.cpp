@@ -75,6 +75,36 @@ TEST(AacConfig, RefusesRatesWithoutAnIndex) {
     }
 }
 
+TEST(AacConfig, GivesASpelledOutRateItsIndex) {
+    struct Row {
+        const char* name;
+        Bytes config;
+        std::uint32_t rate; ///< 0 for none
+        Bytes expected;
+    };
+    const std::vector<Row> rows{
+        {"index", {0x12, 0x10}, 0, {}},
+        {"nothing", {}, 0, {}},
+        // audioObjectType 2, index 15, 44100 in 24 bits, channelConfiguration 2, three flags
+        {"44100", {0x17, 0x80, 0x56, 0x22, 0x10}, 44100, {0x12, 0x10}},
+        {"44056 is near", {0x17, 0x80, 0x56, 0x0C, 0x10}, 44056, {0x12, 0x10}},
+        {"40000 is not", {0x17, 0x80, 0x4E, 0x20, 0x10}, 40000, {}},
+        {"3", {0x17, 0x80, 0x00, 0x01, 0x90}, 3, {}},
+        // audioObjectType 5, index 15, 24000, channelConfiguration 1, extension index 3, audioObjectType 2
+        {"with SBR", {0x2F, 0x80, 0x2E, 0xE0, 0x09, 0x88, 0x00}, 24000, {0x2B, 0x09, 0x88, 0x00}},
+        {"cut off", {0x17}, 0, {}},
+        {"cut off in the rate", {0x17, 0x80, 0x56}, 44032, {0x12, 0x00}}};
+    for (const Row& row : rows) {
+        const auto found = spelledOutRate(row.config);
+        ASSERT_EQ(found.has_value(), row.rate != 0) << row.name;
+        if (found) {
+            EXPECT_EQ(found->sampleRate, row.rate) << row.name;
+            EXPECT_EQ(found->config, row.expected) << row.name << testing::PrintToString(found->config);
+        }
+    }
+    EXPECT_FALSE(spelledOutRate(Bytes(65, 0xFF)));
+}
+
 struct SeiCase {
     const char* name;
     AVCodecID codec;
