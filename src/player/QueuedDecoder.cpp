@@ -12,6 +12,7 @@ extern "C" {
 #include <libavutil/frame.h>
 }
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -19,6 +20,9 @@ namespace ko_player {
 namespace {
 
 constexpr auto kDecode = "ko_player::QueuedDecoder::decode";
+/// A longer one was a gap in the stream, not its rhythm.
+constexpr std::int64_t kLongestSpacingMs = 1000;
+
 constexpr auto kDecodeTask = "ko_player::QueuedDecoder::decodeTask";
 
 } // namespace
@@ -68,7 +72,7 @@ void QueuedDecoder::decodeFrames() {
         if (result != DecodeResult::Frame) {
             return;
         }
-        (*frame)->pts = lastTimeMs_ = timeOf(*frame->get());
+        (*frame)->pts = timeOf(*frame->get());
         if (!frames_->push(std::move(frame))) {
             return;
         }
@@ -127,13 +131,23 @@ bool QueuedDecoder::beginDrain() {
     return ff_wrap::avcodec().avcodec_send_packet(decoder_->context(), nullptr) >= 0;
 }
 
-std::int64_t QueuedDecoder::timeOf(const AVFrame& frame) const {
+std::int64_t QueuedDecoder::timeOf(const AVFrame& frame) {
     if (!rules_.presentationTimes) {
         return frame.pkt_dts; // which the pipeline has made monotonic
     }
-    // FFmpeg's estimate is the presentation time, or the decode time where the former are no order.
-    return frame.best_effort_timestamp != AV_NOPTS_VALUE ? frame.best_effort_timestamp
-                                                         : base::addSaturated(lastTimeMs_, 1);
+    // FFmpeg's estimate is the presentation time, or the decode time where the former are in no order. Where
+    // it knows neither, or goes back, the frames go on as they went so far.
+    std::int64_t time = frame.best_effort_timestamp;
+    if (lastTimeMs_ && (time == AV_NOPTS_VALUE || time < *lastTimeMs_)) {
+        time = base::addSaturated(*lastTimeMs_, spacingMs_);
+    } else if (time == AV_NOPTS_VALUE) {
+        time = 0;
+    }
+    if (lastTimeMs_ && time > *lastTimeMs_) {
+        spacingMs_ = std::min(base::subtractSaturated(time, *lastTimeMs_), kLongestSpacingMs);
+    }
+    lastTimeMs_ = time;
+    return time;
 }
 
 } // namespace ko_player

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <thread>
 
 struct AVFrame;
@@ -45,12 +46,14 @@ private:
     /// Asks the codec for what it still holds, once. False where it is not asked.
     [[nodiscard]] bool beginDrain();
     /// The time that the outputs go by, milliseconds.
-    [[nodiscard]] std::int64_t timeOf(const AVFrame& frame) const;
+    [[nodiscard]] std::int64_t timeOf(const AVFrame& frame);
 
     const DecodeRules rules_;
     std::unique_ptr<ff_wrap::Decoder> decoder_;
-    bool inputEnded_ = false;     ///< the thread's own
-    std::int64_t lastTimeMs_ = 0; ///< of the frame before, the thread's own
+    // The thread's own.
+    bool inputEnded_ = false;
+    std::optional<std::int64_t> lastTimeMs_; ///< of the frame before
+    std::int64_t spacingMs_ = 1;             ///< between the last two frames with different times
     std::shared_ptr<ff_wrap::Packet>
         pendingPacket_; ///< refused by the codec, offered again first; the thread's own
     const std::shared_ptr<PacketChannel> packets_;

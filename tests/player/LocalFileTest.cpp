@@ -51,6 +51,15 @@ TEST(LocalFileTime, IsConvertedToMilliseconds) {
     }
 }
 
+TEST(LocalFileTime, BothStampsAreConvertedWherePresentationTimesCount) {
+    const DecodeRules rules = decodeRulesOf(FlvReading::Standard);
+    const auto packet = makePacket(90000, 1);
+    (*packet)->pts = 93600;
+    rescaleToMilliseconds(*packet->get(), {1, 90000}, rules);
+    EXPECT_EQ((*packet)->dts, 1000);
+    EXPECT_EQ((*packet)->pts, 1040);
+}
+
 class LocalFileTest : public testing::Test {
 protected:
     LogCapture log;
@@ -76,6 +85,21 @@ TEST_F(LocalFileTest, ShowsThePicturesOfAFile) {
     video->waitForShown(5);
     EXPECT_TRUE(audio->parts().empty()) << "a local file shows its pictures only";
     EXPECT_TRUE(log.contains("ko_player::AudioPipeline::open: AudioPipeline has been openned"));
+}
+
+TEST_F(LocalFileTest, ShowsEveryPictureWherePresentationTimesCount) {
+    mediaworker::test::ClipSpec spec;
+    spec.frames = 10;
+    spec.bFrames = 2;
+    const auto file = mediaworker::test::encodedFile(spec);
+    Player standard(video, audio, base::steadyClock(), {.flv = FlvReading::Standard});
+    standard.start(Buffering::Off, {std::chrono::seconds(5), std::chrono::seconds(5)});
+    standard.playFile(file.string().c_str());
+    video->waitForShown(10);
+    const auto shown = video->shown();
+    for (std::size_t i = 1; i < shown.size(); ++i) {
+        EXPECT_EQ(shown[i] - shown[i - 1], 40);
+    }
 }
 
 } // namespace

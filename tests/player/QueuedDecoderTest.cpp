@@ -1,6 +1,7 @@
 #include "player/QueuedDecoder.h"
 #include "Packets.h"
 #include "support/LogCapture.h"
+#include "support/media/Clip.h"
 
 extern "C" {
 #include <libavutil/frame.h>
@@ -8,7 +9,9 @@ extern "C" {
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <thread>
+#include <vector>
 
 namespace ko_player {
 namespace {
@@ -21,12 +24,20 @@ using mediaworker::test::makeRawPicture;
 
 class QueuedDecoderTest : public testing::Test {
 protected:
-    void start(const AVCodecParameters& parameters) {
+    void start(const AVCodecParameters& parameters, DecodeRules rules = {}) {
         decoder = std::make_unique<QueuedDecoder>(
             std::make_unique<ff_wrap::Decoder>(&parameters, AVRational{1, 1000}), packets, frames,
-            "test decoder");
+            "test decoder", rules);
     }
-    void startVideo() { start(*mediaworker::test::rawVideoParameters()); }
+    void startVideo(DecodeRules rules = {}) { start(*mediaworker::test::rawVideoParameters(), rules); }
+    /// The times of all frames until the decoder ends.
+    std::vector<std::int64_t> times() {
+        std::vector<std::int64_t> found;
+        while (const auto frame = frames->waitPop()) {
+            found.push_back((**frame)->pts);
+        }
+        return found;
+    }
 
     LogCapture log;
     std::shared_ptr<PacketChannel> packets = std::make_shared<PacketChannel>(0x800000);
@@ -130,6 +141,119 @@ TEST_F(QueuedDecoderTest, DecodesSound) {
     EXPECT_EQ((**frame)->nb_samples, 160);
     EXPECT_EQ((**frame)->sample_rate, 8000);
     EXPECT_EQ((**frame)->pts, 500);
+}
+
+// --- presentation times, and the end
+
+constexpr DecodeRules kStandard = decodeRulesOf(FlvReading::Standard);
+
+/// A stream with pictures out of order, as packets.
+class BFrames {
+public:
+    BFrames() {
+        mediaworker::test::ClipSpec spec;
+        spec.bFrames = 2;
+        clip_ = mediaworker::test::encode(spec);
+        parameters = ff_wrap::makeCodecParameters();
+        parameters->codec_type = AVMEDIA_TYPE_VIDEO;
+        parameters->codec_id = AV_CODEC_ID_H264;
+        ff_wrap::allocExtradata(*parameters, clip_.videoConfig.size());
+        std::copy(clip_.videoConfig.begin(), clip_.videoConfig.end(), parameters->extradata);
+    }
+
+    [[nodiscard]] std::shared_ptr<ff_wrap::Packet> packet(std::size_t i) const {
+        const auto& source = clip_.video.at(i);
+        auto packet = makePacket(source.dtsMs, static_cast<int>(source.bytes.size()));
+        std::copy(source.bytes.begin(), source.bytes.end(), (*packet)->data);
+        (*packet)->pts = source.ptsMs;
+        (*packet)->flags |= source.isKey ? AV_PKT_FLAG_KEY : 0;
+        return packet;
+    }
+    [[nodiscard]] std::size_t size() const { return clip_.video.size(); }
+
+    ff_wrap::CodecParametersPtr parameters;
+
+private:
+    mediaworker::test::Clip clip_;
+};
+
+/// 80, 120, 160 and so on: the pictures are 40 ms apart, and two are out of order.
+std::vector<std::int64_t> evenTimes(std::size_t count) {
+    std::vector<std::int64_t> times(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        times[i] = 80 + 40 * static_cast<std::int64_t>(i);
+    }
+    return times;
+}
+
+TEST_F(QueuedDecoderTest, ShowsEveryPictureAtItsPresentationTime) {
+    const BFrames source;
+    start(*source.parameters, kStandard);
+    std::jthread feeder([&] {
+        for (std::size_t i = 0; i < source.size(); ++i) {
+            packets->push(source.packet(i), Blocking::Yes);
+        }
+        packets->close();
+    });
+    EXPECT_EQ(times(), evenTimes(source.size()));
+}
+
+TEST_F(QueuedDecoderTest, KeepsTheLastPicturesWithoutTheRule) {
+    const BFrames source;
+    start(*source.parameters);
+    std::jthread feeder([&] {
+        for (std::size_t i = 0; i < source.size(); ++i) {
+            packets->push(source.packet(i), Blocking::Yes);
+        }
+        packets->close();
+    });
+    EXPECT_EQ(times().size(), source.size() - 2);
+}
+
+TEST_F(QueuedDecoderTest, GoesByDecodeTimesWherePresentationTimesAreNoOrder) {
+    const BFrames source;
+    start(*source.parameters, kStandard);
+    std::jthread feeder([&] {
+        for (std::size_t i = 0; i < source.size(); ++i) {
+            const auto packet = source.packet(i);
+            (*packet)->pts = (*packet)->dts; // as writers do that know no composition times
+            packets->push(packet, Blocking::Yes);
+        }
+        packets->close();
+    });
+    const auto found = times();
+    EXPECT_EQ(found.size(), source.size());
+    EXPECT_TRUE(std::is_sorted(found.begin(), found.end()));
+}
+
+TEST_F(QueuedDecoderTest, GoesOnBehindAnEmptyPacketThatIsNotTheEnd) {
+    const BFrames source;
+    start(*source.parameters, kStandard);
+    std::jthread feeder([&] {
+        for (std::size_t i = 0; i < 5; ++i) {
+            packets->push(source.packet(i), Blocking::Yes);
+        }
+        packets->push(std::make_shared<ff_wrap::Packet>(), Blocking::Yes);
+        packets->push(source.packet(25), Blocking::Yes); // the next key frame
+        packets->close();
+    });
+    std::vector<std::int64_t> expected;
+    for (const std::size_t i : {0U, 1U, 2U, 3U, 4U, 25U}) {
+        expected.push_back((*source.packet(i))->pts);
+    }
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(times(), expected);
+}
+
+TEST_F(QueuedDecoderTest, GivesNothingMoreAfterAStop) {
+    const BFrames source;
+    start(*source.parameters, kStandard);
+    for (std::size_t i = 0; i < 10; ++i) {
+        packets->push(source.packet(i), Blocking::Yes);
+    }
+    decoder->stop();
+    decoder->join();
+    EXPECT_LE(times().size(), 5U);
 }
 
 } // namespace

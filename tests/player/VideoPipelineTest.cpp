@@ -4,6 +4,10 @@
 #include "support/LogCapture.h"
 #include "support/ManualClock.h"
 
+extern "C" {
+#include <libavutil/avutil.h>
+}
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -53,6 +57,44 @@ protected:
     std::shared_ptr<VideoState> state = std::make_shared<VideoState>(pause);
     std::shared_ptr<FakeVideoHandler> handler = std::make_shared<FakeVideoHandler>();
     VideoPipeline pipeline{handler, state, clock};
+};
+
+/// A picture with both stamps.
+std::shared_ptr<ff_wrap::Packet> makeRawPicture(std::int64_t dts, std::int64_t pts) {
+    auto packet = mediaworker::test::makeRawPicture(dts);
+    (*packet)->pts = pts;
+    return packet;
+}
+
+/// The same pipeline by presentation times. Uncompressed pictures leave their decoder in the order they came,
+/// so the stamps alone are out of order here.
+class PresentationTimesTest : public testing::Test {
+protected:
+    void push(std::int64_t dts, std::int64_t pts) {
+        packet = makeRawPicture(dts, pts);
+        EXPECT_EQ(pipeline.push(packet, Blocking::No), PushResult::Pushed);
+    }
+    void SetUp() override {
+        pause->set(details::PauseReason::User); // nothing is shown
+        pipeline.start(kNever, kNever);
+        pipeline.open(parameters.get());
+    }
+    void TearDown() override {
+        pause->stop();
+        pipeline.close();
+        while (!log.contains("showTask is finished")) {
+            clock.advance(std::chrono::seconds(2));
+        }
+    }
+
+    LogCapture log;
+    ManualClock clock;
+    ff_wrap::CodecParametersPtr parameters = mediaworker::test::rawVideoParameters();
+    std::shared_ptr<details::PauseCtrl> pause = std::make_shared<details::PauseCtrl>();
+    std::shared_ptr<VideoState> state = std::make_shared<VideoState>(pause);
+    std::shared_ptr<FakeVideoHandler> handler = std::make_shared<FakeVideoHandler>();
+    VideoPipeline pipeline{handler, state, clock, decodeRulesOf(FlvReading::Standard)};
+    std::shared_ptr<ff_wrap::Packet> packet; ///< the last one pushed
 };
 
 std::string openFailure(VideoPipeline& pipeline, const AVCodecParameters& parameters) {
@@ -177,6 +219,48 @@ TEST_F(VideoPipelineTest, ClosingUnopenedEndsTheOutput) {
     pipeline.joinDecoder();
     pipeline.joinOutput();
     EXPECT_THAT(handler->events(), testing::ElementsAre("stopped"));
+}
+
+TEST_F(PresentationTimesTest, TheNewestIsTheLatestToBeShown) {
+    push(0, 80);
+    EXPECT_EQ(state->newestPushedMs, 80);
+    push(40, 240);
+    EXPECT_EQ(state->newestPushedMs, 240);
+    push(80, 160);
+    EXPECT_EQ(state->newestPushedMs, 240);
+}
+
+TEST_F(PresentationTimesTest, NothingIsAheadOfAStreamThatBeginsAnywhere) {
+    push(1'800'000, 1'800'080);
+    EXPECT_EQ(state->newestPushedMs, 1'800'080);
+    EXPECT_EQ(state->lastShownMs, 1'800'080);
+}
+
+TEST_F(PresentationTimesTest, CorrectionsMoveBothStamps) {
+    push(100, 180);
+    push(90, 250);
+    EXPECT_EQ((*packet)->dts, 101);
+    EXPECT_EQ((*packet)->pts, 261);
+    push(141, 141);
+    EXPECT_EQ((*packet)->dts, 141);
+    EXPECT_EQ((*packet)->pts, 141);
+}
+
+TEST_F(PresentationTimesTest, NegativeStampsAreKept) {
+    push(-80, 0);
+    EXPECT_EQ((*packet)->dts, -80);
+    EXPECT_EQ((*packet)->pts, 0);
+    push(-40, -40);
+    EXPECT_EQ((*packet)->pts, -40);
+    EXPECT_EQ(state->newestPushedMs, 0);
+}
+
+TEST_F(PresentationTimesTest, TheDecodeTimeServesWhereThereIsNoOther) {
+    push(100, AV_NOPTS_VALUE);
+    EXPECT_EQ(state->newestPushedMs, 100);
+    push(90, AV_NOPTS_VALUE);
+    EXPECT_EQ((*packet)->dts, 101);
+    EXPECT_EQ((*packet)->pts, AV_NOPTS_VALUE);
 }
 
 } // namespace
