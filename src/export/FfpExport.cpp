@@ -33,8 +33,8 @@ void limitExit(int code) {
 } // namespace
 
 FfpExport::FfpExport(const QString& url, const QString& outputPath, int durationMs, const QString& serverName,
-                     [[maybe_unused]] const ko_player::Options& options)
-    : progress_(durationMs) {
+                     const ko_player::Options& options)
+    : progress_(durationMs), explains_(options.explains) {
     base::logLine("url: ", url.toStdString());
     try {
         recorder_ = std::make_unique<ko_player::FileRecorder>(outputPath.toUtf8().toStdString());
@@ -92,6 +92,10 @@ void FfpExport::onData(const QByteArray& bytes) {
 void FfpExport::onFinished() {
     if (ending_) {
         return;
+    }
+    const std::string failure = failureText(reader_->responseEnd());
+    if (explains_ && !failure.empty()) {
+        base::logLine("http failed: ", failure);
     }
     base::logLine("http is finished, with dts: ", recorder_ ? recorder_->maxVideoDts() : 0);
     if (!recorder_ || !recorder_->pushEofAndClose()) {

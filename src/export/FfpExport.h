@@ -41,5 +41,6 @@ private:
     std::unique_ptr<ko_player::FileRecorder> recorder_;
     std::optional<CorvaneClient::Net::HTTPClient> reader_;
     Corvane::Ipc::SocketHandler* link_ = nullptr; ///< a child of this object
+    const bool explains_;                         ///< see ko_player::Options
     bool ending_ = false;
 };

@@ -9,12 +9,16 @@
 namespace CorvaneClient::Net {
 namespace {
 
-/// The first status whose body is kept back from the consumer: an error page is no stream.
-constexpr int kFirstStatusWithoutData = 300;
-
 /// 0 when there is none: another scheme, or a connection that failed before the headers.
 int statusOf(const QNetworkReply& reply) {
     return reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+}
+
+ResponseEnd endOf(const QNetworkReply& reply) {
+    return {.status = statusOf(reply),
+            .reasonPhrase = reply.attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString(),
+            .error = reply.error(),
+            .errorText = reply.errorString()};
 }
 
 bool isRedirect(int status) {
@@ -42,8 +46,9 @@ void HTTPClient::get(const QString& url, OnData onData, OnFinished onFinished) {
     // thread has deleted it, and where threads are slow that one is sent again.
     connect(reply, &QNetworkReply::redirected, this,
             [reply] { reply->disconnect(SIGNAL(startHttpRequest())); });
-    connect(reply, &QNetworkReply::finished, this, [reply, onData, onFinished] {
-        if (statusOf(*reply) < kFirstStatusWithoutData) {
+    connect(reply, &QNetworkReply::finished, this, [this, reply, onData, onFinished] {
+        end_ = endOf(*reply);
+        if (end_.status < kFirstFailingStatus) {
             onData(reply->readAll());
         }
         onFinished();
@@ -51,11 +56,12 @@ void HTTPClient::get(const QString& url, OnData onData, OnFinished onFinished) {
     connect(reply, &QIODevice::readyRead, this,
             [this, reply, onData = std::move(onData), onFinished = std::move(onFinished)] {
                 const int status = statusOf(*reply);
-                if (status < kFirstStatusWithoutData) {
+                if (status < kFirstFailingStatus) {
                     onData(reply->readAll());
                 } else if (!isRedirect(status)) {
                     // Nobody reads this body, so one larger than the buffer would never finish. Its end is
                     // told now, and the reply left to itself: aborting it here makes Qt print complaints.
+                    end_ = endOf(*reply);
                     const OnFinished finished = onFinished; // disconnecting destroys this function
                     reply->disconnect(this);
                     finished();

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "net/ResponseEnd.h"
+
 #include <QByteArray>
 #include <QNetworkAccessManager>
 #include <QObject>
 #include <QString>
 
 #include <functional>
-
-class QNetworkReply;
 
 namespace CorvaneClient::Net {
 
@@ -32,7 +32,11 @@ public:
     /// whatever reason.
     void get(const QString& url, OnData onData, OnFinished onFinished);
 
+    /// How the response ended, from the call of `onFinished` on.
+    [[nodiscard]] const ResponseEnd& responseEnd() const noexcept { return end_; }
+
 private:
+    ResponseEnd end_;
     QNetworkAccessManager manager_;
 };
 

@@ -32,7 +32,8 @@ FfpStream::FfpStream(const QString& url, const QString& channelName, const QStri
                      const ko_player::Options& options)
     : StreamBase(channelName, serverName),
       audio_([this](const std::function<void()>& function) { runOnLinkThread(function); },
-             soundModule(QCoreApplication::applicationDirPath())) {
+             soundModule(QCoreApplication::applicationDirPath())),
+      explains_(options.explains) {
     auto video = std::make_shared<VideoHandler>(VideoHandler::Callables{
         .onStopped = [this] { onVideoStopped(); },
         .onVideoParams = [this](const ko_player::VideoParams& in,
@@ -119,6 +120,10 @@ void FfpStream::onData(const QByteArray& bytes) {
 }
 
 void FfpStream::onFinished() {
+    const std::string failure = failureText(httpClient_.responseEnd());
+    if (explains_ && !failure.empty()) {
+        base::logLine("http failed: ", failure);
+    }
     base::logLine("http reader finished");
     stopping_ = true;
     if (player_) {

@@ -48,6 +48,7 @@ private:
     std::uint8_t* onVideoParams(const ko_player::VideoParams& in, ko_player::VideoParams& out);
 
     AudioSink audio_;
+    const bool explains_; ///< see ko_player::Options
     /// Set just before a deliberate stop, so that the end of the video thread is not taken for a failure.
     std::atomic<bool> stopping_{false};
     std::unique_ptr<ko_player::Player> player_;
