@@ -72,7 +72,7 @@ bool WorkerProcess::start(const StreamJob& job) {
             arguments << job.proxyType;
         }
     }
-    launch(arguments);
+    launch(arguments, optionsOf(job));
     return true;
 }
 
@@ -85,7 +85,8 @@ bool WorkerProcess::start(const ExportJob& job) {
     if (!listen()) {
         return false;
     }
-    launch({QStringLiteral("export"), job.url, QString::number(job.durationMs), job.outputPath, serverName_});
+    launch({QStringLiteral("export"), job.url, QString::number(job.durationMs), job.outputPath, serverName_},
+           optionsOf(job));
     return true;
 }
 
@@ -100,6 +101,8 @@ bool WorkerProcess::listen() {
     lines_ = {};
     commands_.clear();
     recentLog_.clear();
+    findings_ = {};
+    isSoundWanted_ = false;
     error_.clear();
     serverName_ = randomName();
     server_ = new QLocalServer(this);
@@ -109,17 +112,20 @@ bool WorkerProcess::listen() {
     return server_->listen(serverName_) || fail(server_->errorString());
 }
 
-void WorkerProcess::launch(const QStringList& arguments) {
+void WorkerProcess::launch(const QStringList& arguments, const QString& options) {
     process_ = new QProcess(this);
     process_->setStandardInputFile(QProcess::nullDevice());
     process_->setStandardOutputFile(QProcess::nullDevice());
-    if (!extraEnvironment_.isEmpty()) {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        for (auto variable = extraEnvironment_.cbegin(); variable != extraEnvironment_.cend(); ++variable) {
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QLatin1String(kOptionsVariable), options);
+    for (auto variable = extraEnvironment_.cbegin(); variable != extraEnvironment_.cend(); ++variable) {
+        if (variable.value().isNull()) {
+            environment.remove(variable.key());
+        } else {
             environment.insert(variable.key(), variable.value());
         }
-        process_->setProcessEnvironment(environment);
     }
+    process_->setProcessEnvironment(environment);
     connect(process_, &QProcess::readyReadStandardError, this, &WorkerProcess::readLog);
     connect(process_, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this,
             &WorkerProcess::processEnded);
@@ -235,7 +241,12 @@ void WorkerProcess::takeLogLine(const QByteArray& line) {
     if (recentLog_.size() > kRecentLogLines) {
         recentLog_.removeFirst();
     }
+    const bool hadSoundProblem = !findings_.soundUnavailable.isEmpty();
+    findings_.take(text, isSoundWanted_);
     Q_EMIT logLine(text);
+    if (!hadSoundProblem && !findings_.soundUnavailable.isEmpty()) {
+        Q_EMIT soundUnavailable(findings_.soundUnavailable);
+    }
 }
 
 bool WorkerProcess::acceptsCommands() const {
@@ -245,6 +256,7 @@ bool WorkerProcess::acceptsCommands() const {
 bool WorkerProcess::setVolume(int percent) {
     const bool queued =
         acceptsCommands() && commands_.pushVolume(static_cast<std::uint32_t>(std::clamp(percent, 0, 100)));
+    isSoundWanted_ = isSoundWanted_ || queued;
     writeCommands();
     return queued;
 }
@@ -263,6 +275,7 @@ bool WorkerProcess::resume() {
 
 bool WorkerProcess::stopAudio() {
     const bool queued = acceptsCommands() && commands_.pushStopAudio();
+    isSoundWanted_ = isSoundWanted_ && !queued;
     writeCommands();
     return queued;
 }

@@ -3,8 +3,10 @@
 #include "parent/CommandQueue.h"
 #include "parent/ExitReason.h"
 #include "parent/FrameChannel.h"
+#include "parent/Job.h"
 #include "parent/LineSplitter.h"
 #include "parent/MessageReader.h"
+#include "parent/WorkerFindings.h"
 
 #include <QMap>
 #include <QObject>
@@ -20,20 +22,6 @@ class QLocalServer;
 class QLocalSocket;
 
 namespace mediaworker::parent {
-
-/// Shows one stream, or one local file when `url` begins with "file".
-struct StreamJob {
-    QString url;            ///< http or https, or a local file
-    QString proxyUrl = {};  ///< empty: none
-    QString proxyType = {}; ///< "socks5", or anything else for an HTTP proxy
-};
-
-/// Records a stream into an MP4 file.
-struct ExportJob {
-    QString url;        ///< http or https
-    int durationMs = 0; ///< expected length: what progress is measured against
-    QString outputPath; ///< the file to write; what is there is overwritten
-};
 
 /// One worker process and the link to it.
 ///
@@ -55,7 +43,11 @@ public:
     /// A command that runs the worker (the worker's program and arguments follow it), for instance to put it
     /// into a namespace of its own.
     void setProgramPrefix(const QStringList& command) { programPrefix_ = command; }
-    /// Variables that the worker gets in addition to this process's environment.
+    /// Variables that the worker gets in addition to this process's environment; a null value takes one away.
+    ///
+    /// What the job decides, the worker is told by MEDIAWORKER_OPTIONS, in place of what this process was
+    /// given. Only a MEDIAWORKER_OPTIONS among these variables comes before the job: for options that this
+    /// library does not know. A null one starts a worker without any, as programs of old do.
     void setExtraEnvironment(const QMap<QString, QString>& variables) { extraEnvironment_ = variables; }
     /// How long the worker has to connect before connectTimedOut(). Zero: for ever. Default: 10 s.
     void setConnectTimeout(std::chrono::milliseconds timeout) { connectTimeout_ = timeout; }
@@ -80,6 +72,8 @@ public:
     [[nodiscard]] const QString& serverName() const noexcept { return serverName_; }
     /// The last lines of the worker's standard error, newest last.
     [[nodiscard]] const QStringList& recentLog() const noexcept { return recentLog_; }
+    /// What all of its log has told about things that went wrong: for exitReason() and exitCause().
+    [[nodiscard]] const WorkerFindings& findings() const noexcept { return findings_; }
 
     /// The pictures of a stream job, until the next start() or destruction; null for an export.
     [[nodiscard]] FrameChannel* frames() const noexcept { return frames_.get(); }
@@ -116,6 +110,9 @@ Q_SIGNALS:
     void absoluteTime(qint64 value);                 ///< of the stream, in units of the server
     void formatChanged();                            ///< the picture size is new, or the first one is known
     void progress(int percent);                      ///< of an export
+    /// There will be no sound, though the stream has some: its codec and why, or that there is no device
+    /// (told when setVolume() was called). Once for a worker; its pictures go on.
+    void soundUnavailable(const QString& reason);
     void malformed(int type, int size);   ///< a message that a worker does not send; it was skipped
     void logLine(const QString& line);    ///< one line of the worker's standard error
     void linkClosed();                    ///< the worker has closed its end, while it was still seen alive
@@ -126,7 +123,7 @@ Q_SIGNALS:
 
 private:
     [[nodiscard]] bool listen();
-    void launch(const QStringList& arguments);
+    void launch(const QStringList& arguments, const QString& options);
     [[nodiscard]] bool fail(const QString& why);
     void acceptLink();
     void readLink();
@@ -147,6 +144,8 @@ private:
     QString serverName_;
     QString error_;
     QStringList recentLog_;
+    WorkerFindings findings_;
+    bool isSoundWanted_ = false;
 
     std::unique_ptr<FrameChannel> frames_;
     QProcess* process_ = nullptr;    ///< a child of this object

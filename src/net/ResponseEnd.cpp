@@ -8,14 +8,18 @@
 namespace CorvaneClient::Net {
 namespace {
 
+bool breaksLine(QChar c) {
+    return !c.isPrint() || c.category() == QChar::Separator_Line ||
+           c.category() == QChar::Separator_Paragraph;
+}
+
 /// Both texts may be the server's: what it chose must not become a line of its own, nor move a cursor.
 QString asWords(QString text) {
     static const QRegularExpression userInfo(QStringLiteral("//[^/\\s]*@"));
     constexpr int kMostCharacters = 200;
     text.replace(userInfo, QStringLiteral("//"));
     text.truncate(kMostCharacters);
-    std::replace_if(
-        text.begin(), text.end(), [](QChar c) { return !c.isPrint(); }, QLatin1Char('?'));
+    std::replace_if(text.begin(), text.end(), breaksLine, QLatin1Char('?'));
     return text.trimmed();
 }
 

@@ -45,6 +45,13 @@ QCommandLineOption workerOption() {
                                  "in the PATH."));
 }
 
+QCommandLineOption flvOption() {
+    return option("flv", "READING",
+                  QStringLiteral("How the stream's FLV is read: standard (the default), as common programs "
+                                 "write it; strict, to the letter of the servers that the worker was first "
+                                 "made for."));
+}
+
 /// The parser's help with our own first line, which Qt would begin with the path of the program.
 QString helpOf(const QCommandLineParser& parser, const QString& usage) {
     const QString text = parser.helpText();
@@ -91,6 +98,18 @@ milliseconds durationOf(const QCommandLineParser& parser, const QCommandLineOpti
 }
 
 /// @throws Refusal
+parent::FlvReading flvReadingOf(const QCommandLineParser& parser, const QCommandLineOption& flv) {
+    const QString reading = parser.value(flv);
+    if (!parser.isSet(flv) || reading == QStringLiteral("standard")) {
+        return parent::FlvReading::Standard;
+    }
+    if (reading != QStringLiteral("strict")) {
+        throw Refusal{QStringLiteral("--flv must be strict or standard")};
+    }
+    return parent::FlvReading::Strict;
+}
+
+/// @throws Refusal
 QStringList positional(const QCommandLineParser& parser, const QStringList& names) {
     QStringList values = parser.positionalArguments();
     for (int i = 0; i < names.size(); ++i) {
@@ -121,18 +140,76 @@ QString playableUrl(const QString& text, const QString& folder) {
     return fileUrl(text, folder);
 }
 
+struct PlayOptions {
+    const QCommandLineOption help = helpOption();
+    const QCommandLineOption seconds =
+        option("seconds", "N",
+               QStringLiteral("Watch for N seconds from the first picture, then end. Pictures must still "
+                              "come by then."));
+    const QCommandLineOption snapshots = option(
+        "snapshots", "DIR", QStringLiteral("Save pictures into this folder as PNG files; it is made."));
+    const QCommandLineOption every =
+        option("every", "N",
+               QStringLiteral("Seconds of the stream from one saved picture to the next. Default: 1. The "
+                              "first picture is always saved."));
+    const QCommandLineOption volume =
+        option("volume", "P", QStringLiteral("Play the sound, at P percent (0 to 100). Default: no sound."));
+    const QCommandLineOption json = jsonOption();
+    const QCommandLineOption proxy =
+        option("proxy", "URL", QStringLiteral("Fetch through a proxy: http://[user:password@]host:port."));
+    const QCommandLineOption proxyType =
+        option("proxy-type", "TYPE", QStringLiteral("What the proxy is: http (the default) or socks5."));
+    const QCommandLineOption flv = flvOption();
+    const QCommandLineOption lowLatency = {
+        QStringLiteral("low-latency"),
+        QStringLiteral("Keep no pictures ahead: the delay is small, and every hitch of the network shows.")};
+    const QCommandLineOption noSync = {
+        QStringLiteral("no-sync"),
+        QStringLiteral("Do not keep the sound in step with the pictures: it has a rhythm of its own.")};
+    const QCommandLineOption worker = workerOption();
+};
+
 /// @throws Refusal
-void takeProxy(const QCommandLineParser& parser, const QCommandLineOption& proxy,
-               const QCommandLineOption& proxyType, PlayCommand& command) {
-    command.proxyUrl = parser.value(proxy);
-    command.proxyType = parser.value(proxyType);
-    if (parser.isSet(proxy) && QUrl(command.proxyUrl).host().isEmpty()) {
-        throw Refusal{QStringLiteral("--proxy must be like http://[user:password@]host:port")};
+void takeSnapshots(const QCommandLineParser& parser, const PlayOptions& options, const QString& folder,
+                   PlayCommand& command) {
+    if (parser.isSet(options.snapshots)) {
+        if (parser.value(options.snapshots).isEmpty()) {
+            throw Refusal{QStringLiteral("--snapshots needs a folder")};
+        }
+        command.snapshotFolder = QDir(folder).absoluteFilePath(parser.value(options.snapshots));
     }
-    if (!parser.isSet(proxyType)) {
+    if (parser.isSet(options.every)) {
+        if (!parser.isSet(options.snapshots)) {
+            throw Refusal{QStringLiteral("--every needs --snapshots")};
+        }
+        command.snapshotInterval = durationOf(parser, options.every);
+    }
+}
+
+/// @throws Refusal
+void takeVolume(const QCommandLineParser& parser, const PlayOptions& options, PlayCommand& command) {
+    if (!parser.isSet(options.volume)) {
         return;
     }
-    if (!parser.isSet(proxy)) {
+    bool isNumber = false;
+    const int percent = parser.value(options.volume).toInt(&isNumber);
+    if (!isNumber || percent < 0 || percent > 100) {
+        throw Refusal{QStringLiteral("--volume must be a number from 0 to 100")};
+    }
+    command.volumePercent = percent;
+}
+
+/// @throws Refusal
+void takeProxy(const QCommandLineParser& parser, const PlayOptions& options, PlayCommand& command) {
+    command.proxyUrl = parser.value(options.proxy);
+    command.proxyType = parser.value(options.proxyType);
+    if (parser.isSet(options.proxy) && QUrl(command.proxyUrl).host().isEmpty()) {
+        throw Refusal{QStringLiteral("--proxy must be like http://[user:password@]host:port")};
+    }
+    if (!parser.isSet(options.proxyType)) {
+        return;
+    }
+    if (!parser.isSet(options.proxy)) {
         throw Refusal{QStringLiteral("--proxy-type needs --proxy")};
     }
     if (command.proxyType != QStringLiteral("http") && command.proxyType != QStringLiteral("socks5")) {
@@ -149,62 +226,33 @@ Command parsePlay(const QStringList& arguments, const QString& folder) {
         "\n"
         "The job is done when pictures were shown for as long as --seconds says; without it, when the\n"
         "stream ended (or Ctrl-C was pressed) after at least one picture."));
-    const auto help = helpOption();
-    const auto seconds = option("seconds", "N",
-                                QStringLiteral("Watch for N seconds from the first picture, then end. "
-                                               "Pictures must still come by then."));
-    const auto snapshots = option("snapshots", "DIR",
-                                  QStringLiteral("Save pictures into this folder as PNG files; it is made."));
-    const auto every = option("every", "N",
-                              QStringLiteral("Seconds of the stream from one saved picture to the next. "
-                                             "Default: 1. The first picture is always saved."));
-    const auto volume =
-        option("volume", "P", QStringLiteral("Play the sound, at P percent (0 to 100). Default: no sound."));
-    const auto json = jsonOption();
-    const auto proxy =
-        option("proxy", "URL", QStringLiteral("Fetch through a proxy: http://[user:password@]host:port."));
-    const auto proxyType =
-        option("proxy-type", "TYPE", QStringLiteral("What the proxy is: http (the default) or socks5."));
-    const auto worker = workerOption();
-    parser.addOptions({help, seconds, snapshots, every, volume, json, proxy, proxyType, worker});
+    const PlayOptions options;
+    parser.addOptions({options.help, options.seconds, options.snapshots, options.every, options.volume,
+                       options.json, options.proxy, options.proxyType, options.flv, options.lowLatency,
+                       options.noSync, options.worker});
     parser.addPositionalArgument(
         QStringLiteral("URL"),
         QStringLiteral("An FLV stream (http, https), or a file (file:///path, or a path)."));
     if (!parser.parse(arguments)) {
         throw Refusal{parser.errorText()};
     }
-    if (parser.isSet(help)) {
+    if (parser.isSet(options.help)) {
         return Information{helpOf(parser, QStringLiteral("play URL [options]"))};
     }
 
     PlayCommand command;
     command.url = playableUrl(positional(parser, {QStringLiteral("the URL")}).constFirst(), folder);
-    if (parser.isSet(seconds)) {
-        command.duration = durationOf(parser, seconds);
+    if (parser.isSet(options.seconds)) {
+        command.duration = durationOf(parser, options.seconds);
     }
-    if (parser.isSet(snapshots)) {
-        if (parser.value(snapshots).isEmpty()) {
-            throw Refusal{QStringLiteral("--snapshots needs a folder")};
-        }
-        command.snapshotFolder = QDir(folder).absoluteFilePath(parser.value(snapshots));
-    }
-    if (parser.isSet(every)) {
-        if (!parser.isSet(snapshots)) {
-            throw Refusal{QStringLiteral("--every needs --snapshots")};
-        }
-        command.snapshotInterval = durationOf(parser, every);
-    }
-    if (parser.isSet(volume)) {
-        bool isNumber = false;
-        const int percent = parser.value(volume).toInt(&isNumber);
-        if (!isNumber || percent < 0 || percent > 100) {
-            throw Refusal{QStringLiteral("--volume must be a number from 0 to 100")};
-        }
-        command.volumePercent = percent;
-    }
-    takeProxy(parser, proxy, proxyType, command);
-    command.worker = parser.value(worker);
-    command.isJson = parser.isSet(json);
+    takeSnapshots(parser, options, folder, command);
+    takeVolume(parser, options, command);
+    takeProxy(parser, options, command);
+    command.flv = flvReadingOf(parser, options.flv);
+    command.hasLowLatency = parser.isSet(options.lowLatency);
+    command.hasSync = !parser.isSet(options.noSync);
+    command.worker = parser.value(options.worker);
+    command.isJson = parser.isSet(options.json);
     return command;
 }
 
@@ -224,8 +272,9 @@ Command parseExport(const QStringList& arguments, const QString& folder) {
                                 QStringLiteral("Give up when the progress stands still for S seconds; 0: "
                                                "never. Default: 60 and a twentieth of the duration."));
     const auto json = jsonOption();
+    const auto flv = flvOption();
     const auto worker = workerOption();
-    parser.addOptions({help, duration, timeout, json, worker});
+    parser.addOptions({help, duration, timeout, json, flv, worker});
     parser.addPositionalArgument(QStringLiteral("URL"), QStringLiteral("An FLV stream (http, https)."));
     parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("The MP4 file to write."));
     if (!parser.parse(arguments)) {
@@ -255,6 +304,7 @@ Command parseExport(const QStringList& arguments, const QString& folder) {
         }
         command.patience = *patience;
     }
+    command.flv = flvReadingOf(parser, flv);
     command.worker = parser.value(worker);
     command.isJson = parser.isSet(json);
     return command;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "parent/Job.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -17,6 +19,9 @@ struct PlayCommand {
     std::optional<int> volumePercent = {};                  ///< empty: no sound
     QString proxyUrl = {};
     QString proxyType = {};
+    parent::FlvReading flv = parent::FlvReading::Standard;
+    bool hasLowLatency = false;
+    bool hasSync = true;
     QString worker = {}; ///< program file; empty: as the library finds it
     bool isJson = false;
     friend bool operator==(const PlayCommand&, const PlayCommand&) = default;
@@ -28,6 +33,7 @@ struct ExportCommand {
     std::chrono::milliseconds duration{0}; ///< expected length
     /// How long the progress may stand still; zero: for ever.
     std::chrono::milliseconds patience{0};
+    parent::FlvReading flv = parent::FlvReading::Standard;
     QString worker = {};
     bool isJson = false;
     friend bool operator==(const ExportCommand&, const ExportCommand&) = default;

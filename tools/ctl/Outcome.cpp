@@ -13,6 +13,10 @@ double seconds(std::chrono::milliseconds duration) {
     return std::chrono::duration<double>(duration).count();
 }
 
+QString reasonOf(const WorkerEnd& end) {
+    return exitReason(end.mode, end.exitCode, end.crashed, end.findings);
+}
+
 QString indented(const QStringList& lines) {
     const auto separator = QStringLiteral("\n    ");
     return separator + lines.join(separator);
@@ -32,7 +36,7 @@ QStringList lastWords(const QStringList& log) {
 }
 
 QString describe(const WorkerEnd& end) {
-    QString text = exitReason(end.mode, end.exitCode, end.crashed);
+    QString text = reasonOf(end);
     if (!end.crashed) {
         text += QStringLiteral(" (exit code %1)").arg(end.exitCode);
     }
@@ -49,10 +53,16 @@ QString describe(const QString& problem, const QStringList& log) {
 }
 
 Ended jobEnd(const Summary& summary, const QString& problem, const std::optional<WorkerEnd>& worker) {
-    Ended ended{summary, problem, std::nullopt, {}};
+    Ended ended{summary, problem};
     if (worker) {
         ended.exitCode = worker->crashed ? std::nullopt : std::optional(worker->exitCode);
-        ended.reason = exitReason(worker->mode, worker->exitCode, worker->crashed);
+        ended.reason = reasonOf(*worker);
+        const auto cause = exitCause(worker->mode, worker->exitCode, worker->crashed, worker->findings);
+        ended.cause = exitCauseName(cause);
+        ended.httpStatus = worker->findings.httpStatus;
+        if (worker->findings.isResponseFailed() && cause != parent::ExitCause::LinkClosed) {
+            ended.remark = QStringLiteral("the stream broke off: ") + responseFailure(worker->findings);
+        }
     }
     return ended;
 }

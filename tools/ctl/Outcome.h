@@ -18,6 +18,7 @@ struct WorkerEnd {
     int exitCode = 0;
     bool crashed = false;
     QStringList lastLines = {}; ///< of its log, newest last
+    parent::WorkerFindings findings = {};
 };
 
 /// The last lines of a worker's log that say anything: the reason is seldom the last line alone.

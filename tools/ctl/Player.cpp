@@ -41,6 +41,8 @@ Player::Player(PlayCommand command, Console& console)
     connect(&worker_, &WorkerProcess::formatChanged, this, [this] { isSizeNew_ = true; });
     connect(&worker_, &WorkerProcess::absoluteTime, this,
             [this](qint64 value) { monitor_.absoluteTime(value); });
+    connect(&worker_, &WorkerProcess::soundUnavailable, this,
+            [this](const QString& reason) { console_.report(SoundUnavailable{reason}); });
     connect(&worker_, &WorkerProcess::finished, this, &Player::onFinished);
     connect(&worker_, &WorkerProcess::startFailed, this, [this](const QString& why) {
         end(QStringLiteral("the worker cannot be started: ") + why, std::nullopt);
@@ -64,7 +66,12 @@ void Player::start() {
     }
     lastSignAt_ = Clock::now();
     monitor_.started(lastSignAt_);
-    const parent::StreamJob job{command_.url, command_.proxyUrl, command_.proxyType};
+    const parent::StreamJob job{.url = command_.url,
+                                .proxyUrl = command_.proxyUrl,
+                                .proxyType = command_.proxyType,
+                                .flv = command_.flv,
+                                .lowLatency = command_.hasLowLatency,
+                                .sync = command_.hasSync};
     const Interruption::Shield shield;
     if (!worker_.start(job)) {
         end(worker_.errorString(), std::nullopt);
@@ -185,7 +192,7 @@ void Player::stop(PlayStop why) {
 void Player::onFinished(int exitCode, bool crashed) {
     monitor_.ended();
     PlayEnd result;
-    result.worker = {worker_.mode(), exitCode, crashed, lastWords(worker_.recentLog())};
+    result.worker = {worker_.mode(), exitCode, crashed, lastWords(worker_.recentLog()), worker_.findings()};
     result.stop = stop_;
     result.frames = monitor_.frames();
     result.wanted = command_.duration;

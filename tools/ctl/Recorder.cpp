@@ -30,6 +30,8 @@ Recorder::Recorder(ExportCommand command, Console& console)
             patience_.start();
         }
     });
+    connect(&worker_, &WorkerProcess::soundUnavailable, this,
+            [this](const QString& reason) { console_.report(SoundUnavailable{reason}); });
     connect(&worker_, &WorkerProcess::finished, this, &Recorder::onFinished);
     connect(&worker_, &WorkerProcess::startFailed, this, [this](const QString& why) {
         end(QStringLiteral("the worker cannot be started: ") + why, std::nullopt);
@@ -53,7 +55,10 @@ void Recorder::start() {
     }
     startedAt_ = Clock::now();
     QFile::remove(partial_); // what an earlier export left must not pass for this one's
-    const parent::ExportJob job{command_.url, static_cast<int>(command_.duration.count()), partial_};
+    const parent::ExportJob job{.url = command_.url,
+                                .durationMs = static_cast<int>(command_.duration.count()),
+                                .outputPath = partial_,
+                                .flv = command_.flv};
     const Interruption::Shield shield;
     if (!worker_.start(job)) {
         end(worker_.errorString(), std::nullopt);
@@ -95,7 +100,8 @@ void Recorder::tick() {
 }
 
 void Recorder::onFinished(int exitCode, bool crashed) {
-    const WorkerEnd worker{parent::WorkerMode::Export, exitCode, crashed, lastWords(worker_.recentLog())};
+    const WorkerEnd worker{parent::WorkerMode::Export, exitCode, crashed, lastWords(worker_.recentLog()),
+                           worker_.findings()};
     // A slot that ends the worker finds the file itself.
     if (!isDone_) {
         end(takeResult(worker), worker);

@@ -89,8 +89,14 @@ struct Text {
             .arg(fixed(toSeconds(event.elapsed), 1));
     }
 
+    QString operator()(const SoundUnavailable& event) const {
+        return QStringLiteral("no sound: %1").arg(event.reason);
+    }
+
     QString operator()(const Ended& event) const {
-        return std::visit([](const auto& summary) { return summaryText(summary); }, event.summary);
+        const QString text =
+            std::visit([](const auto& summary) { return summaryText(summary); }, event.summary);
+        return event.problem.isEmpty() && !event.remark.isEmpty() ? text + u'\n' + event.remark : text;
     }
 
     static QString progressBar(int percent) {
@@ -155,6 +161,11 @@ struct Json {
                 {QStringLiteral("positionMs"), event.positionMs}};
     }
 
+    QJsonObject operator()(const SoundUnavailable& event) const {
+        return {{QStringLiteral("event"), QStringLiteral("soundUnavailable")},
+                {QStringLiteral("reason"), event.reason}};
+    }
+
     QJsonObject operator()(const ExportProgress& event) const {
         return {{QStringLiteral("event"), QStringLiteral("progress")},
                 {QStringLiteral("percent"), event.percent},
@@ -172,6 +183,12 @@ struct Json {
         }
         if (!event.reason.isEmpty()) {
             object.insert(QStringLiteral("reason"), event.reason);
+        }
+        if (!event.cause.isEmpty()) {
+            object.insert(QStringLiteral("cause"), event.cause);
+        }
+        if (event.httpStatus) {
+            object.insert(QStringLiteral("httpStatus"), *event.httpStatus);
         }
         std::visit([&object](const auto& summary) { insert(object, summary); }, event.summary);
         return object;

@@ -37,6 +37,11 @@ struct Snapshot {
     qint64 positionMs = 0;
 };
 
+/// The stream has sound that will not be heard, or recorded.
+struct SoundUnavailable {
+    QString reason;
+};
+
 struct ExportProgress {
     int percent = 0;
     std::chrono::milliseconds elapsed{0};
@@ -63,12 +68,16 @@ using Summary = std::variant<PlaySummary, ExportSummary>;
 
 struct Ended {
     Summary summary;
-    QString problem = {};             ///< empty: the job was done
-    std::optional<int> exitCode = {}; ///< the worker's; empty when it was killed or never ran
-    QString reason = {};              ///< in words
+    QString problem = {};               ///< empty: the job was done
+    std::optional<int> exitCode = {};   ///< the worker's; empty when it was killed or never ran
+    QString reason = {};                ///< in words
+    QString cause = {};                 ///< the same for programs: parent::exitCauseName()
+    std::optional<int> httpStatus = {}; ///< of a response that was no success
+    QString remark = {};                ///< worth a word even when the job was done
 };
 
-using Event = std::variant<Connected, FirstPicture, PlayProgress, Snapshot, ExportProgress, Ended>;
+using Event =
+    std::variant<Connected, FirstPicture, PlayProgress, Snapshot, SoundUnavailable, ExportProgress, Ended>;
 
 /// Is soon replaced by a newer one of its kind.
 [[nodiscard]] bool isProgress(const Event& event);

@@ -36,6 +36,18 @@ QString defaultFile() {
     return QDir(folder).filePath(QStringLiteral("export.mp4"));
 }
 
+/// What a complete file lacks.
+QString shortcomings(const parent::WorkerFindings& findings) {
+    QStringList words;
+    if (findings.isResponseFailed()) {
+        words << QStringLiteral("the stream broke off: ") + parent::responseFailure(findings);
+    }
+    if (!findings.soundUnavailable.isEmpty()) {
+        words << QStringLiteral("it has no sound: ") + findings.soundUnavailable;
+    }
+    return words.join(QStringLiteral("; "));
+}
+
 } // namespace
 
 ExportDialog::ExportDialog(const QString& url, const QString& workerProgram, QWidget* parent)
@@ -145,7 +157,10 @@ void ExportDialog::begin() {
     message_->setText(tr("Exporting …"));
     close_->setText(tr("Cancel"));
     QFile::remove(partialFile_); // of an earlier failure
-    if (!worker_.start(parent::ExportJob{url_, *lengthMs, QFileInfo(partialFile_).absoluteFilePath()})) {
+    if (!worker_.start(parent::ExportJob{.url = url_,
+                                         .durationMs = *lengthMs,
+                                         .outputPath = QFileInfo(partialFile_).absoluteFilePath(),
+                                         .flv = flv_})) {
         finish(exportEndText(ExportEnd::Failed, {}, worker_.errorString()), false);
     }
 }
@@ -181,7 +196,8 @@ void ExportDialog::end(int exitCode, bool crashed) {
     }
     if (!crashed && exitCode == 0) {
         const bool isSaved = replaceFile(partialFile_, file_);
-        finish(isSaved ? exportEndText(ExportEnd::Complete, QDir::toNativeSeparators(file_), {})
+        finish(isSaved ? exportEndText(ExportEnd::Complete, QDir::toNativeSeparators(file_),
+                                       shortcomings(worker_.findings()))
                        : exportEndText(ExportEnd::NotSaved, QDir::toNativeSeparators(partialFile_), {}),
                isSaved);
         return;
@@ -190,7 +206,7 @@ void ExportDialog::end(int exitCode, bool crashed) {
         QFile::remove(partialFile_);
     }
     const QString left = QFile::exists(partialFile_) ? QDir::toNativeSeparators(partialFile_) : QString();
-    QString why = parent::exitReason(parent::WorkerMode::Export, exitCode, crashed);
+    QString why = parent::exitReason(parent::WorkerMode::Export, exitCode, crashed, worker_.findings());
     if (!worker_.recentLog().isEmpty()) {
         why += tr(" (its last words: %1)").arg(worker_.recentLog().last().left(kMaxWords));
     }

@@ -31,6 +31,7 @@ public:
 
     void setLength(const QString& text);
     void setFile(const QString& path);
+    void setFlvReading(parent::FlvReading reading) { flv_ = reading; }
 
 public Q_SLOTS:
     void reject() override; ///< cancels, or closes when nothing runs
@@ -46,6 +47,7 @@ private:
     QString url_;
     QString file_;        ///< what the user chose
     QString partialFile_; ///< what the worker writes
+    parent::FlvReading flv_ = parent::FlvReading::Standard;
     bool isExporting_ = false;
     bool isCancelled_ = false;
 

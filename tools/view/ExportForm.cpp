@@ -86,7 +86,8 @@ QString withMp4Suffix(const QString& path) {
 QString exportEndText(ExportEnd end, const QString& file, const QString& why) {
     switch (end) {
     case ExportEnd::Complete:
-        return QStringLiteral("The file is complete: %1").arg(file);
+        return QStringLiteral("The file is complete: %1").arg(file) +
+               (why.isEmpty() ? QString() : QStringLiteral("\nBut ") + why + QStringLiteral("."));
     case ExportEnd::Cancelled:
         return QStringLiteral("Cancelled. Nothing was saved.");
     case ExportEnd::Failed:

@@ -33,7 +33,8 @@ enum class ExportEnd {
     NotSaved, ///< complete, but the file could not be given its name
 };
 
-/// How an export ended, as a sentence for the user. `why` says it for Failed, `file` is what is left.
+/// How an export ended, as a sentence for the user. `why` says it for Failed, and what a Complete one lacks;
+/// `file` is what is left.
 [[nodiscard]] QString exportEndText(ExportEnd end, const QString& file, const QString& why);
 
 } // namespace mediaworker::view

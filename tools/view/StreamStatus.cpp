@@ -41,6 +41,12 @@ QString stateText(const StreamStatus& status) {
     return {};
 }
 
+QString soundText(const StreamStatus& status) {
+    const bool wouldBeHeard = showsPictures(status.state) || status.state == PlaybackState::Paused;
+    return wouldBeHeard && !status.soundProblem.isEmpty() ? QStringLiteral("no sound: ") + status.soundProblem
+                                                          : QString();
+}
+
 QString sizeText(const StreamStatus& status) {
     if (status.pictureSize.isEmpty()) {
         return {};
@@ -79,7 +85,8 @@ QString captionText(const QString& name, const StreamStatus& status) {
             text += QStringLiteral(", ") + part;
         }
     }
-    return text;
+    const QString sound = soundText(status);
+    return sound.isEmpty() ? text : text + QStringLiteral(", ") + sound;
 }
 
 QString clockText(qint64 ms) {

@@ -12,7 +12,8 @@ namespace mediaworker::view {
 /// What there is to tell about one stream at one moment.
 struct StreamStatus {
     parent::PlaybackState state = parent::PlaybackState::Idle;
-    QString endWords = {}; ///< why it ended, without a full stop
+    QString endWords = {};     ///< why it ended, without a full stop
+    QString soundProblem = {}; ///< why there is no sound, of a stream that has some
     QSize pictureSize = {};
     double framesPerSecond = 0;
     std::optional<qint64> positionMs = {};
@@ -23,6 +24,8 @@ struct StreamStatus {
 // The same in words, for a status bar. Empty where there is nothing to say.
 
 [[nodiscard]] QString stateText(const StreamStatus& status);
+/// Why nothing is heard, while pictures come.
+[[nodiscard]] QString soundText(const StreamStatus& status);
 [[nodiscard]] QString sizeText(const StreamStatus& status);
 [[nodiscard]] QString rateText(const StreamStatus& status);
 /// The absolute time (UTC) where the stream has one, else the time stamp.

@@ -11,6 +11,7 @@
 #include <QVBoxLayout>
 #include <QWheelEvent>
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -22,6 +23,9 @@ using parent::PlaybackState;
 using parent::WorkerProcess;
 
 constexpr std::chrono::milliseconds kRefreshInterval{250};
+// Long enough to be read; the words below the picture, or in the status bar, stay.
+constexpr int kNoteMarginPx = 6;
+constexpr std::chrono::milliseconds kNoteDuration{8000};
 // A worker ends within milliseconds of closing its link.
 constexpr std::chrono::milliseconds kUnlinkedPatience{2000};
 
@@ -69,7 +73,12 @@ StreamView::StreamView(StreamSettings settings, QWidget* parent)
     connect(&worker_, &WorkerProcess::fragment, this,
             [this](qint64 position, qint64 duration) { monitor_.fragment(position, duration); });
     connect(&worker_, &WorkerProcess::finished, this, [this](int exitCode, bool crashed) {
-        end(stopWords_.isEmpty() ? parent::exitReason(worker_.mode(), exitCode, crashed) : stopWords_);
+        end(stopWords_.isEmpty() ? parent::exitReason(worker_.mode(), exitCode, crashed, worker_.findings())
+                                 : stopWords_);
+    });
+    connect(&worker_, &WorkerProcess::soundUnavailable, this, [this] {
+        tellSoundProblem();
+        refresh();
     });
     connect(&worker_, &WorkerProcess::startFailed, this,
             [this](const QString& why) { end(QStringLiteral("the worker cannot be started: ") + why); });
@@ -128,6 +137,31 @@ void StreamView::makeOverlay() {
     auto* layout = new QVBoxLayout(pictures_);
     layout->setSizeConstraint(QLayout::SetNoConstraint); // pictures may be smaller than words
     layout->addWidget(overlay_, 0, Qt::AlignCenter);
+
+    note_ = new QLabel(pictures_);
+    note_->setObjectName(QStringLiteral("note"));
+    note_->setStyleSheet(
+        QStringLiteral("background: rgba(32, 32, 32, 220); color: white; border-radius: 6px; padding: 4px;"));
+    note_->setTextFormat(Qt::PlainText); // words of a worker
+    note_->setAttribute(Qt::WA_TransparentForMouseEvents);
+    note_->hide();
+    noteTimer_.setSingleShot(true);
+    noteTimer_.setInterval(kNoteDuration);
+    connect(&noteTimer_, &QTimer::timeout, note_, &QWidget::hide);
+}
+
+void StreamView::tellSoundProblem() {
+    const QString& problem = worker_.findings().soundUnavailable;
+    if (problem.isEmpty() || sound_.isMuted() || std::exchange(isSoundProblemTold_, true)) {
+        return;
+    }
+    // A long text is cut off here, and stands below in full.
+    const int widthPx = std::max(pictures_->width() - 4 * kNoteMarginPx, 0);
+    note_->setText(note_->fontMetrics().elidedText(tr("No sound: %1").arg(problem), Qt::ElideRight, widthPx));
+    note_->adjustSize();
+    note_->move(kNoteMarginPx, kNoteMarginPx);
+    note_->show();
+    noteTimer_.start();
 }
 
 void StreamView::open(const QString& url) {
@@ -154,6 +188,8 @@ void StreamView::start() {
     endWords_.clear();
     stopWords_.clear();
     hasPicture_ = false;
+    isSoundProblemTold_ = false;
+    note_->hide();
     // A picture that was announced belongs to a channel that goes now.
     pictures_->takeNewest();
     monitor_.started(now());
@@ -161,6 +197,9 @@ void StreamView::start() {
     job.url = url_;
     job.proxyUrl = settings_.proxyUrl;
     job.proxyType = settings_.proxyType;
+    job.flv = settings_.flv;
+    job.lowLatency = settings_.hasLowLatency;
+    job.sync = settings_.hasSync;
     if (!worker_.start(job)) {
         end(QStringLiteral("the worker cannot be started: ") + worker_.errorString());
         return;
@@ -223,6 +262,7 @@ void StreamView::carryOut(const std::optional<SoundControl::Command>& command) {
     } else {
         worker_.setVolume(command->percent);
     }
+    tellSoundProblem();
     Q_EMIT changed();
 }
 
@@ -235,6 +275,7 @@ StreamStatus StreamView::status() const {
         status.state = PlaybackState::Ended;
         status.endWords = endWords_;
     }
+    status.soundProblem = worker_.findings().soundUnavailable;
     status.pictureSize = pictures_->pictureSize();
     status.framesPerSecond = monitor_.framesPerSecond(moment);
     status.positionMs = monitor_.positionMs();

@@ -22,6 +22,9 @@ struct StreamSettings {
     QString workerProgram = {}; ///< empty: WorkerProcess finds it
     QString proxyUrl = {};
     QString proxyType = {};
+    parent::FlvReading flv = parent::FlvReading::Standard;
+    bool hasLowLatency = false;
+    bool hasSync = true;
     int volumePercent = SoundControl::kDefaultPercent;
     bool isMuted = false;
 };
@@ -82,6 +85,8 @@ private:
     void carryOut(const std::optional<SoundControl::Command>& command);
     void end(const QString& words);
     void refresh();
+    /// Says over the pictures that there will be no sound, for a while; only to who wants to hear some.
+    void tellSoundProblem();
 
     StreamSettings settings_;
     QString url_;
@@ -89,6 +94,7 @@ private:
     parent::PlaybackMonitor monitor_;
     QString endWords_;
     QString stopWords_; ///< why this side ended the worker; empty when it did not
+    bool isSoundProblemTold_ = false;
     bool hasPicture_ = false;
     int wheelAngle_ = 0; ///< turned, but not a whole step yet; eighths of a degree
 
@@ -96,8 +102,10 @@ private:
     QFrame* overlay_ = nullptr;
     QLabel* overlayText_ = nullptr;
     QPushButton* restartButton_ = nullptr;
+    QLabel* note_ = nullptr;
     QLabel* caption_;
     QTimer refreshTimer_;
+    QTimer noteTimer_;
     QTimer unlinkedTimer_; ///< for a worker that closed its link but goes on
 
     parent::WorkerProcess worker_; ///< last: it may speak while it goes

@@ -46,6 +46,17 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
     const QCommandLineOption proxyType(QStringLiteral("proxy-type"),
                                        QStringLiteral("Kind of the proxy: http (the default) or socks5."),
                                        QStringLiteral("TYPE"));
+    const QCommandLineOption flv(
+        QStringLiteral("flv"),
+        QStringLiteral("How the FLV of streams is read: standard (the default), as common programs write "
+                       "it; strict, to the letter of the servers that the worker was first made for."),
+        QStringLiteral("READING"));
+    const QCommandLineOption lowLatency(
+        QStringLiteral("low-latency"),
+        QStringLiteral("Keep no pictures ahead: the delay is small, and every hitch of the network shows."));
+    const QCommandLineOption noSync(
+        QStringLiteral("no-sync"),
+        QStringLiteral("Do not keep the sound in step with the pictures: it has a rhythm of its own."));
     const QCommandLineOption volume(
         QStringLiteral("volume"),
         QStringLiteral("Volume at the start, 0 to 100. Default: %1.").arg(SoundControl::kDefaultPercent),
@@ -62,8 +73,8 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
     const QCommandLineOption statistics(
         QStringLiteral("statistics"),
         QStringLiteral("Print at the end how many pictures each stream announced, showed and copied."));
-    parser.addOptions(
-        {help, version, worker, proxy, proxyType, volume, mute, snapshots, seconds, statistics});
+    parser.addOptions({help, version, worker, proxy, proxyType, flv, lowLatency, noSync, volume, mute,
+                       snapshots, seconds, statistics});
     parser.addPositionalArgument(
         QStringLiteral("URL"), QStringLiteral("A stream (http, https), or a file (file:///path, or a path)."),
         QStringLiteral("[URL…]"));
@@ -96,6 +107,14 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
     if (!type.isEmpty() && options.streams.proxyUrl.isEmpty()) {
         return refuse(QStringLiteral("--proxy-type needs --proxy."));
     }
+    const QString reading = parser.isSet(flv) ? parser.value(flv) : QStringLiteral("standard");
+    if (reading != QStringLiteral("strict") && reading != QStringLiteral("standard")) {
+        return refuse(QStringLiteral("--flv must be strict or standard."));
+    }
+    options.streams.flv =
+        reading == QStringLiteral("strict") ? parent::FlvReading::Strict : parent::FlvReading::Standard;
+    options.streams.hasLowLatency = parser.isSet(lowLatency);
+    options.streams.hasSync = !parser.isSet(noSync);
     if (parser.isSet(volume)) {
         const std::optional<int> percent = number(parser.value(volume), 0, 100);
         if (!percent) {

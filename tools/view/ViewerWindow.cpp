@@ -417,6 +417,7 @@ void ViewerWindow::showExportDialog() {
     }
     if (!exportDialog_) {
         exportDialog_ = new ExportDialog(current_->url(), settings_.workerProgram, this);
+        exportDialog_->setFlvReading(settings_.flv);
         exportDialog_->setAttribute(Qt::WA_DeleteOnClose);
     }
     exportDialog_->show();
@@ -427,7 +428,9 @@ void ViewerWindow::showExportDialog() {
 void ViewerWindow::refresh() {
     const bool hasStream = current_ != nullptr && !current_->url().isEmpty();
     const StreamStatus status = current_ != nullptr ? current_->status() : StreamStatus{};
-    state_->setText(stateText(status));
+    const QString silence = soundText(status);
+    state_->setText(silence.isEmpty() ? stateText(status)
+                                      : stateText(status) + QStringLiteral(", ") + silence);
     state_->setToolTip(state_->text());
     const std::pair<QLabel*, QString> labels[] = {{size_, sizeText(status)},
                                                   {rate_, rateText(status)},

@@ -1,0 +1,23 @@
+#include "parent/Job.h"
+
+namespace mediaworker::parent {
+
+namespace {
+
+QString flvOption(FlvReading reading) {
+    return reading == FlvReading::Strict ? QStringLiteral("flv=strict") : QStringLiteral("flv=standard");
+}
+
+} // namespace
+
+QString optionsOf(const StreamJob& job) {
+    return flvOption(job.flv) +
+           (job.lowLatency ? QStringLiteral(",buffering=off") : QStringLiteral(",buffering=on")) +
+           (job.sync ? QStringLiteral(",sync=on") : QStringLiteral(",sync=off"));
+}
+
+QString optionsOf(const ExportJob& job) {
+    return flvOption(job.flv);
+}
+
+} // namespace mediaworker::parent

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QString>
+
+/// What a worker can be started for.
+namespace mediaworker::parent {
+
+/// How a worker reads a stream's FLV.
+enum class FlvReading {
+    Strict,   ///< to the letter of the servers that the worker was first made for, as without any options
+    Standard, ///< as common programs write it, with the codecs and composition times of today
+};
+
+/// Shows one stream, or one local file when `url` begins with "file".
+struct StreamJob {
+    QString url;            ///< http or https, or a local file
+    QString proxyUrl = {};  ///< empty: none
+    QString proxyType = {}; ///< "socks5", or anything else for an HTTP proxy
+
+    FlvReading flv = FlvReading::Standard;
+    /// The delay stays as small as the network allows, and every hitch of it shows: no pictures are kept
+    /// ahead.
+    bool lowLatency = false;
+    /// Sound is kept in step with the pictures. Without it, it has a rhythm of its own.
+    bool sync = true;
+};
+
+/// Records a stream into an MP4 file.
+struct ExportJob {
+    QString url;        ///< http or https
+    int durationMs = 0; ///< expected length: what progress is measured against
+    QString outputPath; ///< the file to write; what is there is overwritten
+
+    FlvReading flv = FlvReading::Standard;
+};
+
+/// The environment variable by which a worker is told what its arguments have no place for.
+inline constexpr char kOptionsVariable[] = "MEDIAWORKER_OPTIONS";
+
+/// Its value for a job: every key that the job decides.
+[[nodiscard]] QString optionsOf(const StreamJob& job);
+/// The same for an export.
+[[nodiscard]] QString optionsOf(const ExportJob& job);
+
+} // namespace mediaworker::parent

@@ -1,0 +1,59 @@
+#include "parent/WorkerFindings.h"
+
+#include <algorithm>
+
+namespace mediaworker::parent {
+
+namespace {
+
+constexpr int kMostCharacters = 300;
+
+// The beginnings of the worker's lines.
+constexpr char kHttpStatus[] = "http failed: status ";
+constexpr char kHttpNetwork[] = "http failed: network: ";
+constexpr char kPictures[] = "pictures unavailable: ";
+constexpr char kSound[] = "sound unavailable: ";
+constexpr char kDevice[] = "Trying to start audio device: ";
+
+constexpr char kDeviceStarted[] = "audio device has been sucessfully started";
+constexpr char kNoDevice[] = "Failed to create audio output";
+
+QString printable(QString text) {
+    text.truncate(kMostCharacters);
+    std::replace_if(
+        text.begin(), text.end(), [](QChar c) { return !c.isPrint(); }, QLatin1Char('?'));
+    return text.trimmed();
+}
+
+/// What follows that beginning, if the line has it.
+std::optional<QString> textBehind(const char* beginning, const QString& line) {
+    const QLatin1String prefix(beginning);
+    return line.startsWith(prefix) ? std::optional(printable(line.mid(prefix.size()))) : std::nullopt;
+}
+
+bool saysThatThereIsNoDevice(const QString& line) {
+    const auto device = textBehind(kDevice, line);
+    return line == QLatin1String(kNoDevice) || (device && *device != QLatin1String(kDeviceStarted));
+}
+
+} // namespace
+
+void WorkerFindings::take(const QString& line, bool isSoundWanted) {
+    if (const auto status = textBehind(kHttpStatus, line)) {
+        bool isNumber = false;
+        const int number = status->section(QLatin1Char(' '), 0, 0).toInt(&isNumber);
+        httpStatus = isNumber ? std::optional(number) : std::nullopt;
+        httpReason = isNumber ? status->section(QLatin1Char(' '), 1) : QString();
+    } else if (const auto error = textBehind(kHttpNetwork, line)) {
+        networkError = error->section(QLatin1Char(':'), 0, 0);
+        networkErrorText = error->section(QLatin1Char(':'), 1).trimmed();
+    } else if (const auto pictures = textBehind(kPictures, line)) {
+        picturesUnavailable = *pictures;
+    } else if (const auto sound = textBehind(kSound, line)) {
+        soundUnavailable = *sound;
+    } else if (isSoundWanted && saysThatThereIsNoDevice(line)) {
+        soundUnavailable = QStringLiteral("no sound device");
+    }
+}
+
+} // namespace mediaworker::parent

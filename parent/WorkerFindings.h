@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QString>
+
+#include <optional>
+
+namespace mediaworker::parent {
+
+/// What a worker's log tells about things that went wrong. Only a worker that was given options says the most
+/// of it: every worker of this library is, unless its program is an older one.
+///
+/// Texts are the worker's, FFmpeg's, Qt's or the server's: plain text on one line of bounded length.
+struct WorkerFindings {
+    std::optional<int> httpStatus = {}; ///< of a response that was no success: 300 and above
+    QString httpReason = {};            ///< the words that came with it, "Not Found"; may be empty
+    QString networkError = {};          ///< by its name in QNetworkReply::NetworkError; empty: there was none
+    QString networkErrorText = {};
+    QString picturesUnavailable = {}; ///< codec and reason; empty: nothing was said of the kind
+    QString soundUnavailable = {};    ///< codec and reason, or that there is no device
+
+    /// The response ended by one of the two.
+    [[nodiscard]] bool isResponseFailed() const { return httpStatus || !networkError.isEmpty(); }
+
+    /// Notes what a line of the log says; most say nothing of the kind. `isSoundWanted`: by the user, so that
+    /// a device that does not work counts.
+    void take(const QString& line, bool isSoundWanted);
+};
+
+} // namespace mediaworker::parent
