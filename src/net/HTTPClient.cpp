@@ -14,11 +14,19 @@ int statusOf(const QNetworkReply& reply) {
     return reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
 }
 
-ResponseEnd endOf(const QNetworkReply& reply) {
-    return {.status = statusOf(reply),
-            .reasonPhrase = reply.attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString(),
-            .error = reply.error(),
-            .errorText = reply.errorString()};
+/// `bodyBytes` were handed on.
+ResponseEnd endOf(const QNetworkReply& reply, qint64 bodyBytes) {
+    ResponseEnd end{.status = statusOf(reply),
+                    .reasonPhrase = reply.attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString(),
+                    .error = reply.error(),
+                    .errorText = reply.errorString()};
+    // Qt takes a body that breaks off for a whole one when the connection's end comes with its last bytes.
+    const QVariant length = reply.header(QNetworkRequest::ContentLengthHeader);
+    if (end.error == QNetworkReply::NoError && length.isValid() && bodyBytes < length.toLongLong()) {
+        end.error = QNetworkReply::RemoteHostClosedError;
+        end.errorText = QStringLiteral("Connection closed");
+    }
+    return end;
 }
 
 bool isRedirect(int status) {
@@ -32,6 +40,8 @@ HTTPClient::HTTPClient() {
 }
 
 void HTTPClient::get(const QString& url, OnData onData, OnFinished onFinished) {
+    bodyBytes_ = 0;
+    end_ = {};
     QNetworkRequest request{QUrl(url, QUrl::TolerantMode)};
     request.setRawHeader("Accept", "*/*");
     QNetworkReply* reply = manager_.get(request);
@@ -47,26 +57,32 @@ void HTTPClient::get(const QString& url, OnData onData, OnFinished onFinished) {
     connect(reply, &QNetworkReply::redirected, this,
             [reply] { reply->disconnect(SIGNAL(startHttpRequest())); });
     connect(reply, &QNetworkReply::finished, this, [this, reply, onData, onFinished] {
-        end_ = endOf(*reply);
-        if (end_.status < kFirstFailingStatus) {
-            onData(reply->readAll());
+        if (statusOf(*reply) < kFirstFailingStatus) {
+            deliver(*reply, onData);
         }
+        end_ = endOf(*reply, bodyBytes_);
         onFinished();
     });
     connect(reply, &QIODevice::readyRead, this,
             [this, reply, onData = std::move(onData), onFinished = std::move(onFinished)] {
                 const int status = statusOf(*reply);
                 if (status < kFirstFailingStatus) {
-                    onData(reply->readAll());
+                    deliver(*reply, onData);
                 } else if (!isRedirect(status)) {
                     // Nobody reads this body, so one larger than the buffer would never finish. Its end is
                     // told now, and the reply left to itself: aborting it here makes Qt print complaints.
-                    end_ = endOf(*reply);
+                    end_ = endOf(*reply, bodyBytes_);
                     const OnFinished finished = onFinished; // disconnecting destroys this function
                     reply->disconnect(this);
                     finished();
                 }
             });
+}
+
+void HTTPClient::deliver(QNetworkReply& reply, const OnData& onData) {
+    const QByteArray bytes = reply.readAll();
+    bodyBytes_ += bytes.size();
+    onData(bytes);
 }
 
 } // namespace CorvaneClient::Net

@@ -36,6 +36,9 @@ public:
     [[nodiscard]] const ResponseEnd& responseEnd() const noexcept { return end_; }
 
 private:
+    void deliver(QNetworkReply& reply, const OnData& onData);
+
+    qint64 bodyBytes_ = 0; ///< handed on
     ResponseEnd end_;
     QNetworkAccessManager manager_;
 };

@@ -17,7 +17,8 @@ Session::Session(const Options& options) : options_(options) {
     using parent::WorkerProcess;
     worker_.setProgram(QString::fromStdString(options.program));
     worker_.setProgramPrefix(options.prefix);
-    QMap<QString, QString> variables;
+    // Bare, unless a test asks for something.
+    QMap<QString, QString> variables{{QLatin1String(parent::kOptionsVariable), {}}};
     for (const auto& [name, value] : options.environment) {
         variables.insert(QString::fromStdString(name), QString::fromStdString(value));
     }

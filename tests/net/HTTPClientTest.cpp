@@ -279,6 +279,21 @@ TEST_F(HTTPClientTest, SaysThatAServerWantsAUserAndNamesNobody) {
     EXPECT_EQ(failure, "status 401 Unauthorized");
 }
 
+// Qt itself notices it only where the connection's end comes alone.
+TEST_F(HTTPClientTest, SaysThatABodyBreaksOffHoweverItsEndComes) {
+    for (int i = 0; i < 50; ++i) {
+        HttpServer server;
+        server.route("/live", [](HttpResponse& response) {
+            response.contentLength(8'001);
+            sendBody(response, 8'000);
+        });
+        client.emplace();
+        received = 0;
+        fetch(server.url("/live"));
+        ASSERT_THAT(failure, ::testing::StartsWith("network: RemoteHostClosedError: ")) << i;
+    }
+}
+
 TEST_F(HTTPClientTest, BodyThatBreaksOffDeliversWhatCameAndFinishesOnce) {
     HttpServer server;
     server.route("/live", [](HttpResponse& response) {
@@ -383,9 +398,12 @@ qint64 takenWhenStuck(const HttpServer& server, qint64 bodyBytes) {
     while (true) {
         const std::vector<Exchange> exchanges = server.exchanges();
         const auto& sends = exchanges.at(0).sends;
-        const auto sent = static_cast<qint64>(sends.back().bodyBytes);
-        if (sent == bodyBytes || std::chrono::steady_clock::now() - sends.back().when > 500ms) {
-            return sent;
+        // The first piece may be here before it is written down there.
+        if (!sends.empty()) {
+            const auto sent = static_cast<qint64>(sends.back().bodyBytes);
+            if (sent == bodyBytes || std::chrono::steady_clock::now() - sends.back().when > 500ms) {
+                return sent;
+            }
         }
         std::this_thread::sleep_for(20ms);
     }

@@ -80,6 +80,8 @@ protected:
         QObject::connect(&w, &WorkerProcess::malformed, [=](int type, int size) {
             note(QStringLiteral("malformed %1 %2").arg(type).arg(size));
         });
+        QObject::connect(&w, &WorkerProcess::soundUnavailable,
+                         [=](const QString& why) { note(QStringLiteral("no sound: ") + why); });
         QObject::connect(&w, &WorkerProcess::linkClosed, [=] { note(QStringLiteral("linkClosed")); });
         QObject::connect(&w, &WorkerProcess::connectTimedOut,
                          [=] { note(QStringLiteral("connectTimedOut")); });
@@ -191,6 +193,104 @@ TEST_F(WorkerProcessTest, AddsToTheEnvironment) {
     ASSERT_TRUE(waitForEnd());
     qunsetenv("MW_Y");
     EXPECT_EQ(log_, (QStringList{QStringLiteral("env: a b"), QStringLiteral("env: ours")}));
+}
+
+namespace {
+
+/// MEDIAWORKER_OPTIONS in this process's own environment.
+class OwnOptions {
+public:
+    explicit OwnOptions(const char* value) { qputenv(kOptionsVariable, value); }
+    OwnOptions(const OwnOptions&) = delete;
+    OwnOptions& operator=(const OwnOptions&) = delete;
+    ~OwnOptions() { qunsetenv(kOptionsVariable); }
+};
+
+} // namespace
+
+TEST_F(WorkerProcessTest, TellsAStreamsOptionsWhateverItInherits) {
+    const OwnOptions own("flv=strict,something=else");
+    ASSERT_TRUE(start("env:MEDIAWORKER_OPTIONS"));
+    ASSERT_TRUE(waitForEnd());
+    ASSERT_TRUE(worker_->start(StreamJob{.url = QStringLiteral("env:MEDIAWORKER_OPTIONS"),
+                                         .flv = FlvReading::Strict,
+                                         .lowLatency = true,
+                                         .sync = false}));
+    ASSERT_TRUE(waitForEnd());
+    EXPECT_EQ(log_, (QStringList{QStringLiteral("env: flv=standard,buffering=on,sync=on"),
+                                 QStringLiteral("env: flv=strict,buffering=off,sync=off")}));
+}
+
+TEST_F(WorkerProcessTest, TellsAnExportsOptions) {
+    for (const FlvReading flv : {FlvReading::Standard, FlvReading::Strict}) {
+        ASSERT_TRUE(worker_->start(ExportJob{.url = QStringLiteral("env:MEDIAWORKER_OPTIONS"),
+                                             .durationMs = 1,
+                                             .outputPath = QStringLiteral("x"),
+                                             .flv = flv}));
+        ASSERT_TRUE(waitForEnd());
+    }
+    EXPECT_EQ(log_, (QStringList{QStringLiteral("env: flv=standard"), QStringLiteral("env: flv=strict")}));
+}
+
+TEST_F(WorkerProcessTest, OptionsThatAreGivenAsTheyAreComeBeforeTheJobs) {
+    const QString name = QLatin1String(kOptionsVariable);
+    worker_->setExtraEnvironment({{name, QStringLiteral("new=thing")}});
+    ASSERT_TRUE(start("env:MEDIAWORKER_OPTIONS"));
+    ASSERT_TRUE(waitForEnd());
+    EXPECT_EQ(log_, QStringList{QStringLiteral("env: new=thing")});
+}
+
+TEST_F(WorkerProcessTest, ANullValueTakesAVariableAway) {
+    const OwnOptions own("flv=strict");
+    qputenv("MW_Y", "ours");
+    worker_->setExtraEnvironment({{QLatin1String(kOptionsVariable), {}}, {QStringLiteral("MW_Y"), {}}});
+    ASSERT_TRUE(start("has:MEDIAWORKER_OPTIONS;has:MW_Y;has:PATH"));
+    ASSERT_TRUE(waitForEnd());
+    qunsetenv("MW_Y");
+    EXPECT_EQ(log_, (QStringList{QStringLiteral("has: no"), QStringLiteral("has: no"),
+                                 QStringLiteral("has: yes")}));
+}
+
+TEST_F(WorkerProcessTest, TellsOnceThatThereIsNoSound) {
+    ASSERT_TRUE(start("log:sound unavailable: nellymoser: no decoder;log:sound unavailable: x: y;exit:3"));
+    ASSERT_TRUE(waitForEnd());
+    EXPECT_EQ(events_, (QStringList{QStringLiteral("no sound: nellymoser: no decoder"),
+                                    QStringLiteral("finished 3")}));
+    ASSERT_TRUE(start("exit:3"));
+    ASSERT_TRUE(waitForEnd());
+    EXPECT_EQ(worker_->findings().soundUnavailable, QString()) << "it was the one's before";
+    ASSERT_TRUE(start("log:sound unavailable: x: y;exit:3"));
+    ASSERT_TRUE(waitForEnd());
+    EXPECT_EQ(events_.count(QStringLiteral("no sound: x: y")), 1);
+}
+
+TEST_F(WorkerProcessTest, MissesADeviceOnlyWhenSoundIsWanted) {
+    const char* const script = "connect;hello;await;log:Failed to create audio output;await;exit:0";
+    const QString noDevice = QStringLiteral("no sound: no sound device");
+    for (const bool isWanted : {true, false}) {
+        events_.clear();
+        log_.clear();
+        ASSERT_TRUE(start(script));
+        worker_->setVolume(50);
+        if (!isWanted) {
+            worker_->stopAudio();
+        }
+        ASSERT_TRUE(eventually([this] { return !log_.isEmpty(); }));
+        worker_->writeRaw("x");
+        ASSERT_TRUE(waitForEnd());
+        EXPECT_EQ(events_.count(noDevice), isWanted ? 1 : 0);
+    }
+}
+
+TEST_F(WorkerProcessTest, FindsOutWhyTheResponseEnded) {
+    ASSERT_TRUE(start("log:http failed: status 404 Not Found;flood:200;log:http reader finished;exit:3"));
+    ASSERT_TRUE(waitForEnd());
+    EXPECT_FALSE(worker_->recentLog().contains(QStringLiteral("http failed: status 404 Not Found")));
+    EXPECT_EQ(exitReason(worker_->mode(), 3, false, worker_->findings()),
+              QStringLiteral("the server answered 404 Not Found"));
+    ASSERT_TRUE(start("exit:3"));
+    ASSERT_TRUE(waitForEnd());
+    EXPECT_FALSE(worker_->findings().isResponseFailed()) << "it was the one's before";
 }
 
 TEST_F(WorkerProcessTest, RunsTheWorkerUnderAPrefix) {

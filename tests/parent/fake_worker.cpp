@@ -12,6 +12,7 @@
 ///     serve          take commands until the link is gone, with a line for each; then exit with 0
 ///     args           log each argument behind "arg: "
 ///     env:NAME       log the value of a variable behind "env: "
+///     has:NAME       log whether there is such a variable behind "has: ": yes or no
 ///     picture:WxH    write a picture of that size into the frame file, and send the format message
 ///     shape:WxH      write a picture of that size into the frame file, without a word
 ///     cut:N          make the frame file N bytes long; its header stays
@@ -91,6 +92,8 @@ private:
             }
         } else if (verb == QStringLiteral("env")) {
             say("env: " + qgetenv(text.constData()) + '\n');
+        } else if (verb == QStringLiteral("has")) {
+            say(qEnvironmentVariableIsSet(text.constData()) ? "has: yes\n" : "has: no\n");
         } else if (verb == QStringLiteral("picture")) {
             shape(value);
             send(QByteArray::fromHex("040000"));

@@ -47,18 +47,22 @@ TEST(CtlArguments, PlayTakesEveryOption) {
                                .volumePercent = 0,
                                .proxyUrl = QStringLiteral("http://u:p@proxy:3128"),
                                .proxyType = QStringLiteral("socks5"),
+                               .flv = mediaworker::parent::FlvReading::Strict,
+                               .hasLowLatency = true,
+                               .hasSync = false,
                                .worker = QStringLiteral("/opt/worker"),
                                .isJson = true};
+    EXPECT_EQ(std::get<PlayCommand>(parse(
+                  "play https://cam/live.flv?a=b&speed=2 --seconds 2.5 --snapshots pictures --every 0.04 "
+                  "--volume 0 --proxy http://u:p@proxy:3128 --proxy-type socks5 --flv strict --low-latency "
+                  "--no-sync --worker /opt/worker --json")),
+              expected);
     EXPECT_EQ(
-        std::get<PlayCommand>(parse(
-            "play https://cam/live.flv?a=b&speed=2 --seconds 2.5 --snapshots pictures --every 0.04 "
-            "--volume 0 --proxy http://u:p@proxy:3128 --proxy-type socks5 --worker /opt/worker --json")),
-        expected);
-    EXPECT_EQ(std::get<PlayCommand>(
-                  parse("play --json --worker=/opt/worker --proxy-type=socks5 --proxy=http://u:p@proxy:3128 "
-                        "--volume=0 --every=0.04 --snapshots=/home/me/pictures --seconds=2.5 "
-                        "https://cam/live.flv?a=b&speed=2")),
-              expected)
+        std::get<PlayCommand>(parse("play --json --no-sync --low-latency --flv=strict --worker=/opt/worker "
+                                    "--proxy-type=socks5 --proxy=http://u:p@proxy:3128 "
+                                    "--volume=0 --every=0.04 --snapshots=/home/me/pictures --seconds=2.5 "
+                                    "https://cam/live.flv?a=b&speed=2")),
+        expected)
         << "in any order";
 }
 
@@ -104,6 +108,10 @@ TEST(CtlArguments, ExportTakesEveryOption) {
                              .patience = 0ms,
                              .worker = QStringLiteral("w"),
                              .isJson = true}));
+    EXPECT_EQ(std::get<ExportCommand>(parse("export http://cam/a.flv a.mp4 --duration 1 --flv strict")).flv,
+              mediaworker::parent::FlvReading::Strict);
+    EXPECT_EQ(std::get<ExportCommand>(parse("export http://cam/a.flv a.mp4 --duration 1 --flv standard")).flv,
+              mediaworker::parent::FlvReading::Standard);
 }
 
 TEST(CtlArguments, WaitsForAWhileAndAPartOfTheLength) {
@@ -118,12 +126,15 @@ TEST(CtlArguments, HelpIsEverywhere) {
     for (const char* line :
          {"play --help", "play -h", "help play", "play --help --json", "play http://c --help"}) {
         EXPECT_THAT(textOf(parse(line)), StartsWith("Usage: mediaworker-ctl play URL [options]\n")) << line;
-        EXPECT_THAT(textOf(parse(line)), HasSubstr("--snapshots <DIR>")) << line;
+        for (const char* option : {"--snapshots <DIR>", "--flv <READING>", "--low-latency", "--no-sync"}) {
+            EXPECT_THAT(textOf(parse(line)), HasSubstr(option)) << line;
+        }
     }
     for (const char* line : {"export --help", "export -h", "help export"}) {
         EXPECT_THAT(textOf(parse(line)), StartsWith("Usage: mediaworker-ctl export URL FILE --duration S"))
             << line;
         EXPECT_THAT(textOf(parse(line)), HasSubstr("There is no proxy for exports.")) << line;
+        EXPECT_THAT(textOf(parse(line)), HasSubstr("--flv <READING>")) << line;
     }
 }
 
@@ -168,7 +179,16 @@ TEST(CtlArguments, RefusesWrongUsageWithAReason) {
              Row{"play http://cam --proxy proxy", "--proxy must be like", kPlay},
              Row{"play http://cam --proxy-type socks5", "--proxy-type needs --proxy", kPlay},
              Row{"play http://cam --proxy http://p:1 --proxy-type SOCKS5", "must be http or socks5", kPlay},
+             Row{"play http://cam --flv loose", "--flv must be strict or standard", kPlay},
+             Row{"play http://cam --flv Strict", "--flv must be strict or standard", kPlay},
+             Row{"play http://cam --flv=", "--flv must be strict or standard", kPlay},
+             Row{"play http://cam --flv", "Missing value after '--flv'.", kPlay},
+             Row{"play http://cam --low-latency=1", "Unexpected value after '--low-latency'.", kPlay},
              Row{"export", "the URL is missing", kExport},
+             Row{"export http://cam a.mp4 --duration 1 --flv loose", "--flv must be strict or standard",
+                 kExport},
+             Row{"export http://cam a.mp4 --duration 1 --low-latency", "Unknown option 'low-latency'.",
+                 kExport},
              Row{"export http://cam", "the file to write is missing", kExport},
              Row{"export http://cam a.mp4", "--duration is missing", kExport},
              Row{"export http://cam a.mp4 b.mp4 --duration 1", "unexpected argument: b.mp4", kExport},

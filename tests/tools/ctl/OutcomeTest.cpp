@@ -113,6 +113,23 @@ TEST(CtlOutcome, TellsOfTheWorkerOnlyWhatIsKnown) {
     EXPECT_EQ(withoutWorker.reason, QString());
 }
 
+TEST(CtlOutcome, TellsWhatTheLogToldOfTheResponse) {
+    parent::WorkerFindings refused;
+    refused.httpStatus = 404;
+    refused.httpReason = QStringLiteral("Not Found");
+    const WorkerEnd end{kStream, 3, false, {}, refused};
+    EXPECT_EQ(describe(end), QStringLiteral("the server answered 404 Not Found (exit code 3)"));
+    const Ended told = jobEnd(PlaySummary{}, QStringLiteral("x"), end);
+    EXPECT_EQ(told.reason, QStringLiteral("the server answered 404 Not Found"));
+    EXPECT_EQ(told.cause, QStringLiteral("httpStatus"));
+    EXPECT_EQ(told.httpStatus, 404);
+    EXPECT_EQ(told.remark, QStringLiteral("the stream broke off: the server answered 404 Not Found"));
+    // The user left while the last pictures were shown.
+    EXPECT_EQ(jobEnd(PlaySummary{}, {}, WorkerEnd{kStream, 0, false, {}, refused}).remark, QString());
+    EXPECT_EQ(jobEnd(PlaySummary{}, {}, WorkerEnd{kStream, 3, false}).remark, QString());
+    EXPECT_EQ(jobEnd(PlaySummary{}, {}, std::nullopt).cause, QString());
+}
+
 TEST(CtlOutcome, TheLastWordsAreThreeLinesWithText) {
     EXPECT_EQ(lastWords({}), QStringList());
     EXPECT_EQ(lastWords({QStringLiteral("one")}), QStringList({QStringLiteral("one")}));

@@ -128,8 +128,8 @@ TEST_F(CtlPlay, AStreamThatEndsTooSoonIsAFailure) {
 TEST_F(CtlPlay, AnErrorOfTheServerIsAFailure) {
     EXPECT_EQ(run({"play", server_.url("/nothing.flv")}), kNotDone);
     EXPECT_THAT(errors(),
-                AllOf(StartsWith("mediaworker-ctl: no picture was shown: the server ended the stream "
-                                 "or could not deliver it (exit code 3)\n"),
+                AllOf(StartsWith("mediaworker-ctl: no picture was shown: the server answered 404 Error "
+                                 "(exit code 3)\n"),
                       HasSubstr("http reader finished")));
 }
 
@@ -190,6 +190,10 @@ TEST_F(CtlProgram, RefusesWrongUsage) {
              {"play", "http://h/", "--volume", "200"},
              {"play", "http://h/", "--seconds", "0"},
              {"play", "http://h/", "--nonsense"},
+             {"play", "http://h/", "--flv", "loose"},
+             {"play", "http://h/", "--low-latency=yes"},
+             {"export", "http://h/", "out.mp4", "--duration", "1", "--flv", ""},
+             {"export", "http://h/", "out.mp4", "--duration", "1", "--no-sync"},
              {"export", "http://h/", "out.mp4"},
              {"export", "http://h/", "--duration", "1"},
              {"export", "file:///a.flv", "out.mp4", "--duration", "1"},
@@ -264,7 +268,8 @@ TEST_F(CtlExport, ReplacesAnOlderFile) {
 TEST_F(CtlExport, SoundThatAnMp4FileCannotHoldIsAFailure) {
     server_.route("/g711.flv", pacedHandler(makeFlv(clip(AudioCodec::ALaw)), {.speed = 0}));
     writeFile(file_, "an older film");
-    EXPECT_EQ(run({"export", server_.url("/g711.flv"), file_.generic_string(), "--duration", "2", "--json"}),
+    EXPECT_EQ(run({"export", server_.url("/g711.flv"), file_.generic_string(), "--duration", "2", "--flv",
+                   "strict", "--json"}),
               kNotDone);
     EXPECT_THAT(errors(), AllOf(StartsWith("mediaworker-ctl: the export failed: "),
                                 HasSubstr("(exit code 1)"), HasSubstr("Muxer.writeHeader")));

@@ -1,0 +1,52 @@
+#include "parent/Job.h"
+#include "records/Options.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+using namespace mediaworker::parent;
+
+// The two sides share no code: what the one writes is read by the other here.
+namespace {
+
+ko_player::Options readByAWorker(const QString& options) {
+    const ko_player::ParsedOptions parsed = ko_player::parseOptions(options.toStdString());
+    EXPECT_THAT(parsed.complaints, testing::IsEmpty()) << options.toStdString();
+    return parsed.options;
+}
+
+TEST(Job, IsAskedForUnderTheNameThatAWorkerReads) {
+    EXPECT_STREQ(kOptionsVariable, ko_player::kOptionsVariable);
+}
+
+TEST(Job, AsksForTheBestUnlessToldOtherwise) {
+    EXPECT_EQ(optionsOf(StreamJob{}), QStringLiteral("flv=standard,buffering=on,sync=on"));
+    EXPECT_EQ(optionsOf(ExportJob{}), QStringLiteral("flv=standard"));
+}
+
+TEST(Job, AsksAWorkerForWhatItsFieldsSay) {
+    using ko_player::BufferingPolicy;
+    using ko_player::SyncPolicy;
+    for (const FlvReading flv : {FlvReading::Strict, FlvReading::Standard}) {
+        const auto reading =
+            flv == FlvReading::Strict ? ko_player::FlvReading::Strict : ko_player::FlvReading::Standard;
+        for (const bool lowLatency : {false, true}) {
+            for (const bool sync : {false, true}) {
+                const ko_player::Options options = readByAWorker(
+                    optionsOf(StreamJob{.url = {}, .flv = flv, .lowLatency = lowLatency, .sync = sync}));
+                EXPECT_EQ(options.flv, reading);
+                EXPECT_EQ(options.buffering, lowLatency ? BufferingPolicy::Never : BufferingPolicy::ByUrl);
+                EXPECT_EQ(options.sync, sync ? SyncPolicy::ByTimeStamps : SyncPolicy::StartTogether);
+                EXPECT_TRUE(options.explains);
+            }
+        }
+        const ko_player::Options options =
+            readByAWorker(optionsOf(ExportJob{.url = {}, .outputPath = {}, .flv = flv}));
+        EXPECT_EQ(options.flv, reading);
+        EXPECT_TRUE(options.explains);
+    }
+}
+
+} // namespace
