@@ -20,7 +20,7 @@ int main(int argc, char** argv) {
         }
     });
     QObject::connect(&worker, &WorkerProcess::finished, [&](int exitCode, bool crashed) {
-        out << exitReason(worker.mode(), exitCode, crashed) << Qt::endl;
+        out << exitReason(worker.mode(), exitCode, crashed, worker.findings()) << Qt::endl;
         QCoreApplication::exit(1);
     });
     QObject::connect(&worker, &WorkerProcess::startFailed, [&](const QString& why) {

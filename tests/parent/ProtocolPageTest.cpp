@@ -1,6 +1,9 @@
+#include "parent/ExitReason.h"
 #include "parent/FrameChannel.h"
+#include "parent/Job.h"
 #include "parent/Message.h"
 #include "parent/MessageReader.h"
+#include "records/Options.h"
 
 #include <QFile>
 #include <QRegularExpression>
@@ -33,12 +36,44 @@ struct Example {
     QString words;
 };
 
-QString page() {
-    QFile file(QStringLiteral(PROTOCOL_PAGE));
+QString textOf(const char* path) {
+    QFile file(QString::fromUtf8(path));
     if (!file.open(QIODevice::ReadOnly)) {
         return {};
     }
     return QString::fromUtf8(file.readAll());
+}
+
+QString page() {
+    return textOf(PROTOCOL_PAGE);
+}
+
+/// What the first group of an expression, which knows of lines, finds everywhere in a text.
+std::set<QString> found(const QString& text, const QString& expression) {
+    const QRegularExpression pattern(expression, QRegularExpression::MultilineOption);
+    std::set<QString> result;
+    for (auto match = pattern.globalMatch(text); match.hasNext();) {
+        result.insert(match.next().captured(1));
+    }
+    return result;
+}
+
+/// An option as the page's table has it: "flv=strict".
+struct PageOption {
+    QString text;
+    bool isDefault;
+};
+
+std::vector<PageOption> pageOptions() {
+    static const QRegularExpression row(QStringLiteral("^\\| `([a-z]+=[a-z]+)`( \\(default\\))? \\|"),
+                                        QRegularExpression::MultilineOption);
+    std::vector<PageOption> options;
+    const QString text = page();
+    for (auto match = row.globalMatch(text); match.hasNext();) {
+        const auto line = match.next();
+        options.push_back({line.captured(1), !line.captured(2).isEmpty()});
+    }
+    return options;
 }
 
 /// Lines of code blocks that have words and then at least three bytes, or (in the dialogue) an arrow, bytes
@@ -154,6 +189,78 @@ TEST(ProtocolPage, ShowsAFrameFile) {
     EXPECT_EQ(picture->size(), QSize(2, 1));
     EXPECT_EQ(picture->pixel(0, 0), qRgb(255, 0, 0));
     EXPECT_EQ(picture->pixel(1, 0), qRgb(0, 0, 255));
+}
+
+TEST(ProtocolPage, ShowsEveryOptionThatAWorkerKnowsAndItsDefault) {
+    std::set<QString> shown;
+    for (const PageOption& option : pageOptions()) {
+        SCOPED_TRACE(option.text.toStdString());
+        shown.insert(option.text);
+        ko_player::ParsedOptions parsed = ko_player::parseOptions(option.text.toStdString());
+        EXPECT_THAT(parsed.complaints, testing::IsEmpty());
+        parsed.options.explains = false; // every known option brings that
+        EXPECT_EQ(parsed.options == ko_player::Options{}, option.isDefault);
+    }
+    std::set<QString> known;
+    static const QRegularExpression choice(QStringLiteral("Choice\\{\"([a-z]+)\", \"([a-z]+)\""));
+    const QString source = textOf(OPTIONS_SOURCE);
+    for (auto match = choice.globalMatch(source); match.hasNext();) {
+        const auto entry = match.next();
+        known.insert(entry.captured(1) + u'=' + entry.captured(2));
+    }
+    EXPECT_FALSE(known.empty());
+    EXPECT_EQ(shown, known);
+    EXPECT_EQ(found(textOf(WORKER_MAN_PAGE), QStringLiteral("^\\.BR? ([a-z]+=[a-z]+)")), known);
+}
+
+TEST(ProtocolPage, ShowsWhatTheLibraryAsksFor) {
+    EXPECT_TRUE(page().contains(u'`' + optionsOf(StreamJob{}) + u'`'));
+    std::set<QString> shown;
+    for (const PageOption& option : pageOptions()) {
+        shown.insert(option.text);
+    }
+    for (const FlvReading flv : {FlvReading::Strict, FlvReading::Standard}) {
+        for (const bool isOn : {false, true}) {
+            const StreamJob job{.url = {}, .flv = flv, .lowLatency = isOn, .sync = isOn};
+            for (const QString& option : optionsOf(job).split(u',')) {
+                EXPECT_EQ(shown.count(option), 1U) << option.toStdString();
+            }
+        }
+    }
+}
+
+TEST(ProtocolPage, ShowsWhatAWorkerSaysToOptionsThatItDoesNotKnow) {
+    std::set<QString> lines;
+    for (const char* options : {"colour=blue", "flv=loose"}) {
+        for (const std::string& line : ko_player::parseOptions(options).complaints) {
+            lines.insert(QString::fromStdString(line));
+        }
+    }
+    EXPECT_EQ(found(page(), QStringLiteral("^    (MEDIAWORKER_OPTIONS: .*)$")), lines);
+}
+
+TEST(ProtocolPage, ShowsLinesThatTheLibraryUnderstands) {
+    const auto lines = found(
+        page(), QStringLiteral("^\\| `((?:http failed|sound unavailable|pictures unavailable): [^`]+)`"));
+    EXPECT_EQ(lines.size(), 4U);
+    for (const QString& line : lines) {
+        WorkerFindings findings;
+        findings.take(line, false);
+        EXPECT_TRUE(findings.isResponseFailed() || !findings.soundUnavailable.isEmpty() ||
+                    !findings.picturesUnavailable.isEmpty())
+            << line.toStdString();
+    }
+}
+
+TEST(Readme, NamesEveryCause) {
+    const QString readme = textOf(README_PAGE);
+    const int begin = readme.indexOf(QStringLiteral("| `cause` |"));
+    ASSERT_GE(begin, 0);
+    const QString table = readme.mid(begin, readme.indexOf(QStringLiteral("\n\n"), begin) - begin);
+    for (int cause = 0; cause <= static_cast<int>(ExitCause::Killed); ++cause) {
+        const QString name = exitCauseName(static_cast<ExitCause>(cause));
+        EXPECT_TRUE(table.contains(u'`' + name + u'`')) << name.toStdString();
+    }
 }
 
 } // namespace
