@@ -31,6 +31,13 @@ std::optional<QString> textBehind(const char* beginning, const QString& line) {
     return line.startsWith(prefix) ? std::optional(printable(line.mid(prefix.size()))) : std::nullopt;
 }
 
+/// Later ones follow from it, or say it again.
+void noteFirst(QString& reason, const QString& found) {
+    if (reason.isEmpty()) {
+        reason = found;
+    }
+}
+
 bool saysThatThereIsNoDevice(const QString& line) {
     const auto device = textBehind(kDevice, line);
     return line == QLatin1String(kNoDevice) || (device && *device != QLatin1String(kDeviceStarted));
@@ -48,11 +55,11 @@ void WorkerFindings::take(const QString& line, bool isSoundWanted) {
         networkError = error->section(QLatin1Char(':'), 0, 0);
         networkErrorText = error->section(QLatin1Char(':'), 1).trimmed();
     } else if (const auto pictures = textBehind(kPictures, line)) {
-        picturesUnavailable = *pictures;
+        noteFirst(picturesUnavailable, *pictures);
     } else if (const auto sound = textBehind(kSound, line)) {
-        soundUnavailable = *sound;
+        noteFirst(soundUnavailable, *sound);
     } else if (isSoundWanted && saysThatThereIsNoDevice(line)) {
-        soundUnavailable = QStringLiteral("no sound device");
+        noteFirst(soundUnavailable, QStringLiteral("no sound device"));
     }
 }
 

@@ -15,8 +15,8 @@ struct WorkerFindings {
     QString httpReason = {};            ///< the words that came with it, "Not Found"; may be empty
     QString networkError = {};          ///< by its name in QNetworkReply::NetworkError; empty: there was none
     QString networkErrorText = {};
-    QString picturesUnavailable = {}; ///< codec and reason; empty: nothing was said of the kind
-    QString soundUnavailable = {};    ///< codec and reason, or that there is no device
+    QString picturesUnavailable = {}; ///< codec and first reason; empty: nothing was said of the kind
+    QString soundUnavailable = {};    ///< codec and first reason, or that there is no device
 
     /// The response ended by one of the two.
     [[nodiscard]] bool isResponseFailed() const { return httpStatus || !networkError.isEmpty(); }

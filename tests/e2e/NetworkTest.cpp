@@ -143,6 +143,35 @@ INSTANTIATE_TEST_SUITE_P(Pages, ErrorPage,
                                          Refusal{"ThreeMiB", 503, 3 << 20}),
                          [](const auto& instance) { return instance.param.name; });
 
+TEST_F(Network, FailuresAreToldToAParentThatGivesOptions) {
+    const std::string nobody = [] {
+        const RefusingPort gone;
+        return "http://127.0.0.1:" + std::to_string(gone.port()) + "/live.flv";
+    }();
+    server_.route("/refused.flv", [](HttpResponse& response) {
+        response.status(403, "Forbidden");
+        response.contentLength(0);
+    });
+    for (const auto& [url, line] :
+         {std::pair(server_.url("/refused.flv"), "http failed: status 403 Forbidden"),
+          std::pair(nobody, "http failed: network: ConnectionRefusedError: "
+                            "Connection refused")}) {
+        Session bare;
+        bare.start(url);
+        expectNothingShown(bare);
+        EXPECT_FALSE(bare.hasLineBeginning("http failed")) << bare.logText();
+
+        Session asked({.environment = {{"MEDIAWORKER_OPTIONS", "flv=strict"}}});
+        asked.start(url);
+        expectNothingShown(asked);
+        ASSERT_EQ(asked.log().size(), bare.log().size() + 1) << asked.logText();
+        const auto told = std::find_if(asked.log().begin(), asked.log().end(),
+                                       [&](const LogLine& logged) { return logged.text == line; });
+        ASSERT_NE(told, asked.log().end()) << asked.logText();
+        EXPECT_EQ(std::next(told)->text, "http reader finished");
+    }
+}
+
 TEST(NetworkEnd, OfAServerThatRefusesTheConnection) {
     const RefusingPort port;
     Session session;

@@ -74,7 +74,8 @@ TEST(WorkerFindings, ReadTheLinesThatTellOfProblems) {
 TEST(WorkerFindings, KeepWhatOtherLinesDoNotTouch) {
     WorkerFindings findings;
     for (const char* line : {"sound unavailable: x", "http failed: status 404 Not Found",
-                             "pictures unavailable: y", "http reader finished"}) {
+                             "pictures unavailable: y", "http reader finished", "sound unavailable: later",
+                             "pictures unavailable: later", "Failed to create audio output"}) {
         findings.take(QString::fromUtf8(line), kWanted);
     }
     EXPECT_EQ(findings.httpStatus, 404);

@@ -145,6 +145,8 @@ void StreamView::makeOverlay() {
     note_->setTextFormat(Qt::PlainText); // words of a worker
     note_->setAttribute(Qt::WA_TransparentForMouseEvents);
     note_->hide();
+    noteTimer_.setParent(this);
+    noteTimer_.setObjectName(QStringLiteral("noteTimer"));
     noteTimer_.setSingleShot(true);
     noteTimer_.setInterval(kNoteDuration);
     connect(&noteTimer_, &QTimer::timeout, note_, &QWidget::hide);

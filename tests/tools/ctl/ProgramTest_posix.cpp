@@ -157,5 +157,51 @@ TEST_F(CtlExport, InterruptedIsCancelled) {
     EXPECT_FALSE(events("ended").at(0)[QStringLiteral("ok")].toBool());
 }
 
+/// A server that others wrote, with nothing to serve.
+class PythonServer {
+public:
+    PythonServer() {
+        std::filesystem::create_directory(folder_ / "empty");
+        program_ = std::make_unique<ChildProcess>(
+            ChildProcess::Options{.command = {"python3", "-u", "-m", "http.server", "0", "--bind",
+                                              "127.0.0.1", "--directory", (folder_ / "empty").string()},
+                                  .output = folder_ / "output",
+                                  .errors = folder_ / "errors"});
+        const std::regex serving("http://127\\.0\\.0\\.1:[0-9]+/");
+        std::smatch found;
+        eventually([&] {
+            const std::string said = readText(folder_ / "output");
+            if (std::regex_search(said, found, serving)) {
+                url_ = found.str();
+            }
+            return !url_.empty() || !program_->isRunning();
+        });
+    }
+
+    /// With a slash at its end; empty when it does not run.
+    [[nodiscard]] const std::string& url() const { return url_; }
+
+private:
+    TemporaryFolder folder_;
+    std::unique_ptr<ChildProcess> program_;
+    std::string url_;
+};
+
+TEST_F(CtlProgram, TellsWhatAnotherServerAnswers) {
+    const PythonServer server;
+    ASSERT_NE(server.url(), "");
+    EXPECT_EQ(run({"play", server.url() + "live.flv", "--json"}), kNotDone);
+    EXPECT_EQ(intOf(events("ended").at(0), "httpStatus"), 404);
+    EXPECT_THAT(errors(), HasSubstr("no picture was shown: the server answered 404 File not found"));
+    EXPECT_EQ(run({"export", server.url() + "live.flv", (folder_ / "film.mp4").string(), "--duration", "2",
+                   "--json"}),
+              kNotDone);
+    EXPECT_EQ(intOf(events("ended").at(0), "httpStatus"), 404);
+    std::string secure = server.url() + "live.flv";
+    secure.insert(4, "s");
+    EXPECT_EQ(run({"play", secure, "--json"}), kNotDone);
+    EXPECT_EQ(textOf(events("ended").at(0), "cause"), "tlsFailure");
+}
+
 } // namespace
 } // namespace mediaworker::test

@@ -227,5 +227,42 @@ TEST_F(ExportTest, ClosingTheWindowEndsItAndLeavesNothing) {
     EXPECT_THROW(runCommand({"pgrep", "-P", std::to_string(getpid()), "mediaworker"}), std::runtime_error);
 }
 
+TEST_F(ExportTest, SaysWhyTheServerRefused) {
+    openDialog("/nothing.flv");
+    click("start");
+    ASSERT_TRUE(waitForEnd());
+    EXPECT_THAT(message(), StartsWith("Failed: the server answered 404 "));
+    EXPECT_EQ(exported(), Names{});
+}
+
+TEST_F(ExportTest, SaysWhereACompleteFileBreaksOff) {
+    server_.route("/broken.flv", [this](HttpResponse& response) {
+        response.contentLength(100'000'000);
+        for (const TimedBytes& piece : makeFlv(clip_)) {
+            response.send(piece.bytes);
+        }
+    });
+    openDialog("/broken.flv");
+    click("start");
+    ASSERT_TRUE(waitForEnd());
+    EXPECT_EQ(message(), "The file is complete: " + file_.string() +
+                             "\nBut the stream broke off: connection lost: it was closed before the answer "
+                             "was complete.");
+    EXPECT_EQ(exported(), Names{"out.mp4"});
+}
+
+TEST_F(ExportTest, AsksForTheReadingOfTheViewer) {
+    const auto toldWith = [this](const std::function<void()>& prepare) {
+        openDialog("/;connect;hello;env:MEDIAWORKER_OPTIONS;exit:1", QStringLiteral(FAKE_WORKER));
+        prepare();
+        click("start");
+        EXPECT_TRUE(waitForEnd());
+        return message();
+    };
+    EXPECT_THAT(toldWith([] {}), HasSubstr("(its last words: env: flv=standard)"));
+    EXPECT_THAT(toldWith([this] { dialog().setFlvReading(parent::FlvReading::Strict); }),
+                HasSubstr("(its last words: env: flv=strict)"));
+}
+
 } // namespace
 } // namespace mediaworker::test

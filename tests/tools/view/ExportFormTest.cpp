@@ -120,6 +120,8 @@ TEST(ExportEnd, IsToldInSentences) {
         return exportEndText(end, QString::fromUtf8(file), QString::fromUtf8(why)).toStdString();
     };
     EXPECT_EQ(text(ExportEnd::Complete, "/x/a.mp4", ""), "The file is complete: /x/a.mp4");
+    EXPECT_EQ(text(ExportEnd::Complete, "/x/a.mp4", "it has no sound: x: y"),
+              "The file is complete: /x/a.mp4\nBut it has no sound: x: y.");
     EXPECT_EQ(text(ExportEnd::Cancelled, "", ""), "Cancelled. Nothing was saved.");
     EXPECT_EQ(text(ExportEnd::Failed, "", "no network"), "Failed: no network.");
     EXPECT_EQ(text(ExportEnd::Failed, "/x/a.partial.mp4", "no network"),

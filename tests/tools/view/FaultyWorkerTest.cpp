@@ -3,6 +3,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QTest>
+#include <QTimer>
 
 #include <csignal>
 
@@ -59,8 +60,14 @@ INSTANTIATE_TEST_SUITE_P(
         EndCase{"NoStream", "connect;hello;exit:1",
                 "the received data is not an FLV stream, the arguments are wrong, or the worker crashed"},
         EndCase{"NoPictureInTime", "connect;hello;exit:2", "no picture arrived in time"},
-        EndCase{"EndOfTheStream", "connect;hello;exit:3",
-                "the server ended the stream or could not deliver it"},
+        EndCase{"EndOfTheStream", "connect;hello;exit:3", "the server ended the stream"},
+        EndCase{"Refused", "connect;hello;log:http failed: status 404 Not Found;exit:3",
+                "the server answered 404 Not Found"},
+        EndCase{"NobodyListens",
+                "connect;hello;log:http failed: network: ConnectionRefusedError: Connection refused;exit:3",
+                "connection refused: nothing listens at that address and port"},
+        EndCase{"PicturesUnavailable", "connect;hello;log:pictures unavailable: vp6: no decoder;exit:2",
+                "the pictures cannot be shown: vp6: no decoder"},
         EndCase{"NothingToDecode", "connect;hello;exit:4", "the pictures ended or could not be decoded"},
         EndCase{"Unknown", "connect;hello;exit:77", "unknown exit code 77"},
         EndCase{"Killed", "connect;hello;crash", "the worker was killed"},
@@ -87,7 +94,7 @@ TEST_F(FaultyWorker, AnyGarbageIsSurvived) {
     showScripts(scripts);
     for (std::size_t i = 0; i < scripts.size(); ++i) {
         EXPECT_TRUE(waitForEnd(i)) << i;
-        EXPECT_EQ(view(i).status().endWords, parent::exitReason(parent::WorkerMode::Stream, 3, false)) << i;
+        EXPECT_EQ(view(i).status().endWords, QStringLiteral("the server ended the stream")) << i;
     }
     closeWindow();
     EXPECT_EQ(leftovers(), "");
@@ -140,6 +147,71 @@ TEST_F(FaultyWorker, OfATinyPictureCanBeStartedAgain) {
         return button->height() >= button->minimumSizeHint().height() &&
                view().pictures().rect().contains(place);
     }));
+}
+
+/// A stream that goes on, with a picture, after it has told that there is no sound.
+constexpr const char* kSilent = "connect;hello;picture:640x360;send:0108000100000000000000;"
+                                "log:sound unavailable: nellymoser: no decoder;"
+                                "log:sound unavailable: another: reason;wait:100000";
+constexpr const char* kNoSound = "No sound: nellymoser: no decoder";
+
+class SilentStream : public FaultyWorker {
+protected:
+    bool waitForProblem(std::size_t index = 0) {
+        return waitUntil([this, index] { return !view(index).status().soundProblem.isEmpty(); });
+    }
+    QLabel& note(std::size_t index = 0) { return *view(index).findChild<QLabel*>(QStringLiteral("note")); }
+};
+
+TEST_F(SilentStream, IsToldOverItsPicturesForAWhileAndInTheStatusBar) {
+    view::StreamSettings settings = standIn();
+    settings.isMuted = false;
+    show({std::string("/;") + kSilent}, settings);
+    ASSERT_TRUE(waitForPictures(view(), 1));
+    ASSERT_TRUE(waitUntil([this] { return note().isVisible(); }));
+    EXPECT_EQ(note().text().toStdString(), kNoSound);
+    EXPECT_TRUE(view().pictures().rect().contains(note().geometry()));
+    EXPECT_TRUE(waitUntil([this] {
+        return text("state") == QStringLiteral("playing, no sound: nellymoser: no decoder") ||
+               text("state") == QStringLiteral("buffering, no sound: nellymoser: no decoder");
+    }));
+    auto* const timer = view().findChild<QTimer*>(QStringLiteral("noteTimer"));
+    EXPECT_GT(timer->remainingTime(), 1000) << "time to read it";
+    timer->start(0);
+    EXPECT_TRUE(waitUntil([this] { return note().isHidden(); }));
+    press(Qt::Key_M);
+    press(Qt::Key_M);
+    EXPECT_TRUE(note().isHidden()) << "told once";
+    // A new worker is a new stream.
+    view().restart();
+    EXPECT_TRUE(waitUntil([this] { return note().isVisible(); }));
+    view().restart();
+    EXPECT_TRUE(note().isHidden());
+}
+
+TEST_F(SilentStream, DisturbsNobodyWhoDoesNotWantToHearIt) {
+    showScripts({kSilent, "connect;hello;wait:100000"});
+    ASSERT_TRUE(waitForProblem());
+    EXPECT_TRUE(note().isHidden());
+    const auto* const caption = view(0).findChild<QLabel*>(QStringLiteral("caption"));
+    EXPECT_TRUE(waitUntil(
+        [&] { return caption->text().endsWith(QStringLiteral("no sound: nellymoser: no decoder")); }));
+    EXPECT_TRUE(view(1).status().soundProblem.isEmpty());
+    press(Qt::Key_M); // the first is the current one
+    EXPECT_TRUE(note().isVisible());
+    EXPECT_TRUE(note(1).isHidden());
+}
+
+TEST_F(FaultyWorker, IsToldWhatTheViewerWasAskedFor) {
+    view::StreamSettings settings = standIn();
+    show({"/;connect;hello;env:MEDIAWORKER_OPTIONS;wait:100000"}, settings);
+    EXPECT_TRUE(waitForLog(view(), QStringLiteral("env: flv=standard,buffering=on,sync=on")));
+    closeWindow();
+    settings.flv = parent::FlvReading::Strict;
+    settings.hasLowLatency = true;
+    settings.hasSync = false;
+    show({"/;connect;hello;env:MEDIAWORKER_OPTIONS;wait:100000"}, settings);
+    EXPECT_TRUE(waitForLog(view(), QStringLiteral("env: flv=strict,buffering=off,sync=off")));
 }
 
 } // namespace

@@ -85,6 +85,23 @@ TEST(StatusTexts, DescribeAStreamThatPlays) {
               "door – playing, 1920 × 1080, 25 fps");
 }
 
+TEST(StatusTexts, SayWhyNothingIsHeardWhilePicturesCome) {
+    StreamStatus status = playing();
+    EXPECT_EQ(soundText(status), QString());
+    status.soundProblem = QStringLiteral("nellymoser: no decoder");
+    EXPECT_EQ(soundText(status).toStdString(), "no sound: nellymoser: no decoder");
+    EXPECT_EQ(captionText(QStringLiteral("door"), status).toStdString(),
+              "door – playing, 1920 × 1080, 25 fps, no sound: nellymoser: no decoder");
+    for (const PlaybackState state : {PlaybackState::Buffering, PlaybackState::Paused}) {
+        status.state = state;
+        EXPECT_NE(soundText(status), QString());
+    }
+    for (const PlaybackState state : {PlaybackState::Connecting, PlaybackState::Ended}) {
+        status.state = state;
+        EXPECT_EQ(soundText(status), QString());
+    }
+}
+
 TEST(StatusTexts, HaveNoRateWhereNothingMoves) {
     StreamStatus status = playing();
     status.state = PlaybackState::Paused;

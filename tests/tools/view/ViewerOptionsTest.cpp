@@ -30,6 +30,18 @@ TEST(ViewerOptions, NeedNothing) {
     EXPECT_FALSE(options.streams.isMuted);
     EXPECT_EQ(options.seconds, 0);
     EXPECT_FALSE(options.snapshotFolder.isEmpty());
+    EXPECT_EQ(options.streams.flv, parent::FlvReading::Standard);
+    EXPECT_FALSE(options.streams.hasLowLatency);
+    EXPECT_TRUE(options.streams.hasSync);
+}
+
+TEST(ViewerOptions, DecideHowStreamsAreRead) {
+    const ViewerOptions options = parse({"--flv", "strict", "--low-latency", "--no-sync"});
+    EXPECT_EQ(options.action, Action::Show) << options.text.toStdString();
+    EXPECT_EQ(options.streams.flv, parent::FlvReading::Strict);
+    EXPECT_TRUE(options.streams.hasLowLatency);
+    EXPECT_FALSE(options.streams.hasSync);
+    EXPECT_EQ(parse({"--flv=standard"}).streams.flv, parent::FlvReading::Standard);
 }
 
 TEST(ViewerOptions, AreAllRead) {
@@ -62,8 +74,9 @@ TEST(ViewerOptions, HelpNamesEverything) {
     for (const char* option : {"-h", "--help"}) {
         const ViewerOptions options = parse({option});
         EXPECT_EQ(options.action, Action::PrintHelp);
-        for (const char* name : {"--worker", "--proxy", "--volume", "--snapshots", "Exports do not use it",
-                                 "URL", "Keys:", "Ctrl+Shift+O", "F11"}) {
+        for (const char* name :
+             {"--worker", "--proxy", "--flv", "--low-latency", "--no-sync", "--volume", "--snapshots",
+              "Exports do not use it", "URL", "Keys:", "Ctrl+Shift+O", "F11"}) {
             EXPECT_THAT(options.text.toStdString(), testing::HasSubstr(name));
         }
     }
@@ -88,18 +101,22 @@ TEST_P(Refused, WithAReason) {
     EXPECT_THAT(options.text.toStdString(), testing::HasSubstr(GetParam().expected));
 }
 
-INSTANTIATE_TEST_SUITE_P(CommandLines, Refused,
-                         testing::Values(RefusedCase{"UnknownOption", {"--fast"}, "fast"},
-                                         RefusedCase{"MissingValue", {"--worker"}, "worker"},
-                                         RefusedCase{"VolumeNoNumber", {"--volume", "loud"}, "--volume"},
-                                         RefusedCase{"VolumeTooLarge", {"--volume", "101"}, "--volume"},
-                                         RefusedCase{"NoSeconds", {"--seconds", "0"}, "--seconds"},
-                                         RefusedCase{"ProxyType",
-                                                     {"--proxy", "http://a:1", "--proxy-type", "ftp"},
-                                                     "--proxy-type"},
-                                         RefusedCase{"ProxyTypeAlone", {"--proxy-type", "socks5"}, "--proxy"},
-                                         RefusedCase{"EmptyUrl", {""}, "empty"}),
-                         [](const auto& instance) { return instance.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    CommandLines, Refused,
+    testing::Values(RefusedCase{"UnknownOption", {"--fast"}, "fast"},
+                    RefusedCase{"MissingValue", {"--worker"}, "worker"},
+                    RefusedCase{"VolumeNoNumber", {"--volume", "loud"}, "--volume"},
+                    RefusedCase{"VolumeTooLarge", {"--volume", "101"}, "--volume"},
+                    RefusedCase{"NoSeconds", {"--seconds", "0"}, "--seconds"},
+                    RefusedCase{
+                        "ProxyType", {"--proxy", "http://a:1", "--proxy-type", "ftp"}, "--proxy-type"},
+                    RefusedCase{"ProxyTypeAlone", {"--proxy-type", "socks5"}, "--proxy"},
+                    RefusedCase{"Reading", {"--flv", "loose"}, "--flv must be strict or standard."},
+                    RefusedCase{"EmptyReading", {"--flv="}, "--flv must be strict or standard."},
+                    RefusedCase{"ReadingMissing", {"--flv"}, "--flv"},
+                    RefusedCase{"LatencyOfAValue", {"--low-latency=1"}, "low-latency"},
+                    RefusedCase{"EmptyUrl", {""}, "empty"}),
+    [](const auto& instance) { return instance.param.name; });
 
 } // namespace
 } // namespace mediaworker::view
