@@ -166,7 +166,7 @@ TEST_F(Network, FailuresAreToldToAParentThatGivesOptions) {
         expectNothingShown(asked);
         ASSERT_EQ(asked.log().size(), bare.log().size() + 1) << asked.logText();
         const auto told = std::find_if(asked.log().begin(), asked.log().end(),
-                                       [&](const LogLine& logged) { return logged.text == line; });
+                                       [text = line](const LogLine& logged) { return logged.text == text; });
         ASSERT_NE(told, asked.log().end()) << asked.logText();
         EXPECT_EQ(std::next(told)->text, "http reader finished");
     }
