@@ -1,5 +1,6 @@
-// A whole stream through FlvReader and FlvHandler. The first byte chooses how the rest is cut into pieces,
-// and the stream is read a second time in one piece: both readings must end alike.
+// A whole stream through FlvReader and FlvHandler, as the strict and as the standard reading has it. The
+// first byte chooses how the rest is cut into pieces, and the stream is read a second time in one piece: both
+// times it must end alike.
 
 #include "base/Log.h"
 #include "flv/FlvHandler.h"
@@ -7,6 +8,7 @@
 
 extern "C" {
 #include <libavcodec/packet.h>
+#include <libavutil/log.h>
 }
 
 #include <algorithm>
@@ -41,10 +43,20 @@ void add(std::uint64_t& hash, std::uint64_t value) {
     hash = (hash ^ value) * 1'099'511'628'211U;
 }
 
+/// FFmpeg's own messages, of decoders that are tried on what the fuzzer makes up.
+void silenceFfmpeg() {
+    static const bool isDone = [] {
+        av_log_set_level(AV_LOG_QUIET);
+        return true;
+    }();
+    static_cast<void>(isDone);
+}
+
 /// Touches every byte that the packet claims to own.
 std::uint64_t hashOf(const AVPacket& packet) {
     std::uint64_t hash = static_cast<std::uint64_t>(packet.flags);
     add(hash, static_cast<std::uint64_t>(packet.dts));
+    add(hash, static_cast<std::uint64_t>(packet.pts));
     for (int i = 0; i < packet.size; ++i) {
         add(hash, packet.data[i]);
     }
@@ -56,10 +68,11 @@ std::uint64_t hashOf(const AVPacket& packet) {
     return hash;
 }
 
-Reading read(const std::uint8_t* data, std::size_t size, std::size_t pieceSize) {
+Reading read(ko_player::FlvReading dialect, const std::uint8_t* data, std::size_t size,
+             std::size_t pieceSize) {
     Reading reading;
     const LogText log(reading.log);
-    ko_player::FlvHandler handler;
+    ko_player::FlvHandler handler(dialect);
     const auto keep = [&](const std::shared_ptr<ko_player::ff_wrap::Packet>& packet) {
         reading.packets.push_back(hashOf(*packet->get()));
     };
@@ -70,7 +83,7 @@ Reading read(const std::uint8_t* data, std::size_t size, std::size_t pieceSize) 
     handler.onAudioPacket = keep;
     handler.onVideoParams = check;
     handler.onAudioParams = check;
-    ko_player::flv::FlvReader reader(&handler);
+    ko_player::flv::FlvReader reader(&handler, dialect);
     for (std::size_t offset = 0; offset < size && !reading.ended;) {
         // A copy of the piece's exact size, so that a read behind its end is seen.
         const std::size_t count = std::min(pieceSize, size - offset);
@@ -84,12 +97,16 @@ Reading read(const std::uint8_t* data, std::size_t size, std::size_t pieceSize) 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    silenceFfmpeg();
     if (size == 0) {
         return 0;
     }
     const std::size_t pieceSize = data[0] < 128 ? 1U + data[0] : std::size_t{1} << (data[0] % 16U);
-    if (read(data + 1, size - 1, pieceSize) != read(data + 1, size - 1, size)) {
-        std::abort();
+    using ko_player::FlvReading;
+    for (const FlvReading dialect : {FlvReading::Strict, FlvReading::Standard}) {
+        if (read(dialect, data + 1, size - 1, pieceSize) != read(dialect, data + 1, size - 1, size)) {
+            std::abort();
+        }
     }
     return 0;
 }

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iostream>
 #include <stdexcept>
+#include <string_view>
 
 namespace {
 
@@ -55,6 +56,18 @@ void writeScriptData(const std::filesystem::path& folder) {
     const Bytes second = scriptBody("onMetaData", kEveryType);
     twice.insert(twice.end(), second.begin(), second.end());
     write(folder, "twice", twice);
+    // As publishers send it: a command, then an object with a table of key frames and codecs by name.
+    Bytes command = AmfValue("@setDataFrame").bytes();
+    for (const AmfValue& value :
+         {AmfValue("onMetaData"),
+          AmfValue::object({{"width", 1920},
+                            {"stereo", true},
+                            {"videocodecid", "avc1"},
+                            {"keyframes", AmfValue::object({{"times", AmfValue::strictArray({0, 2, 4})}})},
+                            {"audiocodecid", "mp4a"}})}) {
+        command.insert(command.end(), value.bytes().begin(), value.bytes().end());
+    }
+    write(folder, "publisher", command);
 }
 
 Bytes avcStream() {
@@ -80,6 +93,53 @@ Bytes hevcStream() {
     return writer.audio(40, 0x70, Bytes(20, 0xD5)).audio(60, 0xB2, Bytes(5, 1)).take();
 }
 
+Bytes text(std::string_view characters) {
+    return {characters.begin(), characters.end()};
+}
+
+Bytes operator+(Bytes left, const Bytes& right) {
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+Bytes enhancedStream() {
+    FlvWriter writer;
+    writer.header().metadata(0, {{"videocodecid", 1752589105}, {"audiocodecid", "Opus"}});
+    writer.enhancedVideo(0, "hvc1", true, FlvWriter::kSequenceHeader, Bytes(23, 1));
+    writer.enhancedVideo(0, "hvc1", true, FlvWriter::kFrames, lengthPrefixed({{0x26, 1, 2}}), 80);
+    writer.enhancedVideo(40, "hvc1", false, FlvWriter::kFramesX, lengthPrefixed({{2, 1}}));
+    writer.enhancedAudio(40, "Opus", FlvWriter::kFrames, Bytes{0xFC, 0xFF, 0xFE});
+    writer.enhancedVideo(80, "hvc1", true, FlvWriter::kEndOfSequence, {});
+    writer.enhancedVideo(80, "av01", true, 4, AmfValue("colorInfo").bytes());
+    return writer.take();
+}
+
+/// A header in front of the header, and several tracks in a tag.
+Bytes trackStream() {
+    FlvWriter writer;
+    writer.header();
+    writer.tag(9, 0, Bytes{0x97, 2, 1, 2, 3, 0x01} + text("av01") + Bytes{0x12, 0, 0x0A});
+    writer.tag(9, 40, Bytes{0x97, 0xFF, 0, 1, 1, 2, 0x06, 0x01} + text("av01") + Bytes{0, 0x12, 0});
+    writer.tag(9, 80,
+               Bytes{0x96, 0x21} + text("av01") + Bytes{0, 0, 0, 2, 0x12, 0} + text("vp09") +
+                   Bytes{1, 0, 0, 1, 0x82});
+    writer.tag(8, 80, Bytes{0x95, 0x11} + text("ac-3") + Bytes{0, 0, 0, 2, 0x0B, 0x77, 1, 0, 0, 1, 0x0B});
+    return writer.tag(8, 80, Bytes{0x94} + text("mp4a") + Bytes{0, 2}).take();
+}
+
+/// What live servers and old cameras send.
+Bytes looseStream() {
+    FlvWriter writer;
+    writer.header(0x04).tag(0x28, 0, Bytes{1, 2, 3}).tag(15, 0, {});
+    writer.tagHeader(9, 6, 0, 5).raw(Bytes{0x17, 1, 0, 0, 40, 5}).backPointer(0);
+    writer.video(0, VideoCodec::Avc, true, FlvWriter::kSequenceHeader, Bytes{1, 0x64, 0, 0x28, 0xFF, 0xE1});
+    writer.video(0xFFFFFFF0, VideoCodec::Avc, true, FlvWriter::kFrames, lengthPrefixed({{0x65, 0x88}}), -40);
+    writer.video(16, VideoCodec::Avc, false, FlvWriter::kFrames, lengthPrefixed({{0x41, 0x9A}}), 80);
+    writer.aac(16, FlvWriter::kSequenceHeader, Bytes{0x17, 0x80, 0x56, 0x22, 0x10});
+    writer.aac(16, FlvWriter::kFrames, Bytes{0x21, 0x10, 4, 0x60, 0x8C, 0x1C});
+    return writer.audio(40, 0xB2, Bytes(5, 1)).tag(9, 40, Bytes{0x52, 0}).take();
+}
+
 Bytes brokenStream() {
     FlvWriter writer;
     writer.header()
@@ -100,6 +160,9 @@ void writeStreams(const std::filesystem::path& folder) {
     write(folder, "avc_bytewise", cut(0, avcStream()));
     write(folder, "avc_in_17s", cut(16, avcStream()));
     write(folder, "hevc", cut(200, hevcStream()));
+    write(folder, "enhanced", cut(12, enhancedStream()));
+    write(folder, "tracks", cut(200, trackStream()));
+    write(folder, "loose", cut(6, looseStream()));
     write(folder, "broken", cut(4, brokenStream()));
     write(folder, "bad_type", cut(9, FlvWriter().header().tag(0x28, 0, Bytes{1, 2, 3}).take()));
 }
