@@ -290,14 +290,13 @@ ParsedTag<VideoPacket> parseStandardVideoTag(std::uint32_t timestampMs, Bytes bo
     }
     const unsigned frameType = body[0] >> 4U & 7U; // FrameType UB3, behind IsExVideoHeader UB1
     tag.packet.isKeyFrame = frameType == kKeyFrame || frameType == kGeneratedKeyFrame;
-    if (frameType == kCommandFrame) {
+    const bool isEnhanced = (body[0] & kEnhancedPictures) != 0;
+    if (frameType == kCommandFrame || (!isEnhanced && !admits(track, kDefaultTrack))) {
         tag.isForNobody = true;
-    } else if ((body[0] & kEnhancedPictures) != 0) {
+    } else if (isEnhanced) {
         readEnhancedPicture(tag, body, track);
-    } else if (admits(track, kDefaultTrack)) {
-        readPlainPicture(tag, body);
     } else {
-        tag.isForNobody = true;
+        readPlainPicture(tag, body);
     }
     return tag;
 }
