@@ -31,7 +31,7 @@ AudioOutput::AudioOutput(std::shared_ptr<FrameQueue> frames, const AudioParams& 
                          std::shared_ptr<AudioHandler> handler, std::shared_ptr<PlayerState> state,
                          base::Clock& clock)
     : state_(std::move(state)), frames_(std::move(frames)), handler_(std::move(handler)), clock_(clock),
-      converter_(out), buffer_(out), thread_([this] { audioTask(); }) {}
+      converter_(out), out_(out), buffer_(out), thread_([this] { audioTask(); }) {}
 
 AudioOutput::~AudioOutput() {
     frames_->close();
@@ -49,7 +49,11 @@ void AudioOutput::join() {
 void AudioOutput::audioTask() {
     base::setThreadName("audio output");
     try {
-        playParts();
+        if (state_->shown) {
+            playInStep();
+        } else {
+            playParts();
+        }
     } catch (const std::exception& error) {
         base::logAt("ko_player::AudioOutput::audioTask", "exception: ", error.what());
     }
@@ -80,15 +84,16 @@ void AudioOutput::fill() {
         if (!frame) {
             return;
         }
-        handleFrame(*(*frame)->get());
+        const auto bytes = convert(*(*frame)->get());
+        buffer_.append(bytes.data(), bytes.size());
     }
 }
 
-void AudioOutput::handleFrame(const AVFrame& frame) {
+std::span<const std::uint8_t> AudioOutput::convert(const AVFrame& frame) {
     const auto [size, bytes] = converter_.convert(frame);
     if (bytes == nullptr || size < 1) {
         base::logAt("ko_player::AudioOutput::handleFrame", "conversion failed: ", ff_wrap::errorText(size));
-        return;
+        return {};
     }
     const double durationMs = details::frameDuration(frame.nb_samples, frame.sample_rate);
     lastTimestampMs_ = frame.pts;
@@ -96,7 +101,7 @@ void AudioOutput::handleFrame(const AVFrame& frame) {
     if (std::exchange(firstFrame_, false)) {
         firstTimestampMs_ = frame.pts;
     }
-    buffer_.append(bytes, static_cast<std::size_t>(size));
+    return {bytes, static_cast<std::size_t>(size)};
 }
 
 void AudioOutput::writeBuffered() {
@@ -116,6 +121,16 @@ void AudioOutput::writeBuffered() {
     if (partsWritten_ % kPartsPerLogLine == 0) {
         base::logAt(kName, "AudioBuf ", partsWritten_, " parts were written");
     }
+}
+
+void AudioOutput::playInStep() {
+    SyncedSound sound({.frames = frames_,
+                       .handler = handler_,
+                       .state = state_,
+                       .convert = [this](const AVFrame& frame) { return convert(frame); },
+                       .setSpeedUp = [this](int ppm) { converter_.setSpeedUp(ppm); }},
+                      out_, clock_);
+    sound.play();
 }
 
 } // namespace ko_player

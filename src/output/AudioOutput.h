@@ -3,6 +3,7 @@
 #include "base/Clock.h"
 #include "output/AudioBuffer.h"
 #include "output/AudioSwr.h"
+#include "output/SyncedSound.h"
 #include "queues/MediaQueues.h"
 #include "queues/PlayerState.h"
 #include "records/Handlers.h"
@@ -10,6 +11,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <thread>
 
 namespace ko_player {
@@ -17,7 +19,8 @@ namespace ko_player {
 /// The last stage of the audio pipeline. Its thread takes decoded sound from the frame queue, converts it and
 /// hands it to the handler in parts on a fixed rhythm: 400 ms when playback starts or resumes after the
 /// user's pause, then 200 ms every 180 ms. The rhythm, not the time stamps, paces sound; the handler's device
-/// write absorbs the difference by waiting.
+/// write absorbs the difference by waiting. Where the state has a record of the pictures shown, sound keeps
+/// step with them instead: see SyncedSound.
 class AudioOutput {
 public:
     /// Starts the thread. `handler` may be empty. Throws std::logic_error "AudioBuffer invalid audio params".
@@ -44,8 +47,11 @@ private:
     void audioTask();
     void playParts();
     void fill();
-    void handleFrame(const AVFrame& frame);
+    /// The frame's sound in the output format, empty where that fails. Valid until the next call, and no
+    /// longer than `frame`.
+    [[nodiscard]] std::span<const std::uint8_t> convert(const AVFrame& frame);
     void writeBuffered();
+    void playInStep();
 
     const std::shared_ptr<PlayerState> state_;
     const std::shared_ptr<FrameQueue> frames_;
@@ -55,6 +61,7 @@ private:
     // Owned by the thread.
     bool resync_ = true; ///< the next cycle starts with a large part
     AudioSwr converter_;
+    const AudioParams out_;
     details::AudioBuffer buffer_;
     int partsWritten_ = 0;
     bool firstFrame_ = true;

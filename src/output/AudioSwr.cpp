@@ -18,6 +18,9 @@ namespace {
 
 /// Room for what the resampler holds back and returns later.
 constexpr int kResamplerMarginSamples = 256;
+constexpr int kMillion = 1'000'000;
+constexpr int kCompensationSeconds = 10;
+constexpr int kMostRate = INT_MAX / kCompensationSeconds;
 
 std::uint64_t inputLayoutMask(const AVFrame& frame) {
     const int channels = frame.ch_layout.nb_channels;
@@ -42,10 +45,11 @@ std::pair<int, const std::uint8_t*> AudioSwr::convert(const AVFrame& frame) {
     try {
         const Format format{frame.format, frame.sample_rate, frame.ch_layout.nb_channels,
                             inputLayoutMask(frame)};
-        if (format != in_) {
+        if (format != in_ || (speedUpPpm_ != 0 && !context_)) {
             context_ = makeContext(format);
             in_ = format;
         }
+        compensate();
         return context_ ? resample(frame) : passThrough(frame);
     } catch (const ff_wrap::FfmpegError& error) {
         return {error.code(), nullptr};
@@ -69,6 +73,19 @@ AudioSwr::ContextPtr AudioSwr::makeContext(const Format& in) const {
         throw ff_wrap::FfmpegError("AudioSwr: init failed: ", initialised);
     }
     return context;
+}
+
+void AudioSwr::compensate() {
+    // Before the first time nothing is resampled that need not be; after it, a change back would be heard.
+    compensates_ = compensates_ || speedUpPpm_ != 0;
+    if (!compensates_ || !context_) {
+        return;
+    }
+    // Renewed with every frame, so that it never runs out; the distance only has to give whole samples.
+    const int distance =
+        out_.sampleRate < kMostRate ? out_.sampleRate * kCompensationSeconds : out_.sampleRate;
+    const auto delta = static_cast<int>(std::int64_t{-1} * speedUpPpm_ * distance / kMillion);
+    compensates_ = swr_set_compensation(context_.get(), delta, distance) >= 0;
 }
 
 std::pair<int, const std::uint8_t*> AudioSwr::passThrough(const AVFrame& frame) const {

@@ -24,6 +24,10 @@ public:
     /// as it was.
     [[nodiscard]] std::pair<int, const std::uint8_t*> convert(const AVFrame& frame);
 
+    /// Makes sound last shorter (or longer) by so many millionths from now on, a few thousand at most. 0: as
+    /// it comes. Takes effect at the next conversion, where the format can be resampled.
+    void setSpeedUp(int ppm) { speedUpPpm_ = ppm; }
+
 private:
     struct Format {
         int sampleFormat;
@@ -41,12 +45,15 @@ private:
     [[nodiscard]] ContextPtr makeContext(const Format& in) const;
     [[nodiscard]] std::pair<int, const std::uint8_t*> passThrough(const AVFrame& frame) const;
     [[nodiscard]] std::pair<int, const std::uint8_t*> resample(const AVFrame& frame);
+    void compensate();
 
     ContextPtr context_;                ///< absent until the first conversion is needed
     std::vector<std::uint8_t> output_;  ///< only grows, so steady playback allocates nothing
     std::vector<std::uint8_t*> planes_; ///< into output_; one for a packed format
     Format in_;
     const Format out_;
+    int speedUpPpm_ = 0;
+    bool compensates_ = false; ///< the context does; so does each that follows it
 };
 
 } // namespace ko_player

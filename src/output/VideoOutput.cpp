@@ -75,8 +75,11 @@ void VideoOutput::showPictures() {
         const std::int64_t ptsMs = (*frame)->pts;
         frame.reset(); // back to the decoder's pool before the wait: at 1080p that is 3 MB less per worker
         waitWhilePaused();
-        syncTime(ptsMs);
+        const base::TimePoint when = syncTime(ptsMs);
         state_->lastShownMs = ptsMs;
+        if (state_->shown) {
+            state_->shown->publish({ptsMs, when});
+        }
         if (converted && handler_) {
             handler_->onFrame(converter_->buffer(), converter_->bufferSize(), ptsMs);
         }
@@ -138,6 +141,9 @@ bool VideoOutput::convert(const AVFrame& picture) {
 }
 
 void VideoOutput::waitWhilePaused() {
+    if (state_->shown && state_->pauseCtrl->isPaused()) {
+        state_->shown->clear();
+    }
     if (state_->pauseCtrl->wait()) {
         base::logLine("Resync after pause");
         presentation_.reset();
@@ -145,7 +151,7 @@ void VideoOutput::waitWhilePaused() {
     }
 }
 
-void VideoOutput::syncTime(std::int64_t ptsMs) {
+base::TimePoint VideoOutput::syncTime(std::int64_t ptsMs) {
     const PresentationClock::Release release =
         presentation_.next(ptsMs, state_->newestPushedMs, clock_.now());
     if (release.notice == PresentationClock::Notice::BigDifference) {
@@ -156,6 +162,7 @@ void VideoOutput::syncTime(std::int64_t ptsMs) {
     if (release.mustWait) {
         clock_.sleepUntil(release.showTime);
     }
+    return release.showTime;
 }
 
 void VideoOutput::deliverMetadata(std::int64_t ptsMs) {

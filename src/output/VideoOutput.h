@@ -47,7 +47,8 @@ private:
     [[nodiscard]] bool handleFirstFrame(const AVFrame& picture);
     [[nodiscard]] bool convert(const AVFrame& picture);
     void waitWhilePaused();
-    void syncTime(std::int64_t ptsMs);
+    /// Waits for the picture's time, and returns it.
+    base::TimePoint syncTime(std::int64_t ptsMs);
     void deliverMetadata(std::int64_t ptsMs);
     void setDeadline(std::chrono::seconds timeout);
 

@@ -17,6 +17,8 @@ namespace ko_player {
 namespace {
 
 constexpr std::uint64_t kPacketCapacityBytes = 0x100000;
+/// Sound that keeps step with the pictures waits as long as they do, so it gets as much room.
+constexpr std::uint64_t kPacketCapacityInStepBytes = 0x800000;
 constexpr std::size_t kFrameCapacity = 100;
 constexpr AVRational kMilliseconds{1, 1000};
 constexpr std::uint64_t kPacketsPerLogLine = 1000;
@@ -44,7 +46,8 @@ AudioParams inputParams(int format, int sampleRate, const AVChannelLayout& layou
 AudioPipeline::AudioPipeline(std::shared_ptr<AudioHandler> handler, std::shared_ptr<PlayerState> state,
                              base::Clock& clock, DecodeRules rules)
     : rules_(rules), state_(std::move(state)),
-      packets_(std::make_shared<PacketChannel>(kPacketCapacityBytes)),
+      packets_(std::make_shared<PacketChannel>(state_->shown ? kPacketCapacityInStepBytes
+                                                             : kPacketCapacityBytes)),
       frames_(std::make_shared<FrameQueue>(kFrameCapacity)), handler_(std::move(handler)), clock_(clock) {}
 
 bool AudioPipeline::open(const AVCodecParameters* parameters) {

@@ -1,6 +1,7 @@
 #include "player/Player.h"
 
 #include "base/Log.h"
+#include "base/Saturating.h"
 #include "ffmpeg/StreamProbe.h"
 #include "flv/CodecMapping.h"
 #include "player/BufferWatcher.h"
@@ -15,11 +16,23 @@ namespace ko_player {
 using details::Blocking;
 using details::PauseReason;
 
+namespace {
+
+/// Sound that keeps step with the pictures may wait for room in its channel while so much video lies ahead of
+/// the picture on screen: until that is shown, as much sound has been heard.
+constexpr std::int64_t kVideoAheadMs = 1000;
+
+std::shared_ptr<ShownRecord> recordFor(SyncPolicy policy) {
+    return policy == SyncPolicy::ByTimeStamps ? std::make_shared<ShownRecord>() : nullptr;
+}
+
+} // namespace
+
 Player::Player(std::shared_ptr<VideoHandler> videoHandler, std::shared_ptr<AudioHandler> audioHandler,
                base::Clock& clock, const Options& options)
     : clock_(clock), options_(options), pauseCtrl_(std::make_shared<details::PauseCtrl>()),
-      videoState_(std::make_shared<VideoState>(pauseCtrl_)),
-      playerState_(std::make_shared<PlayerState>(pauseCtrl_)),
+      videoState_(std::make_shared<VideoState>(pauseCtrl_, recordFor(options.sync))),
+      playerState_(std::make_shared<PlayerState>(pauseCtrl_, videoState_->shown)),
       flvHandler_(std::make_shared<FlvHandler>(options.flv)), reader_(flvHandler_.get(), options.flv),
       video_(std::move(videoHandler), videoState_, clock, decodeRulesOf(options.flv)),
       audio_(std::move(audioHandler), playerState_, clock, decodeRulesOf(options.flv)) {
@@ -150,8 +163,9 @@ void Player::afterPush() {
 
 void Player::pushAudio(const std::shared_ptr<ff_wrap::Packet>& packet) {
     // The reverse of video: while the picture stands still for buffering the reader may wait for room, while
-    // it plays sound must never hold up the reader.
-    const Blocking blocking = buffering_.isBuffering() ? Blocking::Yes : Blocking::No;
+    // it plays sound must never hold up the reader, unless enough video lies ahead for that not to matter.
+    const bool mayWait = buffering_.isBuffering() || (playerState_->shown && isVideoAhead());
+    const Blocking blocking = mayWait ? Blocking::Yes : Blocking::No;
     audio_.countPacket();
     if (!audio_.isOpened()) {
         return;
@@ -159,6 +173,10 @@ void Player::pushAudio(const std::shared_ptr<ff_wrap::Packet>& packet) {
     if (audio_.push(packet, blocking) == details::PushResult::Full) {
         base::logAt("ko_player::Player::pushAudio", "buf video, ignore audio");
     }
+}
+
+bool Player::isVideoAhead() const {
+    return base::subtractSaturated(videoState_->newestPushedMs, videoState_->lastShownMs) > kVideoAheadMs;
 }
 
 void Player::beginBuffering() {

@@ -69,6 +69,7 @@ private:
     void pushVideo(const std::shared_ptr<ff_wrap::Packet>& packet);
     void pushAudio(const std::shared_ptr<ff_wrap::Packet>& packet);
     void afterPush();
+    [[nodiscard]] bool isVideoAhead() const;
     void beginBuffering();
     void finishBuffering();
     void cancelBuffering(std::uint64_t generation);

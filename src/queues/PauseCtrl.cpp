@@ -32,6 +32,12 @@ bool PauseCtrl::wait() {
     return !stopped_ && resumeReason_ == PauseReason::User;
 }
 
+void PauseCtrl::sleepUntil(base::Clock& clock, base::TimePoint deadline) {
+    std::unique_lock lock(mutex_);
+    // After a stop a reason that is still set interrupts nothing, or whoever sleeps in a loop would spin.
+    clock.waitUntil(changed_, lock, deadline, [&] { return reasons_ != 0 && !stopped_; });
+}
+
 void PauseCtrl::stop() {
     const std::lock_guard lock(mutex_);
     stopped_ = true;
@@ -46,6 +52,11 @@ int PauseCtrl::waiting() const {
 bool PauseCtrl::isPaused() const {
     const std::lock_guard lock(mutex_);
     return reasons_ != 0;
+}
+
+bool PauseCtrl::isStopped() const {
+    const std::lock_guard lock(mutex_);
+    return stopped_;
 }
 
 } // namespace ko_player::details

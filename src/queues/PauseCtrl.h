@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/Clock.h"
+
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -28,10 +30,14 @@ public:
     /// the output threads.
     bool wait();
 
-    /// Ends all waits, now and later. Not undone.
+    /// Sleeps until the deadline, but no longer than until a reason is set.
+    void sleepUntil(base::Clock& clock, base::TimePoint deadline);
+
+    /// Ends all waits for the end of a pause, now and later. Not undone.
     void stop();
 
     [[nodiscard]] bool isPaused() const;
+    [[nodiscard]] bool isStopped() const;
     /// How many threads stand still in wait().
     [[nodiscard]] int waiting() const;
 

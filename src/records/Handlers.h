@@ -4,8 +4,18 @@
 #include "records/ResourceGuard.h"
 
 #include <cstdint>
+#include <optional>
 
 namespace ko_player {
+
+/// How much sound a device holds.
+struct SoundLevel {
+    std::uint64_t device = 0; ///< which: another number, another device
+    bool isPlaying = false;   ///< it has begun to play what it was given, and still has some
+    double heldMs = 0;        ///< handed over and not heard yet
+    double roomMs = 0;        ///< what it would take now
+    double capacityMs = 0; ///< what it takes when it is empty; most devices begin to play when that is full
+};
 
 /// Where decoded pictures leave the engine. Called from the video output thread, where nothing else is said.
 class VideoHandler {
@@ -47,6 +57,12 @@ public:
     virtual bool onAudioParams(const AudioParams& in, AudioParams& out) = 0;
     /// Play these bytes (output format, packed). Called from the audio output thread.
     virtual void onAudioData(const std::uint8_t* data, int size) = 0;
+
+    // For sound that keeps step with the pictures; called from the audio output thread.
+    /// Nothing while there is no device.
+    [[nodiscard]] virtual std::optional<SoundLevel> soundLevel() { return std::nullopt; }
+    /// The device stands still, with what it holds, or goes on.
+    virtual void onAudioPause(bool /*paused*/) {}
 };
 
 } // namespace ko_player

@@ -35,6 +35,17 @@ public:
     [[nodiscard]] virtual double volume() const = 0;
     /// 0.0 to 1.0.
     virtual void setVolume(double volume) = 0;
+
+    // What follows is for sound that keeps step with the pictures.
+    /// What it holds when it is full, in bytes; known after a start.
+    [[nodiscard]] virtual int bufferSize() const { return 0; }
+    /// When room appears: as soon as the system takes sound, some time before it is heard, or once it was
+    /// heard.
+    enum class RoomComes { BeforeItIsHeard, AfterItWasHeard };
+    [[nodiscard]] virtual RoomComes roomComes() const { return RoomComes::BeforeItIsHeard; }
+    /// Stands still with what it holds, and goes on with it.
+    virtual void suspend() {}
+    virtual void resume() {}
 };
 
 /// Makes an output for the format on the system's default device; null if that fails.

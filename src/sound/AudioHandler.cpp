@@ -11,3 +11,11 @@ bool AudioHandler::onAudioParams(const ko_player::AudioParams& in, ko_player::Au
 void AudioHandler::onAudioData(const std::uint8_t* data, int size) {
     callables_.onAudioData(data, size);
 }
+
+std::optional<ko_player::SoundLevel> AudioHandler::soundLevel() {
+    return callables_.soundLevel();
+}
+
+void AudioHandler::onAudioPause(bool paused) {
+    callables_.onAudioPause(paused);
+}

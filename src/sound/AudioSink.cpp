@@ -12,6 +12,7 @@
 namespace {
 
 constexpr int kBytesPerSample = 2;
+constexpr int kMsPerSecond = 1000;
 constexpr std::chrono::milliseconds kFullDeviceWait{100};
 constexpr int kMostEmptyPasses = 4;
 
@@ -33,18 +34,20 @@ const char* startText(AudioError error) {
     return "";
 }
 
-/// One second of sound. Rate and channels come from the stream.
-int bufferBytes(const PcmFormat& format) {
-    const std::int64_t bytes = std::int64_t{format.sampleRate} * format.channels;
-    constexpr std::int64_t kMost = std::numeric_limits<int>::max();
-    return static_cast<int>(std::clamp(bytes, -kMost / kBytesPerSample, kMost / kBytesPerSample) *
-                            kBytesPerSample);
+/// Rate and channels come from the stream.
+int bufferBytes(const PcmFormat& format, int bufferMs) {
+    constexpr std::int64_t kMost = std::numeric_limits<int>::max() / kBytesPerSample;
+    const std::int64_t perSecond =
+        std::clamp(std::int64_t{format.sampleRate} * format.channels, -kMost, kMost);
+    return static_cast<int>(std::clamp(perSecond * bufferMs / kMsPerSecond, -kMost, kMost) * kBytesPerSample);
 }
 
 } // namespace
 
-AudioSink::AudioSink(RunOnDeviceThread runOnDeviceThread, AudioDeviceFactory makeDevice, base::Clock& clock)
-    : runOnDeviceThread_(std::move(runOnDeviceThread)), makeDevice_(std::move(makeDevice)), clock_(clock) {}
+AudioSink::AudioSink(RunOnDeviceThread runOnDeviceThread, AudioDeviceFactory makeDevice, base::Clock& clock,
+                     int bufferMs)
+    : runOnDeviceThread_(std::move(runOnDeviceThread)), makeDevice_(std::move(makeDevice)), clock_(clock),
+      bufferMs_(bufferMs) {}
 
 AudioSink::~AudioSink() {
     runOnDeviceThread_([this] { dropDevice(); });
@@ -104,7 +107,52 @@ AudioSink::Pass AudioSink::writePass(std::uint64_t device, const std::uint8_t*& 
     }
     data += written;
     remaining -= written;
+    held_->wrote(durationMs(written), clock_.now());
     return Pass::Wrote;
+}
+
+std::optional<ko_player::SoundLevel> AudioSink::level() {
+    std::optional<ko_player::SoundLevel> level;
+    if (currentDevice_ == 0) {
+        return level;
+    }
+    runOnDeviceThread_([&] {
+        if (currentDevice_ == 0 || !device_->isWritable() || device_->bufferSize() < 1) {
+            return;
+        }
+        const int freeBytes = device_->bytesFree();
+        const int capacityBytes = device_->bufferSize();
+        held_->update(durationMs(std::max(capacityBytes - freeBytes, 0)), clock_.now());
+        level = {.device = currentDevice_,
+                 .isPlaying = held_->isPlaying(),
+                 .heldMs = held_->ms(),
+                 .roomMs = durationMs(freeBytes),
+                 .capacityMs = durationMs(capacityBytes)};
+    });
+    return level;
+}
+
+double AudioSink::durationMs(std::int64_t bytes) const {
+    const double bytesPerSecond = 1.0 * format_.sampleRate * format_.channels * kBytesPerSample;
+    return bytesPerSecond > 0 ? static_cast<double>(bytes) * kMsPerSecond / bytesPerSecond : 0;
+}
+
+void AudioSink::setPaused(bool paused) {
+    if (currentDevice_ == 0) {
+        return;
+    }
+    runOnDeviceThread_([&] {
+        if (currentDevice_ == 0) {
+            return;
+        }
+        if (paused) {
+            device_->suspend();
+            held_->suspend(clock_.now());
+        } else {
+            device_->resume();
+            held_->resume(clock_.now());
+        }
+    });
 }
 
 void AudioSink::start() {
@@ -134,7 +182,8 @@ bool AudioSink::restartDevice() {
         return false;
     }
     currentDevice_ = ++devicesMade_;
-    device_->setBufferSize(bufferBytes(format_));
+    held_.emplace(device_->roomComes());
+    device_->setBufferSize(bufferBytes(format_, bufferMs_));
     device_->start();
     const AudioError error = device_->error();
     base::logLine("Trying to start audio device: ", startText(error));

@@ -1,13 +1,16 @@
 #pragma once
 
 #include "base/Clock.h"
+#include "records/Handlers.h"
 #include "records/MediaParams.h"
 #include "sound/AudioDevice.h"
+#include "sound/HeldSound.h"
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 
 /// Plays the engine's sound on the default device while the parent wants to hear it, and drops it otherwise.
 ///
@@ -21,8 +24,9 @@ public:
     /// Runs the function on the device thread and returns when it has run; in place when called there.
     using RunOnDeviceThread = std::function<void(const std::function<void()>&)>;
 
+    /// `bufferMs` is what a device is asked to hold.
     AudioSink(RunOnDeviceThread runOnDeviceThread, AudioDeviceFactory makeDevice,
-              base::Clock& clock = base::steadyClock());
+              base::Clock& clock = base::steadyClock(), int bufferMs = 1000);
     AudioSink(const AudioSink&) = delete;
     AudioSink& operator=(const AudioSink&) = delete;
     ~AudioSink();
@@ -35,6 +39,12 @@ public:
     /// wrote nothing the rest is dropped, and so it is when the device goes meanwhile. Called from the audio
     /// output thread.
     void write(const std::uint8_t* data, int size);
+
+    /// What the device holds now; nothing while there is none, or one that failed. Called from the audio
+    /// output thread, as is the next.
+    [[nodiscard]] std::optional<ko_player::SoundLevel> level();
+    /// The device stands still, with what it holds, or goes on.
+    void setPaused(bool paused);
 
     /// Makes and starts a device, unless there is one. Thread-safe.
     void start();
@@ -49,15 +59,18 @@ private:
     bool restartDevice();
     void dropDevice();
     void applyVolume(int percent);
+    [[nodiscard]] double durationMs(std::int64_t bytes) const;
     Pass writePass(std::uint64_t device, const std::uint8_t*& data, std::int64_t& remaining);
 
     const RunOnDeviceThread runOnDeviceThread_;
     const AudioDeviceFactory makeDevice_;
     base::Clock& clock_;
+    const int bufferMs_;
 
     // Device thread only.
     PcmFormat format_;
     std::unique_ptr<AudioDevice> device_;
+    std::optional<HeldSound> held_; ///< of that device
     int volumePercent_ = 0;
     std::uint64_t devicesMade_ = 0;
 

@@ -7,7 +7,7 @@
 using SoundEntry = AudioDevice* (*)(const PcmFormat* format);
 
 /// The number changes whenever SoundEntry, AudioDevice or PcmFormat do: a module of another build is refused.
-inline constexpr const char* kSoundEntryName = "mediaworker_sound_1";
+inline constexpr const char* kSoundEntryName = "mediaworker_sound_2";
 
 /// Devices of the system's sound, out of the module that lies in `applicationFolder` or, where the program is
 /// installed, in `../lib/mediaworker` beside it.

@@ -26,13 +26,27 @@ void loadCodecs() {
     ko_player::loadCodecs();
 }
 
+/// What the sound device is asked to hold. Sound that keeps step with the pictures must not lie in it for
+/// long; that of a stream without buffering comes no sooner than it is heard, and is late by all that lies
+/// there.
+int deviceBufferMs(ko_player::SyncPolicy sync, bool buffering) {
+    constexpr int kOwnRhythmMs = 1000;
+    constexpr int kInStepMs = 400;
+    constexpr int kUnbufferedMs = 100;
+    if (sync == ko_player::SyncPolicy::StartTogether) {
+        return kOwnRhythmMs;
+    }
+    return buffering ? kInStepMs : kUnbufferedMs;
+}
+
 } // namespace
 
 FfpStream::FfpStream(const QString& url, const QString& channelName, const QString& serverName,
                      const ko_player::Options& options)
     : StreamBase(channelName, serverName),
       audio_([this](const std::function<void()>& function) { runOnLinkThread(function); },
-             soundModule(QCoreApplication::applicationDirPath())),
+             soundModule(QCoreApplication::applicationDirPath()), base::steadyClock(),
+             deviceBufferMs(options.sync, streamTiming(url, options.buffering).buffering)),
       explains_(options.explains) {
     auto video = std::make_shared<VideoHandler>(VideoHandler::Callables{
         .onStopped = [this] { onVideoStopped(); },
@@ -48,6 +62,8 @@ FfpStream::FfpStream(const QString& url, const QString& channelName, const QStri
         .onAudioParams = [this](const ko_player::AudioParams& in,
                                 ko_player::AudioParams& out) { return audio_.setParams(in, out); },
         .onAudioData = [this](const std::uint8_t* data, int size) { audio_.write(data, size); },
+        .soundLevel = [this] { return audio_.level(); },
+        .onAudioPause = [this](bool paused) { audio_.setPaused(paused); },
     });
     player_ =
         std::make_unique<ko_player::Player>(std::move(video), std::move(audio), base::steadyClock(), options);

@@ -8,6 +8,13 @@
 
 namespace {
 
+// Qt counts a block of the wave interface as free when it was played; sound servers take sound ahead.
+#ifdef Q_OS_WIN
+constexpr auto kRoomComes = AudioDevice::RoomComes::AfterItWasHeard;
+#else
+constexpr auto kRoomComes = AudioDevice::RoomComes::BeforeItIsHeard;
+#endif
+
 class QtAudioDevice final : public AudioDevice {
 public:
     explicit QtAudioDevice(const PcmFormat& format) : output_(new QAudioOutput(toQAudioFormat(format))) {}
@@ -28,6 +35,10 @@ public:
     QString errorString() const override { return io_ ? io_->errorString() : QString(); }
     double volume() const override { return output_->volume(); }
     void setVolume(double volume) override { output_->setVolume(volume); }
+    int bufferSize() const override { return output_->bufferSize(); }
+    RoomComes roomComes() const override { return kRoomComes; }
+    void suspend() override { output_->suspend(); }
+    void resume() override { output_->resume(); }
 
 private:
     QAudioOutput* output_;   ///< deleted by the event loop

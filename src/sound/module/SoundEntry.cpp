@@ -3,8 +3,8 @@
 
 #include <type_traits>
 
-extern "C" Q_DECL_EXPORT AudioDevice* mediaworker_sound_1(const PcmFormat* format) {
+extern "C" Q_DECL_EXPORT AudioDevice* mediaworker_sound_2(const PcmFormat* format) {
     return makeQtAudioDevice(*format).release();
 }
 
-static_assert(std::is_same_v<decltype(&mediaworker_sound_1), SoundEntry>);
+static_assert(std::is_same_v<decltype(&mediaworker_sound_2), SoundEntry>);

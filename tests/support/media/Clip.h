@@ -36,6 +36,8 @@ struct ClipSpec {
     int channels = 2;
     double toneHz = 1000;
     double toneLevel = 0.5; ///< amplitude, 1 is full scale
+    std::string wave = {};  ///< instead of the tone: of the time t in seconds, as FFmpeg's aevalsrc takes it
+    int audioKbps = 96;     ///< of AAC and MP3
 };
 
 struct ClipPacket {

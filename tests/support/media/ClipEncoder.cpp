@@ -25,6 +25,9 @@ std::string describe(const ClipSpec& spec) {
     for (const std::string& argument : spec.extraVideoArguments) {
         text << '|' << argument;
     }
+    if (!spec.wave.empty() || spec.audioKbps != ClipSpec().audioKbps) {
+        text << "|sound " << spec.wave << ' ' << spec.audioKbps;
+    }
     return text.str();
 }
 
@@ -120,21 +123,28 @@ std::vector<std::string> videoArguments(const ClipSpec& spec) {
 
 std::vector<std::string> audioInput(const ClipSpec& spec) {
     // The sine source has an amplitude of 1/8; aevalsrc has any.
+    std::ostringstream wave;
+    if (spec.wave.empty()) {
+        wave << "sin(2*PI*" << spec.toneHz << "*t)";
+    } else {
+        wave << spec.wave;
+    }
     std::ostringstream source;
-    source << "aevalsrc=" << spec.toneLevel << "*sin(2*PI*" << spec.toneHz << "*t)";
+    source << "aevalsrc=" << spec.toneLevel << "*" << wave.str();
     for (int channel = 1; channel < spec.channels; ++channel) {
-        source << '|' << spec.toneLevel << "*sin(2*PI*" << spec.toneHz << "*t)";
+        source << '|' << spec.toneLevel << "*" << wave.str();
     }
     source << ":s=" << spec.sampleRate << ":d=" << static_cast<double>(spec.frames) / spec.fps;
     return {"-f", "lavfi", "-i", source.str()};
 }
 
 std::vector<std::string> audioArguments(const ClipSpec& spec) {
+    const std::string rate = std::to_string(spec.audioKbps) + "k";
     switch (spec.audio) {
     case AudioCodec::Aac:
-        return {"-c:a", "aac", "-b:a", "96k"};
+        return {"-c:a", "aac", "-b:a", rate};
     case AudioCodec::Mp3:
-        return {"-c:a", "libmp3lame", "-b:a", "96k"};
+        return {"-c:a", "libmp3lame", "-b:a", rate};
     case AudioCodec::ALaw:
         return {"-c:a", "pcm_alaw"};
     case AudioCodec::MuLaw:

@@ -53,9 +53,38 @@ void PulseSink::startRecording() {
         .errors = folder_ / "recorder.log"});
     waitUntil([&] { return std::filesystem::exists(file) && std::filesystem::file_size(file) > 0; },
               "no samples arrive");
+    beginsMs_.clear();
+    watcher_ = std::jthread([this](const std::stop_token& stop) { watch(stop); });
+}
+
+void PulseSink::watch(const std::stop_token& stop) {
+    while (!stop.stop_requested()) {
+        std::error_code failure;
+        const auto bytes = std::filesystem::file_size(folder_ / "recording", failure);
+        const std::chrono::duration<double, std::milli> now =
+            std::chrono::steady_clock::now().time_since_epoch();
+        if (!failure) {
+            const auto samples = static_cast<double>(bytes / sizeof(std::int16_t));
+            beginsMs_.push_back(now.count() - samples * 1000 / kRate);
+        }
+        std::this_thread::sleep_for(3ms);
+    }
+}
+
+std::chrono::steady_clock::time_point PulseSink::recordingBegan() const {
+    // A sound server hands samples over in blocks of 20 ms, when their first one is due: half of the looks
+    // see no more than 10 ms ahead of what is heard.
+    constexpr double kHalfABlockMs = 10;
+    std::vector<double> begins = beginsMs_;
+    const auto middle = begins.begin() + static_cast<std::ptrdiff_t>(begins.size() / 2);
+    std::nth_element(begins.begin(), middle, begins.end());
+    const std::chrono::duration<double, std::milli> began(begins.empty() ? 0 : *middle + kHalfABlockMs);
+    return std::chrono::steady_clock::time_point(
+        std::chrono::duration_cast<std::chrono::steady_clock::duration>(began));
 }
 
 std::vector<std::int16_t> PulseSink::stopRecording() {
+    watcher_ = {};
     recorder_->signal(SIGTERM);
     recorder_->wait();
     recorder_.reset();

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -29,6 +30,8 @@ public:
     void startRecording();
     /// What was played since, mono, at kRate.
     [[nodiscard]] std::vector<std::int16_t> stopRecording();
+    /// When the first sample of the last recording was played, to about 15 ms. Call after stopRecording().
+    [[nodiscard]] std::chrono::steady_clock::time_point recordingBegan() const;
     /// What is played in the next time.
     [[nodiscard]] std::vector<std::int16_t> record(std::chrono::milliseconds duration);
 
@@ -42,6 +45,12 @@ private:
     TemporaryFolder folder_;
     PulseServer server_;
     std::unique_ptr<ChildProcess> recorder_;
+
+    /// Notes how the recording grows.
+    void watch(const std::stop_token& stop);
+
+    std::vector<double> beginsMs_; ///< watcher's own while it runs: when it began, as each look tells
+    std::jthread watcher_;
 };
 
 } // namespace mediaworker::test

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "base/Clock.h"
+#include "sound/AudioDevice.h"
+
+#include <optional>
+
+/// How much of what a device was given has not been heard yet. A pure rule; milliseconds of sound throughout.
+///
+/// A device only tells how much room it has. A sound server takes sound out of that room in blocks, some
+/// hundred milliseconds before it is heard; the wave interface gives the room of a block back when all of it
+/// was heard. So what is heard is reckoned by the clock, from the moment when the device began to play, and
+/// held between what its room allows.
+class HeldSound {
+public:
+    explicit HeldSound(AudioDevice::RoomComes roomComes) : roomComes_(roomComes) {}
+
+    void wrote(double ms, base::TimePoint now);
+    /// What the device told: `queuedMs` is what it holds as far as its room says.
+    void update(double queuedMs, base::TimePoint now);
+
+    void suspend(base::TimePoint now);
+    void resume(base::TimePoint now);
+
+    [[nodiscard]] bool isPlaying() const { return playing_; }
+    /// As of the last update.
+    [[nodiscard]] double ms() const { return writtenMs_ - heardMs_; }
+
+private:
+    void begin(double heardMs, base::TimePoint now);
+    void correctAhead(double takenMs, base::TimePoint now);
+    [[nodiscard]] double reckoned(base::TimePoint now) const;
+
+    const AudioDevice::RoomComes roomComes_;
+    double writtenMs_ = 0; ///< since the device started
+    double heardMs_ = 0;
+    bool playing_ = false;
+    std::optional<base::TimePoint> suspendedAt_;
+
+    // While it plays: heardMs_ was `anchorMs_` at `anchor_`.
+    base::TimePoint anchor_;
+    double anchorMs_ = 0;
+
+    // How far ahead of what is heard the system took sound, at the least, in the current while and in the
+    // first one: the difference is what the clocks have run apart.
+    base::TimePoint whileBegan_;
+    double leastAheadMs_ = 0;
+    std::optional<double> firstAheadMs_;
+};
