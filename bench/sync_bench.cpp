@@ -14,6 +14,7 @@
 
 #include <QCoreApplication>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <functional>
@@ -197,7 +198,7 @@ void measure(const Row& row, const std::string& sync, bool verbose) {
     const Clock::time_point event = Clock::now();
     run.session().listen(kSettling + row.measured);
     const double codecDelayMs = row.clip.audio == test::AudioCodec::Aac ? kAacDelayMs : 0;
-    run.finish(codecDelayMs + static_cast<double>(row.soundLaterMs));
+    run.finish(codecDelayMs + static_cast<double>(std::max<std::int64_t>(row.soundLaterMs, 0)));
     const auto result = run.measure(event + kSettling, event + kSettling + row.measured);
     const bool isInside = result.low >= test::kEarliestMs && result.high <= test::kLatestMs;
     std::printf("| %s | %s | %+.0f ms | %+.0f .. %+.0f | %.0f %% | %.0f ms | %.0f ms | %s |\n", row.what,

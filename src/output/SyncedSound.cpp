@@ -15,13 +15,14 @@ using std::chrono::milliseconds;
 
 constexpr double kPartMs = 100;
 /// Where the device holds so little, sound is written as it comes.
-constexpr double kSmallPartMs = 40;
+constexpr double kSmallPartMs = 20;
 constexpr double kSmallDeviceMs = 150;
 /// While a device has not begun to play, when it does so is watched this closely: everything that it holds
 /// later is reckoned from there.
 constexpr double kWatchMs = 5;
 /// A device that wants more than it told before it plays gets more.
 constexpr milliseconds kReluctance{80};
+constexpr double kLeastRoomMs = 5;
 constexpr double kShortWaitMs = 20;
 constexpr double kLongestSleepMs = 100;
 constexpr double kLongestDrainMs = 1000;
@@ -112,12 +113,13 @@ void SyncedSound::stepWithDevice(const SoundLevel& level) {
     }
     played_ = level.isPlaying;
     if (level.isPlaying) {
-        const double excessMs = level.heldMs - (capacityMs_ - partMs());
+        // A sound server may hold in its own buffers nearly as much again, and takes that all at once.
+        const double excessMs = level.heldMs - capacityMs_;
         if (excessMs > 0 || level.roomMs < partMs()) {
-            sleep(std::max(excessMs, 5.0));
+            sleep(std::max(excessMs, kShortWaitMs));
             return;
         }
-    } else if (filled_ && (clock_.now() - lastWrite_ < kReluctance || level.roomMs < partMs())) {
+    } else if (filled_ && (clock_.now() - lastWrite_ < kReluctance || level.roomMs < kLeastRoomMs)) {
         sleep(kWatchMs);
         return;
     }
@@ -125,9 +127,9 @@ void SyncedSound::stepWithDevice(const SoundLevel& level) {
 }
 
 void SyncedSound::writePart(const SoundLevel& level) {
-    const double wantedMs = filled_ ? partMs() : capacityMs_;
+    const double wantedMs = filled_ ? std::min(partMs(), level.roomMs) : level.roomMs;
     if (silenceMs_ > 0) {
-        const double ms = std::min(silenceMs_, partMs());
+        const double ms = std::min(silenceMs_, wantedMs);
         silenceMs_ -= ms;
         write(sound_.silence(ms));
         return;
@@ -139,7 +141,7 @@ void SyncedSound::writePart(const SoundLevel& level) {
         waitForFrame(kShortWaitMs);
         return;
     }
-    const double leadMs = filled_ ? 0 : std::max(0.0, capacityMs_ - sound_.durationMs());
+    const double leadMs = filled_ ? 0 : std::max(0.0, level.roomMs - sound_.durationMs());
     const SyncRule::Decision decision = rule_.next(situation(level.heldMs + leadMs));
     switch (decision.action) {
     case SyncRule::Action::Skip:
@@ -148,8 +150,8 @@ void SyncedSound::writePart(const SoundLevel& level) {
     case SyncRule::Action::Wait:
         if (filled_) {
             silenceMs_ = decision.ms;
-        } else if (decision.ms + leadMs > capacityMs_) {
-            sleep(decision.ms + leadMs - capacityMs_);
+        } else if (decision.ms + leadMs > level.roomMs) {
+            sleep(decision.ms + leadMs - level.roomMs);
         } else {
             fillEmptyDevice(level, decision.ms + leadMs);
         }
@@ -158,7 +160,7 @@ void SyncedSound::writePart(const SoundLevel& level) {
     case SyncRule::Action::WriteFree:
         setSpeedUp_(rule_.speedUpPpm());
         if (filled_) {
-            write(sound_.take(partMs()));
+            write(sound_.take(wantedMs));
         } else {
             fillEmptyDevice(level, leadMs);
         }
@@ -168,7 +170,7 @@ void SyncedSound::writePart(const SoundLevel& level) {
 
 void SyncedSound::fillEmptyDevice(const SoundLevel& level, double silenceMs) {
     write(sound_.silence(silenceMs));
-    write(sound_.take(std::max(level.capacityMs - silenceMs, 1.0)));
+    write(sound_.take(std::max(level.roomMs - silenceMs, 1.0)));
     filled_ = true;
 }
 

@@ -8,6 +8,8 @@ namespace {
 
 /// Long enough for many blocks of a sound server; the clocks run apart by less than 1 ms in it.
 constexpr std::chrono::seconds kWhile{10};
+/// A server that took nothing for so long waits until it has more.
+constexpr std::chrono::milliseconds kStandstill{80};
 constexpr double kNoMeasure = std::numeric_limits<double>::max();
 /// Rates do not divide evenly into milliseconds.
 constexpr double kNothingMs = 0.05;
@@ -51,6 +53,9 @@ void HeldSound::correctAhead(double takenMs, base::TimePoint now) {
     if (heardMs_ > takenMs) { // nobody hears what was not taken
         anchor_ = now;
         anchorMs_ = heardMs_ = takenMs;
+        playing_ = now - lastAhead_ < kStandstill;
+    } else {
+        lastAhead_ = now;
     }
     leastAheadMs_ = std::min(leastAheadMs_, takenMs - heardMs_);
     if (now - whileBegan_ < kWhile) {
@@ -69,7 +74,7 @@ void HeldSound::correctAhead(double takenMs, base::TimePoint now) {
 
 void HeldSound::begin(double heardMs, base::TimePoint now) {
     playing_ = true;
-    anchor_ = whileBegan_ = now;
+    anchor_ = whileBegan_ = lastAhead_ = now;
     anchorMs_ = heardMs_ = heardMs;
     leastAheadMs_ = kNoMeasure;
     firstAheadMs_.reset();

@@ -40,6 +40,7 @@ private:
     // While it plays: heardMs_ was `anchorMs_` at `anchor_`.
     base::TimePoint anchor_;
     double anchorMs_ = 0;
+    base::TimePoint lastAhead_; ///< when the system was last seen ahead of what is heard
 
     // How far ahead of what is heard the system took sound, at the least, in the current while and in the
     // first one: the difference is what the clocks have run apart.
