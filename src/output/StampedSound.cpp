@@ -14,6 +14,8 @@ namespace ko_player::details {
 namespace {
 
 constexpr double kBlendMs = 6;
+/// A period of a deep voice.
+constexpr double kSearchMs = 10;
 /// Stamps are whole milliseconds and drift a little against the samples; more is a break.
 constexpr double kBreakMs = 30;
 
@@ -88,13 +90,43 @@ std::span<const std::uint8_t> StampedSound::silence(double ms) {
 
 void StampedSound::skip(double ms) {
     const std::size_t wanted = toBytes(ms);
-    const std::size_t size = std::min(wanted, bytes_.size());
+    std::size_t size = std::min(wanted, bytes_.size());
     const std::size_t blended = std::min(toBytes(kBlendMs), size);
     const std::vector<std::uint8_t> before(bytes_.begin(),
                                            bytes_.begin() + static_cast<std::ptrdiff_t>(blended));
-    dropBytes(size);
     skipMs_ = toMs(wanted - size);
+    const std::size_t range = toBytes(kSearchMs);
+    if (canBlend_ && blended > 0 && size >= range / 2 && size + range / 2 + blended <= bytes_.size()) {
+        size = mostLikeFront((size - range / 2) / frameBytes_, range / frameBytes_) * frameBytes_;
+    }
+    dropBytes(size);
     blendIn(before);
+}
+
+std::int16_t StampedSound::sampleAt(std::size_t frame) const {
+    std::int16_t sample = 0;
+    std::memcpy(&sample, bytes_.data() + frame * frameBytes_, sizeof(sample));
+    return sample;
+}
+
+std::size_t StampedSound::mostLikeFront(std::size_t frame, std::size_t range) const {
+    const std::size_t compared = toBytes(kBlendMs) / frameBytes_;
+    std::size_t best = frame + range / 2;
+    double bestLikeness = 0;
+    for (std::size_t place = frame; place <= frame + range; ++place) {
+        double product = 0;
+        double energy = 1;
+        for (std::size_t i = 0; i < compared; ++i) { // the first channel will do
+            const double there = sampleAt(place + i);
+            product += there * sampleAt(i);
+            energy += there * there;
+        }
+        if (const double likeness = product / std::sqrt(energy); likeness > bestLikeness) {
+            bestLikeness = likeness;
+            best = place;
+        }
+    }
+    return best;
 }
 
 void StampedSound::drop(double ms) {

@@ -11,8 +11,9 @@
 namespace ko_player::details {
 
 /// Converted sound on its way to the device, which knows the time stamp of its every byte. Where it is cut or
-/// silence comes between, its ends are blended over a few milliseconds, so that nothing clicks (16-bit
-/// samples only). Used by the audio output thread only.
+/// silence comes between, its ends are blended over a few milliseconds, so that nothing clicks; it is cut
+/// where both sides are alike, so that a voice or tone goes on (16-bit samples only). Used by the audio
+/// output thread only.
 class StampedSound {
 public:
     /// Throws std::logic_error "AudioBuffer invalid audio params".
@@ -31,7 +32,7 @@ public:
     [[nodiscard]] std::span<const std::uint8_t> take(double ms);
     /// Silence, blended into what comes next. Valid until the next call.
     [[nodiscard]] std::span<const std::uint8_t> silence(double ms);
-    /// Drops that much, blended over; what is not there yet is dropped when it comes.
+    /// Drops that much, to a few milliseconds, blended over; what is not there yet is dropped when it comes.
     void skip(double ms);
     /// Drops up to that much of what is there, for nobody hears it.
     void drop(double ms);
@@ -50,6 +51,9 @@ private:
     [[nodiscard]] std::size_t toBytes(double ms) const;
     [[nodiscard]] std::size_t untilBreak(std::size_t limit) const;
     void dropBytes(std::size_t bytes);
+    [[nodiscard]] std::int16_t sampleAt(std::size_t frame) const;
+    /// The place within `range` frames from `frame` on that is most like the front.
+    [[nodiscard]] std::size_t mostLikeFront(std::size_t frame, std::size_t range) const;
     void blendIn(std::span<const std::uint8_t> before);
     void fadeIn();
 

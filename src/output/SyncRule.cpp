@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <iterator>
+#include <utility>
 
 namespace ko_player {
 namespace {
@@ -17,11 +19,14 @@ constexpr milliseconds kSlowestPictures{1200};
 constexpr double kUnrelatedMs = 10'000;
 /// A correction needs as many witnesses: a single late picture is none.
 constexpr std::size_t kWitnesses = 5;
-/// Pictures that catch up hurry by a quarter, never more.
+/// Pictures that catch up hurry by a quarter, never more. Sound follows in steps that are hardly heard, and a
+/// little behind, since it cannot know when they stop.
 constexpr double kSteepestSlope = -0.25;
-constexpr double kFlatSlope = 0.04; ///< less is the jitter of the pictures
-constexpr double kOffsetsKeptMs = 1000;
-constexpr double kShortestSlopeMs = 300;
+constexpr double kFlatSlope = 0.05; ///< less is the jitter of the pictures
+constexpr double kHurryStepMs = 15;
+constexpr double kHurryAimMs = 50;
+constexpr double kOffsetsKeptMs = 600;
+constexpr std::size_t kFewestForSlope = 6;
 constexpr double kOffsetJumpMs = 200;
 
 constexpr double kSmoothingMs = 3000;
@@ -102,11 +107,21 @@ void SyncRule::follow(const ShownPicture& shown) {
 }
 
 double SyncRule::slope() const {
-    const double spanMs = offsets_.back().atMs - offsets_.front().atMs;
-    if (spanMs < kShortestSlopeMs) {
+    if (offsets_.size() < kFewestForSlope) {
         return 0;
     }
-    const double slope = (offsets_.back().offsetMs - offsets_.front().offsetMs) / spanMs;
+    // Between the middles of both halves: a picture that was shown late does not bend it.
+    const auto middle = offsets_.begin() + static_cast<std::ptrdiff_t>(offsets_.size() / 2);
+    const auto of = [](auto begin, auto end, double Offset::*what) {
+        std::vector<double> values;
+        std::transform(begin, end, std::back_inserter(values), [&](const Offset& o) { return o.*what; });
+        return median(std::move(values));
+    };
+    const double spanMs =
+        of(middle, offsets_.end(), &Offset::atMs) - of(offsets_.begin(), middle, &Offset::atMs);
+    const double stepMs =
+        of(middle, offsets_.end(), &Offset::offsetMs) - of(offsets_.begin(), middle, &Offset::offsetMs);
+    const double slope = spanMs > 0 ? stepMs / spanMs : 0;
     return slope > -kFlatSlope ? 0 : std::max(slope, kSteepestSlope);
 }
 
@@ -126,9 +141,12 @@ SyncRule::Decision SyncRule::onTheWay(double lateMs, base::TimePoint now) {
     if (recent_.size() > kWitnesses) {
         recent_.erase(recent_.begin());
     }
-    const bool hurries = slope() < 0;
-    if (recent_.size() == kWitnesses || hurries) {
-        const double middle = hurries ? lateMs : median(recent_);
+    if (slope() < 0) {
+        return lateMs > kHurryAimMs + kHurryStepMs ? correct(Action::Skip, lateMs - kHurryAimMs)
+                                                   : Decision{Action::Write};
+    }
+    if (recent_.size() == kWitnesses) {
+        const double middle = median(recent_);
         if (middle > bounds_.late) {
             return correct(Action::Skip, middle - bounds_.aim);
         }
@@ -136,9 +154,7 @@ SyncRule::Decision SyncRule::onTheWay(double lateMs, base::TimePoint now) {
             return correct(Action::Wait, bounds_.aim - middle);
         }
     }
-    if (!hurries) {
-        adjustSpeed(lateMs, now);
-    }
+    adjustSpeed(lateMs, now);
     return {Action::Write};
 }
 

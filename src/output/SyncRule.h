@@ -75,7 +75,7 @@ private:
     SyncBounds bounds_;
     bool begins_ = true;
     std::optional<base::TimePoint> begunAt_;
-    std::deque<Offset> offsets_; ///< of the last second
+    std::deque<Offset> offsets_; ///< of the last pictures
     std::vector<double> recent_; ///< deviations since the last correction, the newest few
 
     // The slow part.

@@ -3,13 +3,14 @@
 #include <algorithm>
 #include <chrono>
 #include <limits>
+#include <utility>
 
 namespace {
 
-/// Long enough for many blocks of a sound server; the clocks run apart by less than 1 ms in it.
-constexpr std::chrono::seconds kWhile{10};
+/// In so many seconds clocks run apart by some milliseconds at most.
+constexpr std::size_t kSeconds = 9;
 /// A server that took nothing for so long waits until it has more.
-constexpr std::chrono::milliseconds kStandstill{80};
+constexpr std::chrono::milliseconds kStandstill{150};
 constexpr double kNoMeasure = std::numeric_limits<double>::max();
 /// Rates do not divide evenly into milliseconds.
 constexpr double kNothingMs = 0.05;
@@ -39,7 +40,7 @@ void HeldSound::update(double queuedMs, base::TimePoint now) {
     }
     heardMs_ = reckoned(now);
     if (roomComes_ == AudioDevice::RoomComes::BeforeItIsHeard) {
-        correctAhead(takenMs, now);
+        compareClocks(takenMs, now);
     } else if (heardMs_ < takenMs || heardMs_ > takenMs + kBlockMs) {
         begin(std::clamp(heardMs_, takenMs, takenMs + kBlockMs), now);
     }
@@ -49,34 +50,42 @@ void HeldSound::update(double queuedMs, base::TimePoint now) {
     }
 }
 
-void HeldSound::correctAhead(double takenMs, base::TimePoint now) {
-    if (heardMs_ > takenMs) { // nobody hears what was not taken
-        anchor_ = now;
-        anchorMs_ = heardMs_ = takenMs;
-        playing_ = now - lastAhead_ < kStandstill;
-    } else {
+void HeldSound::compareClocks(double takenMs, base::TimePoint now) {
+    const double aheadMs = takenMs - heardMs_;
+    if (aheadMs >= 0) {
         lastAhead_ = now;
-    }
-    leastAheadMs_ = std::min(leastAheadMs_, takenMs - heardMs_);
-    if (now - whileBegan_ < kWhile) {
+    } else if (now - lastAhead_ > kStandstill) { // nobody hears what was not taken
+        heardMs_ = takenMs;
+        playing_ = false;
         return;
     }
-    if (firstAheadMs_) {
-        const double apartMs = std::min(leastAheadMs_ - *firstAheadMs_, takenMs - heardMs_);
-        anchorMs_ += apartMs;
-        heardMs_ += apartMs;
-    } else {
-        firstAheadMs_ = leastAheadMs_;
+    leastAheadMs_ = std::min(leastAheadMs_, aheadMs);
+    if (now - secondBegan_ < std::chrono::seconds(1)) {
+        return;
     }
-    whileBegan_ = now;
-    leastAheadMs_ = kNoMeasure;
+    secondBegan_ = now;
+    leastOfSeconds_.push_back(std::exchange(leastAheadMs_, kNoMeasure));
+    if (leastOfSeconds_.size() < kSeconds) {
+        return;
+    }
+    // The middle one: a busy machine may be late to tell what was taken.
+    const auto middle = leastOfSeconds_.begin() + kSeconds / 2;
+    std::nth_element(leastOfSeconds_.begin(), middle, leastOfSeconds_.end());
+    if (!firstAheadMs_) {
+        firstAheadMs_ = *middle;
+    }
+    const double apartMs = *middle - *firstAheadMs_;
+    anchorMs_ += apartMs;
+    heardMs_ += apartMs;
+    leastOfSeconds_.clear();
 }
 
 void HeldSound::begin(double heardMs, base::TimePoint now) {
     playing_ = true;
-    anchor_ = whileBegan_ = lastAhead_ = now;
+    anchor_ = secondBegan_ = lastAhead_ = now;
     anchorMs_ = heardMs_ = heardMs;
     leastAheadMs_ = kNoMeasure;
+    leastOfSeconds_.clear();
     firstAheadMs_.reset();
 }
 

@@ -4,6 +4,7 @@
 #include "sound/AudioDevice.h"
 
 #include <optional>
+#include <vector>
 
 /// How much of what a device was given has not been heard yet. A pure rule; milliseconds of sound throughout.
 ///
@@ -28,7 +29,7 @@ public:
 
 private:
     void begin(double heardMs, base::TimePoint now);
-    void correctAhead(double takenMs, base::TimePoint now);
+    void compareClocks(double takenMs, base::TimePoint now);
     [[nodiscard]] double reckoned(base::TimePoint now) const;
 
     const AudioDevice::RoomComes roomComes_;
@@ -42,9 +43,10 @@ private:
     double anchorMs_ = 0;
     base::TimePoint lastAhead_; ///< when the system was last seen ahead of what is heard
 
-    // How far ahead of what is heard the system took sound, at the least, in the current while and in the
-    // first one: the difference is what the clocks have run apart.
-    base::TimePoint whileBegan_;
+    // How far the system was ahead of what is heard, at the least in each second: what that changes by is
+    // what the clocks have run apart.
+    base::TimePoint secondBegan_;
     double leastAheadMs_ = 0;
+    std::vector<double> leastOfSeconds_;
     std::optional<double> firstAheadMs_;
 };
