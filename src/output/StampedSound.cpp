@@ -111,9 +111,7 @@ std::int16_t StampedSound::sampleAt(std::size_t frame) const {
 
 std::size_t StampedSound::mostLikeFront(std::size_t frame, std::size_t range) const {
     const std::size_t compared = toBytes(kBlendMs) / frameBytes_;
-    std::size_t best = frame + range / 2;
-    double bestLikeness = 0;
-    for (std::size_t place = frame; place <= frame + range; ++place) {
+    const auto likeness = [&](std::size_t place) {
         double product = 0;
         double energy = 1;
         for (std::size_t i = 0; i < compared; ++i) { // the first channel will do
@@ -121,8 +119,13 @@ std::size_t StampedSound::mostLikeFront(std::size_t frame, std::size_t range) co
             product += there * sampleAt(i);
             energy += there * there;
         }
-        if (const double likeness = product / std::sqrt(energy); likeness > bestLikeness) {
-            bestLikeness = likeness;
+        return product / std::sqrt(energy);
+    };
+    std::size_t best = frame + range / 2;
+    double bestLikeness = likeness(best);
+    for (std::size_t place = frame; place <= frame + range; ++place) {
+        if (const double here = likeness(place); here > bestLikeness) {
+            bestLikeness = here;
             best = place;
         }
     }

@@ -39,8 +39,8 @@ public:
     };
 
     struct Situation {
-        double stampMs = 0;                ///< of the next part
-        std::optional<ShownPicture> shown; ///< last
+        double stampMs = 0;                     ///< of the next part
+        std::optional<ShownPicture> shown = {}; ///< last
         base::TimePoint now;
         double heldMs = 0; ///< heard before what is written now
     };

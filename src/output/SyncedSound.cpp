@@ -170,7 +170,9 @@ void SyncedSound::writePart(const SoundLevel& level) {
 
 void SyncedSound::fillEmptyDevice(const SoundLevel& level, double silenceMs) {
     write(sound_.silence(silenceMs));
-    write(sound_.take(std::max(level.roomMs - silenceMs, 1.0)));
+    if (level.roomMs - silenceMs > kLeastRoomMs) { // a write to a full device would wait
+        write(sound_.take(level.roomMs - silenceMs));
+    }
     filled_ = true;
 }
 

@@ -103,5 +103,26 @@ TEST(AudioSwr, FollowsAFormatThatChanges) {
     EXPECT_GT(converter.convert(*makeSound(0, 1024, 48000, 6, AV_SAMPLE_FMT_FLTP)->get()).first, 0);
 }
 
+TEST(AudioSwr, PlaysFasterOrSlowerByMillionths) {
+    for (const int ppm : {2000, -2000, 100}) {
+        AudioSwr converter(s16(8000, 1));
+        converter.setSpeedUp(ppm);
+        std::int64_t samples = 0;
+        for (int i = 0; i < 1000; ++i) {
+            const auto [size, bytes] = converter.convert(*makeSound(i * 100, 800)->get());
+            ASSERT_GT(size, 0);
+            samples += size / 2;
+        }
+        EXPECT_NEAR(static_cast<double>(samples), 800'000 * (1 - ppm / 1e6), 40) << ppm;
+    }
+}
+
+TEST(AudioSwr, SoundIsNotTouchedBeforeTheSpeedChanges) {
+    AudioSwr converter(s16(8000, 1));
+    converter.setSpeedUp(0);
+    const auto sound = makeSound(0, 800);
+    EXPECT_EQ(converter.convert(*sound->get()).second, (*sound)->data[0]);
+}
+
 } // namespace
 } // namespace ko_player
