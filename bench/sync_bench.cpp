@@ -87,13 +87,13 @@ std::vector<Row> rows() {
     ClipSpec bFrames = spec(30);
     bFrames.zeroLatency = false;
     bFrames.bFrames = 2;
-    ClipSpec rich = spec(50);
+    ClipSpec rich = spec(50, AudioCodec::ALaw);
+    rich.sampleRate = 40'000; // 8 bits a sample
     rich.bitrateKbps = 2100;
     rich.noise = 40;
     rich.widthPx = 640;
     rich.heightPx = 360;
-    rich.audioKbps = 320;
-    rich.extraVideoArguments = {"-x264-params", "nal-hrd=cbr"};
+    rich.extraVideoArguments = {"-x264-params", "nal-hrd=cbr:filler=1"};
     const std::string archive = "/archive.flv";
     const test::PaceOptions asFastAsRead = {.speed = 0, .staysOpen = true};
     const test::PaceOptions asItComes = {.staysOpen = true};

@@ -81,8 +81,8 @@ std::size_t StampedSound::untilBreak(std::size_t limit) const {
 std::span<const std::uint8_t> StampedSound::silence(double ms) {
     const std::size_t size = toBytes(ms);
     taken_.assign(size, 0); // also in the unsigned 8-bit format, which no device gets
-    fadesIn_ = true;
-    if (!bytes_.empty()) {
+    fadesIn_ = fadesIn_ || size > 0;
+    if (fadesIn_ && !bytes_.empty()) {
         fadeIn();
     }
     return taken_;

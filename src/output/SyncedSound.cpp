@@ -22,6 +22,8 @@ constexpr double kSmallDeviceMs = 150;
 constexpr double kWatchMs = 5;
 /// A device that wants more than it told before it plays gets more.
 constexpr milliseconds kReluctance{80};
+/// One that does not play at all must not stop the stream: its sound goes by.
+constexpr milliseconds kGivenUp{3000};
 constexpr double kLeastRoomMs = 5;
 constexpr double kShortWaitMs = 20;
 constexpr double kLongestSleepMs = 100;
@@ -44,17 +46,26 @@ double SyncedSound::partMs() const {
 }
 
 void SyncedSound::play() {
-    while (!isOver() && !state_->pauseCtrl->isStopped()) {
+    while (!state_->pauseCtrl->isStopped() && !isOver()) {
         step();
     }
     drain();
+}
+
+bool SyncedSound::isOver() {
+    if (!frames_->isEnded()) {
+        return false;
+    }
+    fetch(partMs());
+    return sound_.empty();
 }
 
 void SyncedSound::step() {
     waitWhilePaused();
     const std::optional<SoundLevel> level = handler_ ? handler_->soundLevel() : std::nullopt;
     if (!level) {
-        stepWithoutDevice();
+        device_ = 0;
+        dropInStep();
         return;
     }
     if (level->device != device_) {
@@ -78,9 +89,7 @@ void SyncedSound::waitWhilePaused() {
     rule_.restart(validFrom_);
 }
 
-void SyncedSound::stepWithoutDevice() {
-    device_ = 0;
-    silenceMs_ = 0;
+void SyncedSound::dropInStep() {
     fetch(kPartMs);
     if (sound_.empty()) {
         waitForFrame(kShortWaitMs);
@@ -119,6 +128,9 @@ void SyncedSound::stepWithDevice(const SoundLevel& level) {
             sleep(std::max(excessMs, kShortWaitMs));
             return;
         }
+    } else if (filled_ && clock_.now() - lastWrite_ > kGivenUp) {
+        dropInStep();
+        return;
     } else if (filled_ && (clock_.now() - lastWrite_ < kReluctance || level.roomMs < kLeastRoomMs)) {
         sleep(kWatchMs);
         return;
@@ -169,6 +181,7 @@ void SyncedSound::writePart(const SoundLevel& level) {
 }
 
 void SyncedSound::fillEmptyDevice(const SoundLevel& level, double silenceMs) {
+    lastWrite_ = clock_.now();
     write(sound_.silence(silenceMs));
     if (level.roomMs - silenceMs > kLeastRoomMs) { // a write to a full device would wait
         write(sound_.take(level.roomMs - silenceMs));

@@ -41,7 +41,8 @@ public:
 
 private:
     void step();
-    void stepWithoutDevice();
+    /// Nobody hears it.
+    void dropInStep();
     void stepWithDevice(const SoundLevel& level);
     void beginOn(const SoundLevel& level);
     void fillEmptyDevice(const SoundLevel& level, double silenceMs);
@@ -56,7 +57,7 @@ private:
     void sleep(double ms);
     void write(std::span<const std::uint8_t> bytes);
     [[nodiscard]] SyncRule::Situation situation(double heldMs) const;
-    [[nodiscard]] bool isOver() const { return frames_->isEnded() && sound_.empty(); }
+    [[nodiscard]] bool isOver();
     [[nodiscard]] double partMs() const;
 
     const std::shared_ptr<FrameQueue> frames_;

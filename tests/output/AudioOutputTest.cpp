@@ -232,5 +232,104 @@ TEST_F(AudioOutputTest, RefusesParametersWithoutASize) {
     EXPECT_THROW(AudioOutput(frames, AudioParams{}, handler, state, clock), std::logic_error);
 }
 
+/// The same in step with pictures. A device takes 400 ms, which is 6400 bytes.
+class AudioOutputInStep : public AudioOutputTest {
+protected:
+    AudioOutputInStep() { state = std::make_shared<PlayerState>(pause, record); }
+
+    void setDevice(bool isPlaying, double heldMs) {
+        handler->setLevel(SoundLevel{.device = 1,
+                                     .isPlaying = isPlaying,
+                                     .heldMs = heldMs,
+                                     .roomMs = 400 - heldMs,
+                                     .capacityMs = 400});
+    }
+    /// Lets time pass until that many parts were written.
+    void passUntilParts(std::size_t count) {
+        while (handler->parts().size() < count) {
+            clock.advance(milliseconds(1));
+            std::this_thread::yield();
+        }
+    }
+
+    std::shared_ptr<ShownRecord> record = std::make_shared<ShownRecord>();
+};
+
+TEST_F(AudioOutputInStep, FillsTheDeviceWithWhatIsDueAndThenAsItPlays) {
+    for (int i = 0; i < 20; ++i) {
+        pushMs(100); // from 1000 on
+    }
+    record->publish({1000, clock.now()});
+    setDevice(false, 0);
+    start();
+    handler->waitForParts(1);
+    setDevice(true, 300);
+    passUntilParts(2);
+    EXPECT_THAT(partSizes(), testing::ElementsAre(6400, 1600));
+    EXPECT_EQ(handler->parts()[0][0], 0);
+}
+
+TEST_F(AudioOutputInStep, SkipsWhatIsLate) {
+    for (int i = 0; i < 20; ++i) {
+        pushMs(100);
+    }
+    record->publish({1300, clock.now()});
+    setDevice(false, 0);
+    start();
+    passUntilParts(1);
+    EXPECT_THAT(partSizes(), testing::ElementsAre(6400));
+    EXPECT_LE(frames->size(), 13U) << "seven of the twenty are taken: 300 ms skipped, 400 ms written";
+}
+
+TEST_F(AudioOutputInStep, PutsSilenceBeforeWhatIsEarly) {
+    for (int i = 0; i < 20; ++i) {
+        pushMs(100);
+    }
+    record->publish({900, clock.now()});
+    setDevice(false, 0);
+    start();
+    handler->waitForParts(2);
+    EXPECT_THAT(partSizes(), testing::ElementsAre(1600, 4800));
+    EXPECT_EQ(handler->parts()[0], std::vector<std::uint8_t>(1600, 0));
+}
+
+TEST_F(AudioOutputInStep, WithoutADeviceSoundGoesByWithThePictures) {
+    for (int i = 0; i < 20; ++i) {
+        pushMs(100);
+    }
+    record->publish({1500, clock.now()});
+    start();
+    while (frames->size() > 14) {
+        clock.advance(milliseconds(1));
+        std::this_thread::yield();
+    }
+    EXPECT_TRUE(handler->parts().empty());
+}
+
+TEST_F(AudioOutputInStep, APauseStopsTheDeviceAtOnceAndAResumeGoesOn) {
+    setDevice(true, 300);
+    start(); // no sound comes
+    pause->set(PauseReason::Buffering);
+    while (pause->waiting() == 0) {
+        clock.advance(milliseconds(1));
+        std::this_thread::yield();
+    }
+    handler->waitForPauses("pause ");
+    pause->clear(PauseReason::Buffering);
+    handler->waitForPauses("pause resume ");
+}
+
+TEST_F(AudioOutputInStep, EndsWithTheQueueOnceWhatItHeldWentBy) {
+    pushMs(150);
+    frames->abort();
+    start();
+    while (!log.contains("audioTask is finished")) {
+        clock.advance(milliseconds(1));
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(output->lastTimestampMs(), 1000);
+    EXPECT_EQ(frames->size(), 0U);
+}
+
 } // namespace
 } // namespace ko_player

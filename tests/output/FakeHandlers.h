@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -116,9 +117,31 @@ public:
     void onAudioData(const std::uint8_t* data, int size) override {
         const std::lock_guard lock(mutex_);
         parts_.emplace_back(data, data + size);
+        if (level_) {
+            level_->heldMs += size / kBytesPerMs;
+            level_->roomMs -= size / kBytesPerMs;
+        }
+        changed_.notify_all();
+    }
+    std::optional<ko_player::SoundLevel> soundLevel() override {
+        const std::lock_guard lock(mutex_);
+        return level_;
+    }
+    void onAudioPause(bool paused) override {
+        const std::lock_guard lock(mutex_);
+        pauses_ += paused ? "pause " : "resume ";
         changed_.notify_all();
     }
 
+    /// It rises with what is written: 8000 Hz, mono, 16 bit.
+    void setLevel(const std::optional<ko_player::SoundLevel>& level) {
+        const std::lock_guard lock(mutex_);
+        level_ = level;
+    }
+    void waitForPauses(const std::string& expected) const {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return pauses_ == expected; });
+    }
     [[nodiscard]] std::vector<std::vector<std::uint8_t>> parts() const {
         const std::lock_guard lock(mutex_);
         return parts_;
@@ -129,9 +152,14 @@ public:
     }
 
 private:
+    static constexpr double kBytesPerMs = 16;
+
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
-    std::vector<std::vector<std::uint8_t>> parts_; ///< guarded by mutex_
+    // Guarded by mutex_.
+    std::vector<std::vector<std::uint8_t>> parts_;
+    std::optional<ko_player::SoundLevel> level_; ///< nothing: no device
+    std::string pauses_;
 };
 
 } // namespace mediaworker::test

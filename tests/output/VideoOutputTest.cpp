@@ -329,5 +329,26 @@ TEST_F(VideoOutputTest, JoiningFromItsOwnThreadIsAnError) {
     waitUntilFinished();
 }
 
+TEST_F(VideoOutputTest, RecordsWhatIsShownAndWhenForSoundThatKeepsStep) {
+    const auto record = std::make_shared<ShownRecord>();
+    state = std::make_shared<VideoState>(pause, record);
+    const auto begin = clock.now();
+    start();
+    push(1000);
+    handler->waitForShown(1);
+    EXPECT_EQ(record->last(), (ShownPicture{1000, begin}));
+    push(1040);
+    passSleep(milliseconds(40));
+    handler->waitForShown(2);
+    EXPECT_EQ(record->last(), (ShownPicture{1040, begin + milliseconds(40)}));
+    pause->set(PauseReason::User);
+    push(1080);
+    waitUntilPaused();
+    EXPECT_EQ(record->last(), std::nullopt);
+    pause->clear(PauseReason::User);
+    handler->waitForShown(3);
+    EXPECT_EQ(record->last(), (ShownPicture{1080, begin + milliseconds(40)}));
+}
+
 } // namespace
 } // namespace ko_player

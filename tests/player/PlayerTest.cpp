@@ -361,6 +361,29 @@ TEST_F(PlayerTest, SoundNeverHoldsUpTheReaderWhilePlaying) {
     EXPECT_GT(log.count("ko_player::Player::pushAudio: buf video, ignore audio"), 0);
 }
 
+TEST_F(PlayerTest, SoundInStepHasAsMuchRoomAsThePicturesItWaitsFor) {
+    FlvWriter writer;
+    writer.header(0x05);
+    writer.metadata(0, {{"audiocodecid", 0x70}, {"audiosamplerate", 8000}, {"audiochannels", 1}});
+    Options options;
+    options.sync = SyncPolicy::ByTimeStamps;
+    player = std::make_unique<Player>(video, audio, clock, options);
+    start(Buffering::Off);
+    ASSERT_TRUE(feed(writer.take()));
+    const std::vector<std::uint8_t> sound(60'000, 0xD5);
+    const auto push = [&](int from, int to) {
+        for (int i = from; i < to; ++i) {
+            writer.audio(static_cast<std::uint32_t>(i * 7500), 0x70, sound);
+        }
+        return feed(writer.take());
+    };
+    ASSERT_TRUE(push(0, 120)); // 7.2 MB
+    EXPECT_EQ(log.count("ko_player::Player::pushAudio: buf video, ignore audio"), 0);
+    ASSERT_TRUE(push(120, 300));
+    EXPECT_GT(log.count("ko_player::Player::pushAudio: buf video, ignore audio"), 0)
+        << "without pictures ahead it never holds up the reader";
+}
+
 TEST_F(PlayerTest, SoundThatWasNeverAnnouncedIsDropped) {
     FlvWriter writer;
     writer.header(0x05);

@@ -1,7 +1,9 @@
 #include "queues/PauseCtrl.h"
+#include "support/ManualClock.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <future>
 #include <thread>
 
@@ -86,6 +88,38 @@ TEST_F(PauseCtrlTest, StoppingEndsAllWaits) {
     pause.stop();
     EXPECT_FALSE(waiting.get());
     EXPECT_FALSE(pause.wait()) << "later ones too";
+}
+
+TEST_F(PauseCtrlTest, ASleepEndsAtItsTime) {
+    mediaworker::test::ManualClock clock;
+    auto sleeping = std::async(
+        std::launch::async, [&] { pause.sleepUntil(clock, clock.now() + std::chrono::milliseconds(100)); });
+    clock.waitForWaiters(1);
+    clock.advance(std::chrono::milliseconds(99));
+    EXPECT_EQ(sleeping.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    clock.advance(std::chrono::milliseconds(1));
+    sleeping.get();
+}
+
+TEST_F(PauseCtrlTest, APauseInterruptsASleep) {
+    mediaworker::test::ManualClock clock;
+    auto sleeping =
+        std::async(std::launch::async, [&] { pause.sleepUntil(clock, clock.now() + std::chrono::hours(1)); });
+    clock.waitForWaiters(1);
+    pause.set(PauseReason::Buffering);
+    sleeping.get();
+}
+
+TEST_F(PauseCtrlTest, APauseThatWasStoppedInterruptsNone) {
+    mediaworker::test::ManualClock clock;
+    pause.set(PauseReason::User);
+    pause.stop();
+    EXPECT_TRUE(pause.isStopped());
+    auto sleeping = std::async(std::launch::async,
+                               [&] { pause.sleepUntil(clock, clock.now() + std::chrono::seconds(1)); });
+    clock.waitForWaiters(1);
+    clock.advance(std::chrono::seconds(1));
+    sleeping.get();
 }
 
 } // namespace

@@ -25,6 +25,17 @@ TEST(AudioHandler, ForwardsEachCallToItsCallable) {
     EXPECT_EQ(written, 5);
 }
 
+TEST(AudioHandler, ForwardsWhatKeepsSoundInStep) {
+    bool isPaused = false;
+    AudioHandler handler({{},
+                          {},
+                          [] { return ko_player::SoundLevel{.device = 1, .heldMs = 20}; },
+                          [&](bool paused) { isPaused = paused; }});
+    EXPECT_EQ(handler.soundLevel()->heldMs, 20);
+    handler.onAudioPause(true);
+    EXPECT_TRUE(isPaused);
+}
+
 TEST(AudioHandler, MissingCallableIsAnError) {
     AudioHandler handler({});
     ko_player::AudioParams out;

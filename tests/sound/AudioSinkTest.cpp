@@ -11,6 +11,8 @@ extern "C" {
 #include <gmock/gmock.h>
 
 #include <mutex>
+#include <optional>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -38,6 +40,8 @@ struct FakeSystem {
     int bufferBytes = 0;
     double volume = 1.0;
     std::string played;
+    int bufferSize = 0; ///< as the device tells it
+    std::string calls;
 };
 
 class FakeDevice final : public AudioDevice {
@@ -70,6 +74,9 @@ public:
     QString errorString() const override { return QStringLiteral("it is full"); }
     double volume() const override { return system_.volume; }
     void setVolume(double volume) override { system_.volume = volume; }
+    int bufferSize() const override { return system_.bufferSize; }
+    void suspend() override { system_.calls += "suspend "; }
+    void resume() override { system_.calls += "resume "; }
 
 private:
     FakeSystem& system_;
@@ -322,6 +329,56 @@ TEST_F(AudioSinkTest, ThousandStartsAndStopsWhilePlaying) {
     player.join();
     EXPECT_EQ(system.alive, 0);
     EXPECT_GE(system.made, 1000);
+}
+
+TEST_F(AudioSinkTest, TellsWhatTheDeviceHolds) {
+    EXPECT_EQ(sink.level(), std::nullopt);
+    announce(8000, 1); // 16 bytes a millisecond
+    sink.start();
+    EXPECT_EQ(sink.level(), std::nullopt) << "one that does not tell";
+    system.bufferSize = system.bytesFree = 1600;
+    write(std::string(800, 'x'));
+    system.bytesFree = 800;
+    const auto full = sink.level();
+    ASSERT_TRUE(full);
+    EXPECT_FALSE(full->isPlaying);
+    EXPECT_DOUBLE_EQ(full->heldMs, 50);
+    EXPECT_DOUBLE_EQ(full->roomMs, 50);
+    EXPECT_DOUBLE_EQ(full->capacityMs, 100);
+    system.bytesFree = 1120; // it took 20 ms at once, and plays them
+    EXPECT_TRUE(sink.level()->isPlaying);
+    clock.advance(milliseconds(10));
+    EXPECT_DOUBLE_EQ(sink.level()->heldMs, 40);
+    system.writable = false;
+    EXPECT_EQ(sink.level(), std::nullopt) << "it is gone";
+}
+
+TEST_F(AudioSinkTest, EachDeviceHasANumberOfItsOwn) {
+    announce(8000, 1);
+    system.bufferSize = 1600;
+    sink.start();
+    const auto first = sink.level();
+    sink.stop();
+    EXPECT_EQ(sink.level(), std::nullopt);
+    sink.start();
+    EXPECT_NE(sink.level()->device, first->device);
+    EXPECT_EQ(sink.level()->heldMs, 0);
+}
+
+TEST_F(AudioSinkTest, ADeviceThatIsPausedKeepsWhatItHolds) {
+    sink.setPaused(true);
+    announce(8000, 1);
+    system.bufferSize = system.bytesFree = 1600;
+    sink.start();
+    write(std::string(1600, 'x'));
+    system.bytesFree = 320;
+    EXPECT_DOUBLE_EQ(sink.level()->heldMs, 100);
+    clock.advance(milliseconds(30));
+    sink.setPaused(true);
+    clock.advance(milliseconds(5000));
+    sink.setPaused(false);
+    EXPECT_EQ(system.calls, "suspend resume ");
+    EXPECT_DOUBLE_EQ(sink.level()->heldMs, 70);
 }
 
 } // namespace

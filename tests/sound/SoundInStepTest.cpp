@@ -68,8 +68,14 @@ private:
 /// A sound server that takes blocks, and knows what it plays at any moment.
 class Card final : public AudioDevice {
 public:
-    Card(SimulatedClock& clock, double speed, double blockMs)
-        : clock_(clock), speed_(speed), blockMs_(blockMs) {}
+    /// Is known at `place` while it lives.
+    Card(Card*& place, int& timesDry, double speed, double blockMs)
+        : place_(place), timesDry_(timesDry), speed_(speed), blockMs_(blockMs) {
+        place_ = this;
+    }
+    Card(const Card&) = delete;
+    Card& operator=(const Card&) = delete;
+    ~Card() override { place_ = nullptr; }
 
     void setBufferSize(int bytes) override { bufferBytes_ = bytes; }
     void start() override {}
@@ -109,7 +115,7 @@ public:
         if (played_ >= written_) {
             played_ = taken_ = written_;
             isPlaying_ = false;
-            ++timesDry;
+            ++timesDry_;
         }
     }
     /// What is heard now; below 0: nothing.
@@ -117,10 +123,9 @@ public:
         return isPlaying_ && !isSuspended_ ? samples_[static_cast<std::size_t>(played_)] : -1;
     }
 
-    int timesDry = 0;
-
 private:
-    SimulatedClock& clock_;
+    Card*& place_;
+    int& timesDry_;
     const double speed_;
     const double blockMs_;
     int bufferBytes_ = 0;
@@ -158,11 +163,13 @@ struct World {
     double aheadMs = 1000; ///< how long before their time sound frames come
     double minutes = 1;
     double soundFromMs = 0;
+    double picturesStopAtMs = 1e9;
 };
 
 struct Result {
     std::vector<std::pair<double, double>> late; ///< every 10 ms that were heard: time, and by how much
     int timesDry = 0;
+    double lastHeardMs = 0;
 
     /// From that time on.
     [[nodiscard]] std::pair<double, double> range(double fromMs) const {
@@ -192,16 +199,16 @@ protected:
         out.channelLayout = AV_CH_LAYOUT_MONO;
         ko_player::AudioSwr converter(out);
         Card* card = nullptr;
-        AudioSink sink([](const std::function<void()>& function) { function(); },
-                       [&](const PcmFormat&) {
-                           auto made = std::make_unique<Card>(clock, world.speed, world.blockMs);
-                           card = made.get();
-                           return made;
-                       },
-                       clock, world.bufferMs);
+        Result result;
+        AudioSink played([](const std::function<void()>& function) { function(); },
+                         [&](const PcmFormat&) {
+                             return std::make_unique<Card>(card, result.timesDry, world.speed, world.blockMs);
+                         },
+                         clock, world.bufferMs);
         ko_player::AudioParams sinkOut;
-        sink.setParams(out, sinkOut);
-        sink.start();
+        played.setParams(out, sinkOut);
+        played.start();
+        sink = &played;
 
         struct Handler final : ko_player::AudioHandler {
             explicit Handler(AudioSink& target) : sink(target) {}
@@ -214,12 +221,13 @@ protected:
             AudioSink& sink;
         };
 
-        Result result;
         double nextSoundMs = world.soundFromMs;
         double nextPictureMs = 0;
         clock.world = [&](double ms) {
             events(ms);
-            card->pass();
+            if (card != nullptr) {
+                card->pass();
+            }
             for (; nextSoundMs <= ms + world.aheadMs; nextSoundMs += kSoundMs) {
                 if (ms >= world.minutes * 60'000) {
                     frames->abort();
@@ -227,20 +235,21 @@ protected:
                 }
                 frames->push(soundFrame(nextSoundMs));
             }
-            if (ms >= nextPictureMs) {
+            if (ms >= nextPictureMs && ms < world.picturesStopAtMs) {
                 record->publish(
                     {static_cast<std::int64_t>(nextPictureMs), SimulatedClock::at(nextPictureMs)});
                 nextPictureMs += kPictureMs;
             }
             // The resampler rings where the code begins again.
             const bool isClear = std::abs(std::remainder(ms, kCodeMs)) > 100;
-            const int code = card->sample();
+            const int code = card != nullptr ? card->sample() : -1;
+            result.lastHeardMs = code >= 0 ? ms : result.lastHeardMs;
             if (code > 0 && isClear && static_cast<int>(ms) % 10 == 0 && ms < world.minutes * 60'000) {
                 result.late.emplace_back(ms, std::remainder(ms - code / 8.0, kCodeMs));
             }
         };
         ko_player::SyncedSound sound({.frames = frames,
-                                      .handler = std::make_shared<Handler>(sink),
+                                      .handler = std::make_shared<Handler>(played),
                                       .state = state,
                                       .convert =
                                           [&](const AVFrame& frame) {
@@ -251,12 +260,13 @@ protected:
                                       .setSpeedUp = [&](int ppm) { converter.setSpeedUp(ppm); }},
                                      out, clock);
         sound.play();
-        result.timesDry = card->timesDry;
+        sink = nullptr;
         return result;
     }
 
     mediaworker::test::LogCapture log; ///< keeps the sink's lines off the screen
     SimulatedClock clock;
+    AudioSink* sink = nullptr; ///< while it plays
     std::shared_ptr<ko_player::details::PauseCtrl> pause = std::make_shared<ko_player::details::PauseCtrl>();
 };
 
@@ -266,6 +276,7 @@ TEST_F(SoundInStep, BeginsInStep) {
     EXPECT_GT(least, -10);
     EXPECT_LT(most, 45);
     EXPECT_LE(result.timesDry, 1) << "at its end";
+    EXPECT_NEAR(result.lastHeardMs, 61'000, 50) << "what came before the end is played out";
 }
 
 TEST_F(SoundInStep, BeginsWhereTheStreamHasIt) {
@@ -282,6 +293,35 @@ TEST_F(SoundInStep, OfAStreamWithoutBufferingIsLateByLittle) {
     EXPECT_GT(least, 0);
     EXPECT_LT(most, 125);
     EXPECT_LE(result.timesDry, 1);
+}
+
+TEST_F(SoundInStep, TurnedOnLaterAndAnewIsInStepAtOnce) {
+    bool isOn = true;
+    const Result result = play({.speed = 1.0001, .minutes = 0.5}, [&](double ms) {
+        const bool wanted = ms > 5000 && (ms < 10'000 || ms > 15'300);
+        if (wanted != isOn) {
+            isOn = wanted;
+            isOn ? sink->start() : sink->stop();
+        }
+    });
+    const auto [least, most] = result.range(0);
+    EXPECT_GT(least, -10);
+    EXPECT_LT(most, 45);
+    EXPECT_NEAR(result.late.at(0).first, 5000, 130);
+}
+
+TEST_F(SoundInStep, PicturesThatStopDoNotStopTheSound) {
+    const Result result = play({.picturesStopAtMs = 20'000});
+    const auto [least, most] = result.range(0);
+    EXPECT_GT(least, -10);
+    EXPECT_LT(most, 45);
+    EXPECT_GT(result.late.back().first, 59'000);
+}
+
+TEST_F(SoundInStep, OfADeviceThatNeverPlaysGoesBy) {
+    const Result result = play({.speed = 0});
+    EXPECT_TRUE(result.late.empty());
+    EXPECT_LT(clock.ms(), 65'000) << "or it would stop the stream";
 }
 
 struct Drift {

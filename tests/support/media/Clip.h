@@ -37,7 +37,6 @@ struct ClipSpec {
     double toneHz = 1000;
     double toneLevel = 0.5; ///< amplitude, 1 is full scale
     std::string wave = {};  ///< instead of the tone: of the time t in seconds, as FFmpeg's aevalsrc takes it
-    int audioKbps = 96;     ///< of AAC and MP3
 };
 
 struct ClipPacket {

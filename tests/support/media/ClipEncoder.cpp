@@ -25,8 +25,8 @@ std::string describe(const ClipSpec& spec) {
     for (const std::string& argument : spec.extraVideoArguments) {
         text << '|' << argument;
     }
-    if (!spec.wave.empty() || spec.audioKbps != ClipSpec().audioKbps) {
-        text << "|sound " << spec.wave << ' ' << spec.audioKbps;
+    if (!spec.wave.empty()) {
+        text << "|wave " << spec.wave;
     }
     return text.str();
 }
@@ -139,12 +139,11 @@ std::vector<std::string> audioInput(const ClipSpec& spec) {
 }
 
 std::vector<std::string> audioArguments(const ClipSpec& spec) {
-    const std::string rate = std::to_string(spec.audioKbps) + "k";
     switch (spec.audio) {
     case AudioCodec::Aac:
-        return {"-c:a", "aac", "-b:a", rate};
+        return {"-c:a", "aac", "-b:a", "96k"};
     case AudioCodec::Mp3:
-        return {"-c:a", "libmp3lame", "-b:a", rate};
+        return {"-c:a", "libmp3lame", "-b:a", "96k"};
     case AudioCodec::ALaw:
         return {"-c:a", "pcm_alaw"};
     case AudioCodec::MuLaw:
