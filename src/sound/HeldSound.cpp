@@ -11,6 +11,7 @@ namespace {
 constexpr std::size_t kSeconds = 9;
 /// A server that took nothing for so long waits until it has more.
 constexpr std::chrono::milliseconds kStandstill{150};
+constexpr double kLateWordMs = 30;
 constexpr double kNoMeasure = std::numeric_limits<double>::max();
 /// Rates do not divide evenly into milliseconds.
 constexpr double kNothingMs = 0.05;
@@ -22,6 +23,7 @@ constexpr double kBlockMs = 80;
 void HeldSound::wrote(double ms, base::TimePoint now) {
     const bool wasEmpty = HeldSound::ms() <= kNothingMs;
     writtenMs_ += ms;
+    lastLook_ = now;
     if (!playing_ && wasEmpty && roomComes_ == AudioDevice::RoomComes::AfterItWasHeard) {
         begin(heardMs_, now);
     }
@@ -34,9 +36,10 @@ void HeldSound::update(double queuedMs, base::TimePoint now) {
     const double takenMs = writtenMs_ - queuedMs;
     if (!playing_) {
         if (takenMs <= heardMs_ + kNothingMs) {
+            lastLook_ = now;
             return;
         }
-        begin(heardMs_, now);
+        goOn(takenMs, now);
     }
     heardMs_ = reckoned(now);
     if (roomComes_ == AudioDevice::RoomComes::BeforeItIsHeard) {
@@ -44,10 +47,21 @@ void HeldSound::update(double queuedMs, base::TimePoint now) {
     } else if (heardMs_ < takenMs || heardMs_ > takenMs + kBlockMs) {
         begin(std::clamp(heardMs_, takenMs, takenMs + kBlockMs), now);
     }
-    if (heardMs_ >= writtenMs_ - kNothingMs) {
+    if (playing_ && heardMs_ >= writtenMs_ - kNothingMs) {
         heardMs_ = writtenMs_;
-        playing_ = false;
+        playing_ = standsStill_ = false;
+        lastLook_ = now;
     }
+}
+
+void HeldSound::goOn(double takenMs, base::TimePoint now) {
+    if (std::exchange(standsStill_, false) && takenMs >= reckoned(now) - kLateWordMs) {
+        playing_ = true; // and it did all the time: nobody told
+        lastAhead_ = now;
+        return;
+    }
+    // Right after it was last seen not to: looks are rare on a busy machine, devices are not.
+    begin(heardMs_, lastLook_);
 }
 
 void HeldSound::compareClocks(double takenMs, base::TimePoint now) {
@@ -57,6 +71,8 @@ void HeldSound::compareClocks(double takenMs, base::TimePoint now) {
     } else if (now - lastAhead_ > kStandstill) { // nobody hears what was not taken
         heardMs_ = takenMs;
         playing_ = false;
+        standsStill_ = true;
+        lastLook_ = now;
         return;
     }
     leastAheadMs_ = std::min(leastAheadMs_, aheadMs);
@@ -82,6 +98,7 @@ void HeldSound::compareClocks(double takenMs, base::TimePoint now) {
 
 void HeldSound::begin(double heardMs, base::TimePoint now) {
     playing_ = true;
+    standsStill_ = false;
     anchor_ = secondBegan_ = lastAhead_ = now;
     anchorMs_ = heardMs_ = heardMs;
     leastAheadMs_ = kNoMeasure;

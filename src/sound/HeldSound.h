@@ -29,6 +29,7 @@ public:
 
 private:
     void begin(double heardMs, base::TimePoint now);
+    void goOn(double takenMs, base::TimePoint now);
     void compareClocks(double takenMs, base::TimePoint now);
     [[nodiscard]] double reckoned(base::TimePoint now) const;
 
@@ -36,6 +37,8 @@ private:
     double writtenMs_ = 0; ///< since the device started
     double heardMs_ = 0;
     bool playing_ = false;
+    bool standsStill_ = false; ///< it played, and took nothing for long
+    base::TimePoint lastLook_; ///< while it does not play: when that was last known
     std::optional<base::TimePoint> suspendedAt_;
 
     // While it plays: heardMs_ was `anchorMs_` at `anchor_`.
