@@ -57,7 +57,7 @@ void HeldSound::update(double queuedMs, base::TimePoint now) {
 void HeldSound::goOn(double takenMs, base::TimePoint now) {
     if (std::exchange(standsStill_, false) && takenMs >= reckoned(now) - kLateWordMs) {
         playing_ = true; // and it did all the time: nobody told
-        lastAhead_ = now;
+        behindSince_.reset();
         return;
     }
     // Right after it was last seen not to: looks are rare on a busy machine, devices are not.
@@ -67,8 +67,10 @@ void HeldSound::goOn(double takenMs, base::TimePoint now) {
 void HeldSound::compareClocks(double takenMs, base::TimePoint now) {
     const double aheadMs = takenMs - heardMs_;
     if (aheadMs >= 0) {
-        lastAhead_ = now;
-    } else if (now - lastAhead_ > kStandstill) { // nobody hears what was not taken
+        behindSince_.reset();
+    } else if (!behindSince_) {
+        behindSince_ = now;
+    } else if (now - *behindSince_ > kStandstill) { // nobody hears what was not taken
         heardMs_ = takenMs;
         playing_ = false;
         standsStill_ = true;
@@ -99,7 +101,8 @@ void HeldSound::compareClocks(double takenMs, base::TimePoint now) {
 void HeldSound::begin(double heardMs, base::TimePoint now) {
     playing_ = true;
     standsStill_ = false;
-    anchor_ = secondBegan_ = lastAhead_ = now;
+    anchor_ = secondBegan_ = now;
+    behindSince_.reset();
     anchorMs_ = heardMs_ = heardMs;
     leastAheadMs_ = kNoMeasure;
     leastOfSeconds_.clear();

@@ -44,7 +44,7 @@ private:
     // While it plays: heardMs_ was `anchorMs_` at `anchor_`.
     base::TimePoint anchor_;
     double anchorMs_ = 0;
-    base::TimePoint lastAhead_; ///< when the system was last seen ahead of what is heard
+    std::optional<base::TimePoint> behindSince_; ///< the system was seen not to have taken what is heard
 
     // How far the system was ahead of what is heard, at the least in each second: what that changes by is
     // what the clocks have run apart.
