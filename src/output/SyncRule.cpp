@@ -19,12 +19,9 @@ constexpr milliseconds kSlowestPictures{1200};
 constexpr double kUnrelatedMs = 10'000;
 /// A correction needs as many witnesses: a single late picture is none.
 constexpr std::size_t kWitnesses = 5;
-/// Pictures that catch up hurry by a quarter, never more. Sound follows in steps that are hardly heard, and a
-/// little behind, since it cannot know when they stop.
+/// Pictures that catch up hurry by a quarter, never more.
 constexpr double kSteepestSlope = -0.25;
 constexpr double kFlatSlope = 0.05; ///< less is the jitter of the pictures
-constexpr double kHurryStepMs = 15;
-constexpr double kHurryAimMs = 50;
 constexpr double kOffsetsKeptMs = 600;
 constexpr std::size_t kFewestForSlope = 6;
 constexpr double kOffsetJumpMs = 200;
@@ -142,8 +139,8 @@ SyncRule::Decision SyncRule::onTheWay(double lateMs, base::TimePoint now) {
         recent_.erase(recent_.begin());
     }
     if (slope() < 0) {
-        return lateMs > kHurryAimMs + kHurryStepMs ? correct(Action::Skip, lateMs - kHurryAimMs)
-                                                   : Decision{Action::Write};
+        return lateMs > bounds_.lateBehindHurry ? correct(Action::Skip, lateMs - bounds_.aimBehindHurry)
+                                                : Decision{Action::Write};
     }
     if (recent_.size() == kWitnesses) {
         const double middle = median(recent_);

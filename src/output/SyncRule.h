@@ -14,8 +14,10 @@ namespace ko_player {
 struct SyncBounds {
     double early = -40;
     double late = 70;
-    double lateAtBegin = 20;       ///< where it begins it may be put right without a notice
-    double aim = 0;                ///< where it is put when it was beyond its bounds
+    double lateAtBegin = 20;     ///< where it begins it may be put right without a notice
+    double aim = 0;              ///< where it is put when it was beyond its bounds
+    double lateBehindHurry = 65; ///< the same two while pictures catch up: it cannot know when they stop
+    double aimBehindHurry = 50;
     bool keepsWhatItFinds = false; ///< sound that cannot be sooner stays where it settles
 };
 

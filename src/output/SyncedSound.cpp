@@ -31,8 +31,13 @@ constexpr double kLongestDrainMs = 1000;
 
 constexpr SyncBounds kOrdinaryBounds{};
 /// Sound that is played as it comes is late by what the device holds; nothing can make it sooner.
-constexpr SyncBounds kSmallDeviceBounds{
-    .early = -40, .late = 105, .lateAtBegin = 95, .aim = 60, .keepsWhatItFinds = true};
+constexpr SyncBounds kSmallDeviceBounds{.early = -40,
+                                        .late = 105,
+                                        .lateAtBegin = 95,
+                                        .aim = 60,
+                                        .lateBehindHurry = 105,
+                                        .aimBehindHurry = 60,
+                                        .keepsWhatItFinds = true};
 
 } // namespace
 
