@@ -276,7 +276,7 @@ TEST_F(AudioOutputInStep, SkipsWhatIsLate) {
     record->publish({1300, clock.now()});
     setDevice(false, 0);
     start();
-    passUntilParts(1);
+    handler->waitForParts(1);
     EXPECT_THAT(partSizes(), testing::ElementsAre(6400));
     EXPECT_LE(frames->size(), 13U) << "seven of the twenty are taken: 300 ms skipped, 400 ms written";
 }
