@@ -37,7 +37,7 @@ FfpExport::FfpExport(const QString& url, const QString& outputPath, int duration
     : progress_(durationMs), explains_(options.explains) {
     base::logLine("url: ", url.toStdString());
     try {
-        recorder_ = std::make_unique<ko_player::FileRecorder>(outputPath.toUtf8().toStdString());
+        recorder_ = std::make_unique<ko_player::FileRecorder>(outputPath.toUtf8().toStdString(), options.flv);
     } catch (const std::exception& error) {
         base::logLine("creating of muxer is failed with exc: ", error.what());
         std::exit(EXIT_FAILURE);

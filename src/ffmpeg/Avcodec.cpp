@@ -25,6 +25,9 @@ Avcodec load() {
     library.resolve(functions.avcodec_send_packet, "avcodec_send_packet");
     library.resolve(functions.avcodec_receive_frame, "avcodec_receive_frame");
     library.resolve(functions.avcodec_flush_buffers, "avcodec_flush_buffers");
+    library.resolve(functions.avcodec_find_encoder, "avcodec_find_encoder");
+    library.resolve(functions.avcodec_send_frame, "avcodec_send_frame");
+    library.resolve(functions.avcodec_receive_packet, "avcodec_receive_packet");
     library.resolve(functions.av_packet_alloc, "av_packet_alloc");
     library.resolve(functions.av_packet_free, "av_packet_free");
     library.resolve(functions.av_packet_ref, "av_packet_ref");

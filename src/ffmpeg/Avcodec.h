@@ -24,6 +24,9 @@ struct Avcodec {
     decltype(&::avcodec_send_packet) avcodec_send_packet;
     decltype(&::avcodec_receive_frame) avcodec_receive_frame;
     decltype(&::avcodec_flush_buffers) avcodec_flush_buffers;
+    decltype(&::avcodec_find_encoder) avcodec_find_encoder;
+    decltype(&::avcodec_send_frame) avcodec_send_frame;
+    decltype(&::avcodec_receive_packet) avcodec_receive_packet;
 
     decltype(&::av_packet_alloc) av_packet_alloc;
     decltype(&::av_packet_free) av_packet_free;

@@ -39,6 +39,19 @@ bool hasDecoder(int codecId) {
     return avcodec().avcodec_find_decoder(static_cast<AVCodecID>(codecId)) != nullptr;
 }
 
+ProbeResult completeParameters(AVCodecParameters& parameters) {
+    if (!hasDecoder(parameters.codec_id)) {
+        return {"no decoder"};
+    }
+    try {
+        const Decoder decoder(&parameters, kMilliseconds);
+        const int filled = avcodec().avcodec_parameters_from_context(&parameters, decoder.context());
+        return {filled < 0 ? errorText(filled) : ""};
+    } catch (const std::exception& error) {
+        return {error.what()};
+    }
+}
+
 ProbeResult completeParameters(AVCodecParameters& parameters, const AVPacket& firstPacket) {
     if (!hasDecoder(parameters.codec_id)) {
         return {"no decoder"};

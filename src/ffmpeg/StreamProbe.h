@@ -20,6 +20,10 @@ struct ProbeResult {
 /// decoded.
 [[nodiscard]] ProbeResult completeParameters(AVCodecParameters& parameters, const AVPacket& firstPacket);
 
+/// The same without a packet, from the codec's configuration alone: as much as the decoder knows before its
+/// first frame.
+[[nodiscard]] ProbeResult completeParameters(AVCodecParameters& parameters);
+
 /// Whether the FFmpeg at hand has a decoder; `codecId` is an AVCodecID.
 [[nodiscard]] bool hasDecoder(int codecId);
 

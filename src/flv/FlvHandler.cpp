@@ -190,6 +190,15 @@ void FlvHandler::onAudioTag(const flv::AudioPacket& packet) {
     }
 }
 
+ff_wrap::CodecParametersPtr FlvHandler::expectedAudio() const {
+    auto parameters = ff_wrap::makeCodecParameters();
+    parameters->codec_type = AVMEDIA_TYPE_AUDIO;
+    if (!audioIntake_.expect(metaInfo_, *parameters)) {
+        parameters.reset();
+    }
+    return parameters;
+}
+
 Verdict FlvHandler::takeByMetadata(const flv::AudioPacket& packet) {
     if (std::exchange(firstAudioPending_, false)) {
         return onFirstAudioData(packet) && !packet.isSequenceHeader ? Verdict::Pass : Verdict::Drop;

@@ -57,6 +57,10 @@ public:
     [[nodiscard]] const AVCodecParameters& videoParams() const { return *videoParams_; }
     [[nodiscard]] const AVCodecParameters& audioParams() const { return *audioParams_; }
 
+    /// In the standard reading: what the sound is going to be, where the stream tells it before the first frame.
+    /// Null where it does not.
+    [[nodiscard]] ff_wrap::CodecParametersPtr expectedAudio() const;
+
     /// Codec configuration that the next audio packet is to carry as new extradata.
     [[nodiscard]] std::vector<std::uint8_t>& pendingAudioSideData() { return pendingAudioSideData_; }
 

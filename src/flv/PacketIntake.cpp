@@ -244,6 +244,22 @@ void AudioIntake::refuseRate(const std::string& name, std::int64_t sampleRate) {
     failedProbes_ = kMostFailedProbes;
 }
 
+bool AudioIntake::expect(const MetaInfo& metadata, AVCodecParameters& parameters) const {
+    parameters.codec_id = candidate_ != AV_CODEC_ID_NONE ? candidate_ : metadata.audioCodec;
+    parameters.sample_rate = metadata.sampleRate;
+    parameters.ch_layout = ff_wrap::layoutFromMask(0, std::clamp(metadata.channels, 1, 2));
+    setExtradata(parameters, config_);
+    if (config_.empty() && parameters.codec_id == AV_CODEC_ID_AAC) {
+        if (const auto aac = makeAacConfig(metadata.sampleRate, metadata.channels)) {
+            setExtradata(parameters, aac->config);
+        }
+    }
+    const bool isDescribed = parameters.extradata_size > 0 || parameters.codec_id == AV_CODEC_ID_MP3 ||
+                             parameters.codec_id == AV_CODEC_ID_PCM_ALAW ||
+                             parameters.codec_id == AV_CODEC_ID_PCM_MULAW;
+    return isDescribed && ff_wrap::completeParameters(parameters) && isSampleRate(parameters.sample_rate);
+}
+
 void AudioIntake::improviseConfig(AVCodecID codec, std::span<const std::uint8_t> frame,
                                   const MetaInfo& metadata) {
     if (!config_.empty()) {

@@ -1,12 +1,18 @@
 #include "record/FileRecorder.h"
 
 #include "base/Log.h"
+#include "base/Saturating.h"
 #include "ffmpeg/Avcodec.h"
 #include "ffmpeg/FfmpegError.h"
+#include "ffmpeg/StreamProbe.h"
+#include "flv/CodecMapping.h"
+#include "record/SampleFitting.h"
 
 extern "C" {
 #include <libavcodec/codec_par.h>
 #include <libavcodec/packet.h>
+#include <libavutil/macros.h>
+#include <libavutil/mathematics.h>
 }
 
 #include <algorithm>
@@ -22,11 +28,14 @@ constexpr int kAudioStream = 1;
 constexpr AVRational kMilliseconds{1, 1000};
 /// The writer refines it by doubling until it is fine enough for milliseconds.
 constexpr AVRational kVideoTimeBase{1, 25};
+/// The one that says that the header has the parameter sets; some players take no other.
+constexpr std::uint32_t kHevcTag = MKTAG('h', 'v', 'c', '1');
 
 } // namespace
 
-FileRecorder::FileRecorder(const std::string& path)
-    : muxer_(path), handler_(std::make_shared<FlvHandler>()), reader_(handler_.get()) {
+FileRecorder::FileRecorder(const std::string& path, FlvReading reading)
+    : path_(path), rules_(recordingRules(reading)), muxer_(std::in_place, path),
+      handler_(std::make_shared<FlvHandler>(reading)), reader_(handler_.get(), reading) {
     handler_->onVideoParams = [this](const AVCodecParameters*) {
         startVideo();
         return true;
@@ -55,7 +64,7 @@ bool FileRecorder::consume(const std::uint8_t* data, std::size_t size) {
 bool FileRecorder::pushEofAndClose() {
     try {
         if (buffering_) {
-            if (!videoStarted_ || bufferedVideo_.empty()) {
+            if (!videoStarted_ || !held_.has(Medium::Video)) {
                 return false;
             }
             beginRecordStreams(false);
@@ -70,9 +79,16 @@ bool FileRecorder::pushEofAndClose() {
 }
 
 void FileRecorder::finishFile() {
-    if (headerWritten_ && muxer_.isOpen()) {
-        muxer_.close();
+    if (headerWritten_ && muxer_->isOpen()) {
+        if (transcoder_) {
+            transcoder_->finish([this](PacketPtr packet) { mux(kAudioStream, std::move(packet)); });
+        }
+        muxer_->close();
     }
+}
+
+std::int64_t FileRecorder::maxVideoDts() const noexcept {
+    return base::subtractSaturated(maxVideoDts_, timeZero_);
 }
 
 void FileRecorder::startVideo() {
@@ -81,63 +97,96 @@ void FileRecorder::startVideo() {
         return;
     }
     videoStarted_ = true;
-    if (isReadyForHeader()) {
+    if (!rules_.looksAtFirstPicture && isReadyForHeader()) {
         beginRecordStreams(true);
     }
 }
 
 void FileRecorder::startAudio() {
-    if (buffering_) {
-        audioStarted_ = true;
-        if (videoStarted_) {
-            beginRecordStreams(true);
-        }
+    if (!buffering_) {
+        startLateAudio();
         return;
     }
+    audioStarted_ = true;
+    if (videoStarted_ && (!rules_.looksAtFirstPicture || held_.has(Medium::Video))) {
+        beginRecordStreams(true);
+    }
+}
+
+void FileRecorder::startLateAudio() {
     base::logAt("ko_player::FileRecorder::startAudio", "audio started after header");
     const AVCodecParameters& parameters = handler_->audioParams();
-    if (parameters.codec_id == AV_CODEC_ID_AAC && parameters.extradata_size > 0) {
+    if (rules_.makesSoundFit) {
+        if (audioStarted_ && !isSameSound(*fileAudio_, parameters)) {
+            leaveAudioOut("it is not what was announced");
+        } else if (!audioStarted_) {
+            leaveAudioOut("it begins too late to be in the file");
+        }
+    } else if (parameters.codec_id == AV_CODEC_ID_AAC && parameters.extradata_size > 0) {
         handler_->pendingAudioSideData().assign(parameters.extradata,
                                                 parameters.extradata + parameters.extradata_size);
     }
 }
 
+void FileRecorder::leaveAudioOut(const std::string& why) {
+    audioStarted_ = false;
+    base::logLine("sound unavailable: ", codecLogName(handler_->audioParams().codec_id), ": ", why);
+}
+
 bool FileRecorder::isReadyForHeader() const {
-    return audioStarted_ || maxVideoDts_ > kMaxWaitMs || bufferedBytes_ >= kMaxBufferedBytes ||
-           bufferedVideo_.size() >= kMaxBufferedPackets;
+    return audioStarted_ || maxVideoDts() > kMaxWaitMs || held_.bytes() >= kMaxBufferedBytes ||
+           held_.count() >= kMaxBufferedPackets;
 }
 
 void FileRecorder::pushVideo(PacketPtr packet) {
     if (!videoStarted_) {
         throw std::logic_error("video packet before started");
     }
-    hasVideo_ = true;
-    maxVideoDts_ = std::max(maxVideoDts_, (*packet)->dts);
-    if (buffering_) {
-        bufferedBytes_ += static_cast<std::uint64_t>(packet->size());
-        bufferedVideo_.push_back(std::move(packet));
-        if (isReadyForHeader()) {
-            beginRecordStreams(true);
+    const std::int64_t dts = (*packet)->dts;
+    if (!hasVideo_) {
+        if (rules_.beginsWithKeyFrame && ((*packet)->flags & AV_PKT_FLAG_KEY) == 0) {
+            return;
         }
+        if (rules_.countsFromFirstPicture) {
+            timeZero_ = maxVideoDts_ = dts;
+        }
+    }
+    hasVideo_ = true;
+    maxVideoDts_ = std::max(maxVideoDts_, dts);
+    if (!buffering_) {
+        write(Medium::Video, std::move(packet));
         return;
     }
-    std::string error;
-    if (!muxer_.writePacket(std::move(packet), kVideoStream, &error)) {
-        throw std::runtime_error("video packet mux error: " + error);
+    held_.push(Medium::Video, std::move(packet));
+    if (isReadyForHeader()) {
+        beginRecordStreams(true);
     }
 }
 
 void FileRecorder::pushAudio(PacketPtr packet) {
     if (buffering_) {
-        base::logAt("ko_player::FileRecorder::pushAudio", "ignore audio packet before started");
+        holdAudio(std::move(packet));
         return;
     }
     if (!audioStarted_) {
-        base::logAt("ko_player::FileRecorder::pushAudio", "ignore audio packet, audio not started");
+        if (!rules_.makesSoundFit) {
+            base::logAt("ko_player::FileRecorder::pushAudio", "ignore audio packet, audio not started");
+        }
         return;
     }
-    if (!muxer_.writePacket(std::move(packet), kAudioStream, nullptr)) {
-        throw std::runtime_error("audio packet mux error");
+    write(Medium::Audio, std::move(packet));
+}
+
+void FileRecorder::holdAudio(PacketPtr packet) {
+    if (!rules_.holdsSound) {
+        base::logAt("ko_player::FileRecorder::pushAudio", "ignore audio packet before started");
+        return;
+    }
+    held_.push(Medium::Audio, std::move(packet));
+    // While no picture comes, the newest sound is what will be wanted.
+    while (held_.spanMs() > kMaxWaitMs || held_.bytes() > kMaxBufferedBytes ||
+           held_.count() > kMaxBufferedPackets) {
+        static_cast<void>(held_.pop());
     }
 }
 
@@ -147,25 +196,42 @@ void FileRecorder::beginRecordStreams(bool forced) {
         throw std::logic_error("beginRecordStreams second call");
     }
     buffering_ = false;
-    base::logAt(kFunction, "try add video stream");
-    muxer_.addStream({videoParameters().get(), kVideoTimeBase, kMilliseconds}, kVideoStream);
-    if (!audioStarted_) {
-        base::logAt(kFunction, "no audio when ", maxVideoDts_, " ms of video already buffered");
+    if (rules_.countsFromFirstPicture) {
+        origin_ = held_.earliestMs().value_or(0);
     }
-    // The metadata may have named a codec although no sound has come yet; it may still come.
-    if (audioStarted_ || forced) {
-        audioStarted_ = addAudioStream(handler_->audioParams());
+    base::logAt(kFunction, "try add video stream");
+    addVideoStream();
+    if (!audioStarted_) {
+        base::logAt(kFunction, "no audio when ", maxVideoDts(), " ms of video already buffered");
+    }
+    // Sound may have been announced although none has come yet; it may still come.
+    if (audioStarted_) {
+        audioStarted_ = addAudioStream(&handler_->audioParams());
+    } else if (forced && rules_.makesSoundFit) {
+        audioStarted_ = addAudioStream(handler_->expectedAudio().get());
+    } else if (forced) {
+        audioStarted_ = addAudioStream(&handler_->audioParams());
     }
     base::logAt(kFunction, "try write header with audio: started: ", audioStarted_, ", forced: ", forced);
-    muxer_.openFile();
+    openFile();
     headerWritten_ = true;
-    bufferedBytes_ = 0;
-    for (PacketPtr& packet : std::exchange(bufferedVideo_, {})) {
-        std::string error;
-        if (!muxer_.writePacket(std::move(packet), kVideoStream, &error)) {
-            throw std::runtime_error("video packet mux error: " + error);
+    while (!held_.empty()) {
+        HeldPackets::Held held = held_.pop();
+        if (held.medium == Medium::Video || audioStarted_) {
+            write(held.medium, std::move(held.packet));
         }
     }
+}
+
+void FileRecorder::addVideoStream() {
+    const auto parameters = videoParameters();
+    Muxer::StreamSource source{parameters.get(), kVideoTimeBase, kMilliseconds};
+    if (rules_.keepsPresentation) {
+        source.streamTimeBase = kMilliseconds;
+        source.stamps = {.keepsPresentation = true, .origin = origin_};
+        source.codecTag = parameters->codec_id == AV_CODEC_ID_HEVC ? kHevcTag : 0;
+    }
+    muxer_->addStream(source, kVideoStream);
 }
 
 // A stream that was joined in its middle may bring its decoder configuration behind the first pictures. The
@@ -176,31 +242,132 @@ ff_wrap::CodecParametersPtr FileRecorder::videoParameters() const {
     if (copied < 0) {
         throw std::runtime_error("Muxer: failed copy codec: " + ff_wrap::errorText(copied));
     }
-    for (auto packet = bufferedVideo_.begin();
-         packet != bufferedVideo_.end() && parameters->extradata_size == 0; ++packet) {
+    const AVPacket* first = nullptr;
+    for (const HeldPackets::Held& held : held_) {
+        if (held.medium != Medium::Video) {
+            continue;
+        }
+        const AVPacket* packet = held.packet->get();
+        first = first == nullptr ? packet : first;
         std::size_t size = 0;
         const std::uint8_t* config =
-            ff_wrap::avcodec().av_packet_get_side_data((*packet)->get(), AV_PKT_DATA_NEW_EXTRADATA, &size);
-        if (config != nullptr) {
+            ff_wrap::avcodec().av_packet_get_side_data(packet, AV_PKT_DATA_NEW_EXTRADATA, &size);
+        if (parameters->extradata_size == 0 && config != nullptr) {
             ff_wrap::allocExtradata(*parameters, size);
             std::copy_n(config, size, parameters->extradata);
+        }
+    }
+    if (rules_.looksAtFirstPicture && first != nullptr) {
+        if (const auto found = ff_wrap::completeParameters(*parameters, *first); !found) {
+            base::logAt("ko_player::FileRecorder::videoParameters", "the first picture: ", found.failure);
         }
     }
     return parameters;
 }
 
-bool FileRecorder::addAudioStream(const AVCodecParameters& parameters) {
+bool FileRecorder::addAudioStream(const AVCodecParameters* parameters) {
     constexpr std::string_view kFunction = "ko_player::FileRecorder::addAudioStream";
-    if (parameters.codec_id == AV_CODEC_ID_NONE) {
+    if (parameters == nullptr || parameters->codec_id == AV_CODEC_ID_NONE) {
         base::logAt(kFunction, "no audio codecId");
         return false;
     }
     try {
-        muxer_.addStream({&parameters, {1, parameters.sample_rate}, kMilliseconds}, kAudioStream);
+        if (rules_.makesSoundFit) {
+            addFittingAudio(*parameters);
+        } else {
+            muxer_->addStream({parameters, {1, parameters->sample_rate}, kMilliseconds}, kAudioStream);
+        }
         return true;
     } catch (const std::exception& error) {
-        base::logAt(kFunction, "failed with exception: ", error.what());
+        if (rules_.makesSoundFit) {
+            leaveAudioOut(error.what());
+        } else {
+            base::logAt(kFunction, "failed with exception: ", error.what());
+        }
         return false;
+    }
+}
+
+void FileRecorder::addFittingAudio(const AVCodecParameters& parameters) {
+    fileAudio_ = fittingParameters(parameters);
+    Muxer::StreamSource source{fileAudio_.get(), {1, fileAudio_->sample_rate}, kMilliseconds};
+    source.stamps = {
+        .keepsPresentation = true, .origin = origin_, .samplesPerPacket = fileAudio_->frame_size};
+    if (AacTranscoder::isNeededFor(parameters.codec_id)) {
+        transcoder_ = std::make_unique<AacTranscoder>(parameters);
+        const AVCodecParameters& aac = transcoder_->parameters();
+        base::logLine("sound is converted: ", codecLogName(parameters.codec_id), ", ", parameters.sample_rate,
+                      " Hz, to aac, ", aac.sample_rate, " Hz");
+        source.parameters = &aac;
+        source.streamTimeBase = source.inputTimeBase = {1, aac.sample_rate};
+        source.stamps = {.keepsPresentation = true,
+                         .origin = av_rescale_q(origin_, kMilliseconds, source.inputTimeBase)};
+    }
+    muxer_->addStream(source, kAudioStream);
+}
+
+void FileRecorder::openFile() {
+    try {
+        muxer_->openFile();
+    } catch (const std::exception& error) {
+        if (!rules_.makesSoundFit || !audioStarted_) {
+            throw;
+        }
+        openWithoutAudio(error.what());
+    }
+}
+
+/// For sound that the writer refuses. Throws where that was not what was wrong.
+void FileRecorder::openWithoutAudio(const std::string& why) {
+    muxer_.emplace(path_);
+    addVideoStream();
+    muxer_->openFile();
+    transcoder_.reset();
+    leaveAudioOut(why);
+}
+
+void FileRecorder::write(Medium medium, PacketPtr packet) {
+    if (medium == Medium::Video) {
+        writeVideo(std::move(packet));
+    } else {
+        writeAudio(std::move(packet));
+    }
+}
+
+void FileRecorder::writeVideo(PacketPtr packet) {
+    if (rules_.followsConfiguration) {
+        packet = withParameterSets(std::move(packet), handler_->videoParams().codec_id);
+    }
+    mux(kVideoStream, std::move(packet));
+}
+
+void FileRecorder::writeAudio(PacketPtr packet) {
+    if (!rules_.makesSoundFit) {
+        mux(kAudioStream, std::move(packet));
+        return;
+    }
+    try {
+        if (bringsNewConfiguration(*packet, *fileAudio_)) {
+            leaveAudioOut("its configuration has changed");
+        } else if (transcoder_) {
+            transcoder_->take(*packet->get(), [this](PacketPtr aac) { mux(kAudioStream, std::move(aac)); });
+        } else {
+            makeFit(*packet, fileAudio_->codec_id);
+            mux(kAudioStream, std::move(packet));
+        }
+    } catch (const std::exception& error) {
+        leaveAudioOut(error.what());
+    }
+}
+
+void FileRecorder::mux(int stream, PacketPtr packet) {
+    std::string error;
+    if (stream == kVideoStream) {
+        if (!muxer_->writePacket(std::move(packet), stream, &error)) {
+            throw std::runtime_error("video packet mux error: " + error);
+        }
+    } else if (!muxer_->writePacket(std::move(packet), stream, nullptr)) {
+        throw std::runtime_error("audio packet mux error");
     }
 }
 

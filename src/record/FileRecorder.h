@@ -4,25 +4,31 @@
 #include "ffmpeg/Packet.h"
 #include "flv/FlvHandler.h"
 #include "flv/FlvReader.h"
+#include "record/AacTranscoder.h"
+#include "record/HeldPackets.h"
 #include "record/Muxer.h"
+#include "record/RecordingRules.h"
+#include "records/Options.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
-#include <vector>
 
 namespace ko_player {
 
-/// Records the bytes of an FLV stream into an MP4 file without decoding them.
+/// Records the bytes of an FLV stream into an MP4 file. Pictures are not decoded (but the first, in the
+/// standard reading, for its size), and sound is not either where the file can hold it.
 ///
 /// The file's header has to name all streams, and sound may begin late or never: so pictures are held back
-/// until sound begins, or until the wait has been long enough. Sound that comes before the header is dropped.
+/// until sound begins, or until the wait has been long enough. What else depends on the reading stands in
+/// RecordingRules.
 ///
 /// One thread at a time. What goes wrong is in the log.
 class FileRecorder {
 public:
-    /// How much video (milliseconds by its time stamps, bytes) is held back at most while no sound begins.
+    /// How much (milliseconds by time stamps, bytes) is held back at most while no sound begins.
     static constexpr std::int64_t kMaxWaitMs = 3000;
     static constexpr std::uint64_t kMaxBufferedBytes = 5'242'880;
     /// And how many packets: tiny ones cost much more memory than they have bytes. No camera sends so many in
@@ -31,7 +37,7 @@ public:
 
     /// `path` is in the encoding that FFmpeg wants for file names. The file is created when the header is
     /// written. Throws what Muxer and FlvHandler throw.
-    explicit FileRecorder(const std::string& path);
+    explicit FileRecorder(const std::string& path, FlvReading reading = FlvReading::Strict);
     FileRecorder(const FileRecorder&) = delete;
     FileRecorder& operator=(const FileRecorder&) = delete;
     ~FileRecorder() = default;
@@ -43,34 +49,53 @@ public:
     /// picture has come, or the file is not whole.
     [[nodiscard]] bool pushEofAndClose();
 
-    /// The largest time stamp of a video packet so far, milliseconds; 0 before the first.
-    [[nodiscard]] std::int64_t maxVideoDts() const noexcept { return maxVideoDts_; }
+    /// The largest time stamp of a video packet so far, milliseconds, as time counts for the recording (see
+    /// RecordingRules); 0 before the first.
+    [[nodiscard]] std::int64_t maxVideoDts() const noexcept;
 
-    /// Bytes of video that are held back.
-    [[nodiscard]] std::uint64_t bufferedBytes() const noexcept { return bufferedBytes_; }
+    /// Bytes that are held back.
+    [[nodiscard]] std::uint64_t bufferedBytes() const noexcept { return held_.bytes(); }
 
 private:
     using PacketPtr = std::shared_ptr<ff_wrap::Packet>;
 
     void startVideo();
     void startAudio();
+    void startLateAudio();
     void pushVideo(PacketPtr packet);
     void pushAudio(PacketPtr packet);
+    void holdAudio(PacketPtr packet);
     [[nodiscard]] bool isReadyForHeader() const;
+
     void beginRecordStreams(bool forced);
+    void addVideoStream();
     [[nodiscard]] ff_wrap::CodecParametersPtr videoParameters() const;
-    [[nodiscard]] bool addAudioStream(const AVCodecParameters& parameters);
+    [[nodiscard]] bool addAudioStream(const AVCodecParameters* parameters);
+    void addFittingAudio(const AVCodecParameters& parameters);
+    void openFile();
+    void openWithoutAudio(const std::string& why);
+    void leaveAudioOut(const std::string& why);
+
+    void write(Medium medium, PacketPtr packet);
+    void writeVideo(PacketPtr packet);
+    void writeAudio(PacketPtr packet);
+    void mux(int stream, PacketPtr packet);
     void finishFile();
 
+    const std::string path_;
+    const RecordingRules rules_;
     bool buffering_ = true; ///< until the header is begun
     bool headerWritten_ = false;
     bool videoStarted_ = false;
     bool audioStarted_ = false; ///< while buffering: announced; then: the file has an audio stream
     bool hasVideo_ = false;     ///< a picture has come
-    std::uint64_t bufferedBytes_ = 0;
-    std::vector<PacketPtr> bufferedVideo_;
+    HeldPackets held_;
+    std::int64_t timeZero_ = 0; ///< what counts as 0 for maxVideoDts()
     std::int64_t maxVideoDts_ = 0;
-    Muxer muxer_;
+    std::int64_t origin_ = 0; ///< of the file: what its first packet has
+    std::optional<Muxer> muxer_;
+    std::unique_ptr<AacTranscoder> transcoder_; ///< for sound that the file cannot hold
+    ff_wrap::CodecParametersPtr fileAudio_;     ///< the sound that the header was made for, as it comes
     std::shared_ptr<FlvHandler> handler_;
     flv::FlvReader reader_;
 };

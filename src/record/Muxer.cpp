@@ -28,6 +28,11 @@ constexpr std::size_t kMaxHeldBytes = 12 << 20;
 /// What a packet costs beside its payload, roughly.
 constexpr std::size_t kPacketOverheadBytes = 512;
 
+std::int64_t rescaled(std::int64_t stamp, AVRational from, AVRational to) {
+    return av_rescale_q_rnd(stamp, from, to,
+                            static_cast<AVRounding>(AV_ROUND_NEAR_INF | AV_ROUND_PASS_MINMAX));
+}
+
 } // namespace
 
 void Muxer::FreeContext::operator()(AVFormatContext* context) const noexcept {
@@ -62,8 +67,10 @@ void Muxer::addStream(const StreamSource& source, int index) {
     if (result < 0) {
         throw std::runtime_error("Muxer: failed copy codec: " + ff_wrap::errorText(result));
     }
-    stream->codecpar->codec_tag = 0; // the writer knows which one MP4 wants
-    slots_[static_cast<std::size_t>(index)].inputTimeBase = source.inputTimeBase;
+    stream->codecpar->codec_tag = source.codecTag;
+    Slot& slot = slots_[static_cast<std::size_t>(index)];
+    slot.inputTimeBase = source.inputTimeBase;
+    slot.stamps = source.stamps;
     stream->id = index;
     stream->time_base = source.streamTimeBase;
 }
@@ -96,17 +103,16 @@ bool Muxer::writePacket(std::shared_ptr<ff_wrap::Packet> packet, int index, std:
     }
     Slot& slot = slots_[static_cast<std::size_t>(index)];
     AVPacket& out = *packet->get();
-    const std::int64_t scaled =
-        av_rescale_q_rnd(out.dts, slot.inputTimeBase, context_->streams[index]->time_base,
-                         static_cast<AVRounding>(AV_ROUND_NEAR_INF | AV_ROUND_PASS_MINMAX));
-    const std::int64_t ts =
-        std::max(scaled, slot.isFirstPacket ? slot.last : base::addSaturated(slot.last, 1));
+    if (slot.stamps.keepsPresentation) {
+        keepStamps(out, slot, *context_->streams[index]);
+    } else {
+        stamp(out, slot, *context_->streams[index]);
+    }
     slot.isFirstPacket = false;
-    out.dts = ts;
-    out.pts = ts;
     out.stream_index = index;
     out.pos = -1;
     const auto bytes = static_cast<std::size_t>(std::max(out.size, 0));
+    const std::int64_t dts = out.dts;
     int result = avformat().av_interleaved_write_frame(context_.get(), &out);
     if (result >= 0) {
         result = boundHeldPackets(bytes);
@@ -117,8 +123,38 @@ bool Muxer::writePacket(std::shared_ptr<ff_wrap::Packet> packet, int index, std:
         }
         return false;
     }
-    slot.last = ts;
+    slot.last = dts;
     return true;
+}
+
+void Muxer::stamp(AVPacket& packet, Slot& slot, const AVStream& stream) {
+    const std::int64_t scaled = rescaled(packet.dts, slot.inputTimeBase, stream.time_base);
+    packet.dts = std::max(scaled, slot.isFirstPacket ? slot.last : base::addSaturated(slot.last, 1));
+    packet.pts = packet.dts;
+}
+
+void Muxer::keepStamps(AVPacket& packet, Slot& slot, const AVStream& stream) {
+    const std::int64_t inDts = base::subtractSaturated(packet.dts, slot.stamps.origin);
+    const std::int64_t inPts = base::subtractSaturated(packet.pts, slot.stamps.origin);
+    std::int64_t dts = rescaled(inDts, slot.inputTimeBase, stream.time_base);
+    std::int64_t pts = rescaled(inPts, slot.inputTimeBase, stream.time_base);
+    if (slot.stamps.samplesPerPacket > 0) {
+        const AVRational samples{1, stream.codecpar->sample_rate};
+        dts = av_rescale_delta(slot.inputTimeBase, inDts, samples, slot.stamps.samplesPerPacket, &slot.exact,
+                               stream.time_base);
+        pts = dts;
+        packet.duration = av_rescale_q(slot.stamps.samplesPerPacket, samples, stream.time_base);
+    }
+    // A writer takes no picture that is shown before it is decoded.
+    dts = std::min(dts, pts);
+    if (!slot.isFirstPacket) {
+        dts = std::max(dts, base::addSaturated(slot.last, 1));
+        if (slot.stamps.samplesPerPacket == 0) {
+            packet.duration = base::subtractSaturated(dts, slot.last); // matters for the last one only
+        }
+    }
+    packet.dts = dts;
+    packet.pts = std::max(pts, dts);
 }
 
 int Muxer::boundHeldPackets(std::size_t packetBytes) {

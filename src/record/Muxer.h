@@ -9,12 +9,15 @@ extern "C" {
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 
 struct AVCodecParameters;
 struct AVFormatContext;
 struct AVIOContext;
+struct AVPacket;
+struct AVStream;
 
 namespace ko_player {
 
@@ -24,11 +27,25 @@ class Muxer {
 public:
     static constexpr int kStreams = 2;
 
+    /// What becomes of the time stamps of one stream's packets.
+    struct StampRule {
+        /// Whether the presentation time of a packet is kept. Otherwise it is the decode time, and time does
+        /// not begin before 0.
+        bool keepsPresentation = false;
+        /// What counts as 0, in the packets' time base; the same time for all streams.
+        std::int64_t origin = 0;
+        /// Samples of sound in each packet, 0 where that is unknown or changes: stamps in milliseconds are
+        /// made exact by them.
+        int samplesPerPacket = 0;
+    };
+
     /// Where a stream's packets come from. The parameters are copied.
     struct StreamSource {
         const AVCodecParameters* parameters = nullptr;
         AVRational streamTimeBase{1, 1}; ///< asked for; the file may get a finer one
         AVRational inputTimeBase{1, 1};  ///< of the packets that will be written
+        std::uint32_t codecTag = 0;      ///< 0: the one that the writer takes by itself
+        StampRule stamps = {};
     };
 
     /// Touches no file yet. Throws std::invalid_argument "Muxer.ctor empty filename", or std::runtime_error
@@ -46,8 +63,8 @@ public:
     /// "Muxer.writeHeader ..."; the object is then good for nothing but to be destroyed.
     void openFile();
 
-    /// Writes one packet, with its decode time stamp raised where the stamps of its stream would not
-    /// increase, and as its presentation time as well. The packet's content is taken, not copied. False, with
+    /// Writes one packet by its stream's StampRule, with its decode time stamp raised where the stamps of the
+    /// stream would not increase. The packet's content is taken, not copied. False, with
     /// the reason in `error` unless that is null, where it cannot be written.
     [[nodiscard]] bool writePacket(std::shared_ptr<ff_wrap::Packet> packet, int index, std::string* error);
 
@@ -64,11 +81,18 @@ private:
     struct CloseIo {
         void operator()(AVIOContext* io) const noexcept;
     };
+    static constexpr std::int64_t kNoExactStamp = std::numeric_limits<std::int64_t>::min();
     struct Slot {
         AVRational inputTimeBase{1, 1};
+        StampRule stamps;
         bool isFirstPacket = true;
-        std::int64_t last = 0; ///< the last stamp written, in the stream's time base
+        std::int64_t last = 0;              ///< the last stamp written, in the stream's time base
+        std::int64_t exact = kNoExactStamp; ///< where the sound has come to, in samples
     };
+
+    /// Gives the packet its stamps, in the time base of the stream.
+    static void stamp(AVPacket& packet, Slot& slot, const AVStream& stream);
+    static void keepStamps(AVPacket& packet, Slot& slot, const AVStream& stream);
 
     /// Lets the writer pass on what it keeps in order to interleave the streams, before that grows too large.
     int boundHeldPackets(std::size_t packetBytes);
