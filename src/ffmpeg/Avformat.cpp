@@ -20,6 +20,7 @@ Avformat load() {
     library.resolve(functions.av_read_frame, "av_read_frame");
     library.resolve(functions.avformat_alloc_output_context2, "avformat_alloc_output_context2");
     library.resolve(functions.avformat_free_context, "avformat_free_context");
+    library.resolve(functions.avformat_query_codec, "avformat_query_codec");
     library.resolve(functions.avformat_new_stream, "avformat_new_stream");
     library.resolve(functions.avformat_write_header, "avformat_write_header");
     library.resolve(functions.av_interleaved_write_frame, "av_interleaved_write_frame");

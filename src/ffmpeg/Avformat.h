@@ -20,6 +20,7 @@ struct Avformat {
 
     decltype(&::avformat_alloc_output_context2) avformat_alloc_output_context2;
     decltype(&::avformat_free_context) avformat_free_context;
+    decltype(&::avformat_query_codec) avformat_query_codec;
     decltype(&::avformat_new_stream) avformat_new_stream;
     decltype(&::avformat_write_header) avformat_write_header;
     decltype(&::av_interleaved_write_frame) av_interleaved_write_frame;

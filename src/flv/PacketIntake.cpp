@@ -5,6 +5,7 @@
 #include "ffmpeg/ChannelLayout.h"
 #include "ffmpeg/StreamProbe.h"
 #include "flv/AacConfig.h"
+#include "flv/AacFormat.h"
 #include "flv/CodecConfig.h"
 #include "flv/CodecMapping.h"
 #include "flv/FillPacket.h"
@@ -75,6 +76,15 @@ void describeG711(const flv::AudioPacket& packet, const MetaInfo& metadata, AVCo
     const int channels = metadata.channels == 1 || metadata.channels == 2 ? metadata.channels
                                                                           : static_cast<int>(packet.channels);
     parameters.ch_layout = ff_wrap::layoutFromMask(0, std::max(channels, 1));
+}
+
+void followAacConfig(AVCodecParameters& parameters) {
+    const auto format =
+        readAacFormat({parameters.extradata, static_cast<std::size_t>(parameters.extradata_size)});
+    if (format) {
+        parameters.sample_rate = format->outputRate;
+        parameters.ch_layout = ff_wrap::layoutFromMask(0, std::max(format->channels, 1));
+    }
 }
 
 } // namespace
@@ -246,7 +256,10 @@ void AudioIntake::refuseRate(const std::string& name, std::int64_t sampleRate) {
 
 bool AudioIntake::expect(const MetaInfo& metadata, AVCodecParameters& parameters) const {
     parameters.codec_id = candidate_ != AV_CODEC_ID_NONE ? candidate_ : metadata.audioCodec;
-    parameters.sample_rate = metadata.sampleRate;
+    const bool isG711 =
+        parameters.codec_id == AV_CODEC_ID_PCM_ALAW || parameters.codec_id == AV_CODEC_ID_PCM_MULAW;
+    parameters.sample_rate =
+        isG711 && !isSampleRate(metadata.sampleRate) ? kTelephoneRate : metadata.sampleRate;
     parameters.ch_layout = ff_wrap::layoutFromMask(0, std::clamp(metadata.channels, 1, 2));
     setExtradata(parameters, config_);
     if (config_.empty() && parameters.codec_id == AV_CODEC_ID_AAC) {
@@ -254,10 +267,15 @@ bool AudioIntake::expect(const MetaInfo& metadata, AVCodecParameters& parameters
             setExtradata(parameters, aac->config);
         }
     }
-    const bool isDescribed = parameters.extradata_size > 0 || parameters.codec_id == AV_CODEC_ID_MP3 ||
-                             parameters.codec_id == AV_CODEC_ID_PCM_ALAW ||
-                             parameters.codec_id == AV_CODEC_ID_PCM_MULAW;
-    return isDescribed && ff_wrap::completeParameters(parameters) && isSampleRate(parameters.sample_rate);
+    const bool isDescribed =
+        parameters.extradata_size > 0 || parameters.codec_id == AV_CODEC_ID_MP3 || isG711;
+    if (!isDescribed || !ff_wrap::completeParameters(parameters)) {
+        return false;
+    }
+    if (parameters.codec_id == AV_CODEC_ID_AAC) {
+        followAacConfig(parameters); // the decoder does so with the first frame
+    }
+    return isSampleRate(parameters.sample_rate);
 }
 
 void AudioIntake::improviseConfig(AVCodecID codec, std::span<const std::uint8_t> frame,

@@ -19,6 +19,8 @@ extern "C" {
 #include <array>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace ko_player {
 namespace {
@@ -140,10 +142,11 @@ void AacTranscoder::place(std::int64_t position, const Sink& sink) {
     if (gap <= av_rescale_q(kToleranceMs, kMilliseconds, encoder_->time_base)) {
         return;
     }
-    const std::int64_t missing = encoder_->frame_size - bufferedSamples();
-    appendSilence(static_cast<int>(std::min(gap, missing)));
+    // Two frames: a decoder gives the end of one only with the next.
+    const std::int64_t silence = 2 * encoder_->frame_size - bufferedSamples();
+    appendSilence(static_cast<int>(std::min(gap, silence)));
     encodeFullFrames(sink);
-    if (gap > missing) {
+    if (gap > silence) {
         position_ = position;
     }
 }

@@ -6,7 +6,6 @@
 #include "ffmpeg/FfmpegError.h"
 #include "ffmpeg/StreamProbe.h"
 #include "flv/CodecMapping.h"
-#include "record/SampleFitting.h"
 
 extern "C" {
 #include <libavcodec/codec_par.h>
@@ -34,8 +33,9 @@ constexpr std::uint32_t kHevcTag = MKTAG('h', 'v', 'c', '1');
 } // namespace
 
 FileRecorder::FileRecorder(const std::string& path, FlvReading reading)
-    : path_(path), rules_(recordingRules(reading)), muxer_(std::in_place, path),
-      handler_(std::make_shared<FlvHandler>(reading)), reader_(handler_.get(), reading) {
+    : path_(path), rules_(recordingRules(reading)), handler_(std::make_shared<FlvHandler>(reading)),
+      reader_(handler_.get(), reading) {
+    emplaceMuxer();
     handler_->onVideoParams = [this](const AVCodecParameters*) {
         startVideo();
         return true;
@@ -46,6 +46,10 @@ FileRecorder::FileRecorder(const std::string& path, FlvReading reading)
         return true;
     };
     handler_->onAudioPacket = [this](PacketPtr packet) { pushAudio(std::move(packet)); };
+}
+
+void FileRecorder::emplaceMuxer() {
+    muxer_.emplace(path_, rules_.form);
 }
 
 bool FileRecorder::consume(const std::uint8_t* data, std::size_t size) {
@@ -80,10 +84,19 @@ bool FileRecorder::pushEofAndClose() {
 
 void FileRecorder::finishFile() {
     if (headerWritten_ && muxer_->isOpen()) {
-        if (transcoder_) {
-            transcoder_->finish([this](PacketPtr packet) { mux(kAudioStream, std::move(packet)); });
-        }
+        finishAudio();
         muxer_->close();
+    }
+}
+
+void FileRecorder::finishAudio() {
+    if (!sound_ || !audioStarted_) {
+        return;
+    }
+    try {
+        sound_->finish([this](PacketPtr packet) { mux(kAudioStream, std::move(packet)); });
+    } catch (const std::exception& error) {
+        leaveAudioOut(error.what());
     }
 }
 
@@ -117,7 +130,8 @@ void FileRecorder::startLateAudio() {
     base::logAt("ko_player::FileRecorder::startAudio", "audio started after header");
     const AVCodecParameters& parameters = handler_->audioParams();
     if (rules_.makesSoundFit) {
-        if (audioStarted_ && !isSameSound(*fileAudio_, parameters)) {
+        soundCodec_ = parameters.codec_id;
+        if (audioStarted_ && !sound_->fits(parameters)) {
             leaveAudioOut("it is not what was announced");
         } else if (!audioStarted_) {
             leaveAudioOut("it begins too late to be in the file");
@@ -130,7 +144,7 @@ void FileRecorder::startLateAudio() {
 
 void FileRecorder::leaveAudioOut(const std::string& why) {
     audioStarted_ = false;
-    base::logLine("sound unavailable: ", codecLogName(handler_->audioParams().codec_id), ": ", why);
+    base::logLine("sound unavailable: ", codecName(soundCodec_), ": ", why);
 }
 
 bool FileRecorder::isReadyForHeader() const {
@@ -142,6 +156,10 @@ void FileRecorder::pushVideo(PacketPtr packet) {
     if (!videoStarted_) {
         throw std::logic_error("video packet before started");
     }
+    bridge(Medium::Video, *packet);
+    if (rules_.followsConfiguration) {
+        configuration_.notice(*packet, handler_->videoParams().codec_id);
+    }
     const std::int64_t dts = (*packet)->dts;
     if (!hasVideo_) {
         if (rules_.beginsWithKeyFrame && ((*packet)->flags & AV_PKT_FLAG_KEY) == 0) {
@@ -150,6 +168,9 @@ void FileRecorder::pushVideo(PacketPtr packet) {
         if (rules_.countsFromFirstPicture) {
             timeZero_ = maxVideoDts_ = dts;
         }
+    }
+    if (rules_.followsConfiguration) {
+        packet = configuration_.withParameterSets(std::move(packet));
     }
     hasVideo_ = true;
     maxVideoDts_ = std::max(maxVideoDts_, dts);
@@ -164,6 +185,7 @@ void FileRecorder::pushVideo(PacketPtr packet) {
 }
 
 void FileRecorder::pushAudio(PacketPtr packet) {
+    bridge(Medium::Audio, *packet);
     if (buffering_) {
         holdAudio(std::move(packet));
         return;
@@ -175,6 +197,14 @@ void FileRecorder::pushAudio(PacketPtr packet) {
         return;
     }
     write(Medium::Audio, std::move(packet));
+}
+
+void FileRecorder::bridge(Medium medium, ff_wrap::Packet& packet) {
+    if (rules_.bridgesClockRestarts) {
+        const std::int64_t shift = time_.shiftOf(medium, packet->dts);
+        packet->dts = base::addSaturated(packet->dts, shift);
+        packet->pts = base::addSaturated(packet->pts, shift);
+    }
 }
 
 void FileRecorder::holdAudio(PacketPtr packet) {
@@ -231,6 +261,11 @@ void FileRecorder::addVideoStream() {
         source.stamps = {.keepsPresentation = true, .origin = origin_};
         source.codecTag = parameters->codec_id == AV_CODEC_ID_HEVC ? kHevcTag : 0;
     }
+    if (rules_.looksAtFirstPicture && !muxer_->holds(parameters->codec_id)) {
+        base::logLine("pictures unavailable: ", codecName(parameters->codec_id),
+                      ": an MP4 file cannot hold them");
+        throw std::runtime_error("no file without pictures");
+    }
     muxer_->addStream(source, kVideoStream);
 }
 
@@ -271,9 +306,11 @@ bool FileRecorder::addAudioStream(const AVCodecParameters* parameters) {
         base::logAt(kFunction, "no audio codecId");
         return false;
     }
+    soundCodec_ = parameters->codec_id;
     try {
         if (rules_.makesSoundFit) {
-            addFittingAudio(*parameters);
+            sound_.emplace(*parameters, *muxer_);
+            muxer_->addStream(sound_->source(origin_), kAudioStream);
         } else {
             muxer_->addStream({parameters, {1, parameters->sample_rate}, kMilliseconds}, kAudioStream);
         }
@@ -286,24 +323,6 @@ bool FileRecorder::addAudioStream(const AVCodecParameters* parameters) {
         }
         return false;
     }
-}
-
-void FileRecorder::addFittingAudio(const AVCodecParameters& parameters) {
-    fileAudio_ = fittingParameters(parameters);
-    Muxer::StreamSource source{fileAudio_.get(), {1, fileAudio_->sample_rate}, kMilliseconds};
-    source.stamps = {
-        .keepsPresentation = true, .origin = origin_, .samplesPerPacket = fileAudio_->frame_size};
-    if (AacTranscoder::isNeededFor(parameters.codec_id)) {
-        transcoder_ = std::make_unique<AacTranscoder>(parameters);
-        const AVCodecParameters& aac = transcoder_->parameters();
-        base::logLine("sound is converted: ", codecLogName(parameters.codec_id), ", ", parameters.sample_rate,
-                      " Hz, to aac, ", aac.sample_rate, " Hz");
-        source.parameters = &aac;
-        source.streamTimeBase = source.inputTimeBase = {1, aac.sample_rate};
-        source.stamps = {.keepsPresentation = true,
-                         .origin = av_rescale_q(origin_, kMilliseconds, source.inputTimeBase)};
-    }
-    muxer_->addStream(source, kAudioStream);
 }
 
 void FileRecorder::openFile() {
@@ -319,26 +338,18 @@ void FileRecorder::openFile() {
 
 /// For sound that the writer refuses. Throws where that was not what was wrong.
 void FileRecorder::openWithoutAudio(const std::string& why) {
-    muxer_.emplace(path_);
+    emplaceMuxer();
     addVideoStream();
     muxer_->openFile();
-    transcoder_.reset();
     leaveAudioOut(why);
 }
 
 void FileRecorder::write(Medium medium, PacketPtr packet) {
     if (medium == Medium::Video) {
-        writeVideo(std::move(packet));
+        mux(kVideoStream, std::move(packet));
     } else {
         writeAudio(std::move(packet));
     }
-}
-
-void FileRecorder::writeVideo(PacketPtr packet) {
-    if (rules_.followsConfiguration) {
-        packet = withParameterSets(std::move(packet), handler_->videoParams().codec_id);
-    }
-    mux(kVideoStream, std::move(packet));
 }
 
 void FileRecorder::writeAudio(PacketPtr packet) {
@@ -347,14 +358,7 @@ void FileRecorder::writeAudio(PacketPtr packet) {
         return;
     }
     try {
-        if (bringsNewConfiguration(*packet, *fileAudio_)) {
-            leaveAudioOut("its configuration has changed");
-        } else if (transcoder_) {
-            transcoder_->take(*packet->get(), [this](PacketPtr aac) { mux(kAudioStream, std::move(aac)); });
-        } else {
-            makeFit(*packet, fileAudio_->codec_id);
-            mux(kAudioStream, std::move(packet));
-        }
+        sound_->take(std::move(packet), [this](PacketPtr fit) { mux(kAudioStream, std::move(fit)); });
     } catch (const std::exception& error) {
         leaveAudioOut(error.what());
     }

@@ -4,11 +4,17 @@
 #include "ffmpeg/Packet.h"
 #include "flv/FlvHandler.h"
 #include "flv/FlvReader.h"
-#include "record/AacTranscoder.h"
+#include "record/ContinuousTime.h"
 #include "record/HeldPackets.h"
 #include "record/Muxer.h"
 #include "record/RecordingRules.h"
+#include "record/SampleFitting.h"
+#include "record/SoundTrack.h"
 #include "records/Options.h"
+
+extern "C" {
+#include <libavcodec/codec_id.h>
+}
 
 #include <cstddef>
 #include <cstdint>
@@ -71,13 +77,14 @@ private:
     void addVideoStream();
     [[nodiscard]] ff_wrap::CodecParametersPtr videoParameters() const;
     [[nodiscard]] bool addAudioStream(const AVCodecParameters* parameters);
-    void addFittingAudio(const AVCodecParameters& parameters);
+    void emplaceMuxer();
     void openFile();
     void openWithoutAudio(const std::string& why);
     void leaveAudioOut(const std::string& why);
+    void finishAudio();
+    void bridge(Medium medium, ff_wrap::Packet& packet);
 
     void write(Medium medium, PacketPtr packet);
-    void writeVideo(PacketPtr packet);
     void writeAudio(PacketPtr packet);
     void mux(int stream, PacketPtr packet);
     void finishFile();
@@ -94,8 +101,10 @@ private:
     std::int64_t maxVideoDts_ = 0;
     std::int64_t origin_ = 0; ///< of the file: what its first packet has
     std::optional<Muxer> muxer_;
-    std::unique_ptr<AacTranscoder> transcoder_; ///< for sound that the file cannot hold
-    ff_wrap::CodecParametersPtr fileAudio_;     ///< the sound that the header was made for, as it comes
+    AVCodecID soundCodec_ = AV_CODEC_ID_NONE; ///< for what is said about it
+    std::optional<SoundTrack> sound_;         ///< where sound is made to fit: what the file has of it
+    ContinuousTime time_;
+    ConfigurationFollower configuration_;
     std::shared_ptr<FlvHandler> handler_;
     flv::FlvReader reader_;
 };

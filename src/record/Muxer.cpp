@@ -7,6 +7,7 @@
 
 extern "C" {
 #include <libavcodec/packet.h>
+#include <libavutil/dict.h>
 #include <libavutil/mathematics.h>
 }
 
@@ -24,6 +25,12 @@ namespace {
 /// memory whole. Beyond this the packets are written as they are; only their order in the file suffers. Ten
 /// seconds of a usual camera fit.
 constexpr std::size_t kMaxHeldBytes = 12 << 20;
+
+/// As fine as the stamps of pictures get where they come in milliseconds.
+constexpr const char* kTicksPerSecond = "16000";
+
+/// Sixteen pictures, as many as a decoder can hold back, at 16 a second.
+constexpr AVRational kLongestLead{1, 1};
 
 /// What a packet costs beside its payload, roughly.
 constexpr std::size_t kPacketOverheadBytes = 512;
@@ -43,7 +50,7 @@ void Muxer::CloseIo::operator()(AVIOContext* io) const noexcept {
     static_cast<void>(avformat().avio_close(io));
 }
 
-Muxer::Muxer(const std::string& fileName) : fileName_(fileName) {
+Muxer::Muxer(const std::string& fileName, Form form) : fileName_(fileName), form_(form) {
     if (fileName_.empty()) {
         throw std::invalid_argument("Muxer.ctor empty filename");
     }
@@ -53,6 +60,14 @@ Muxer::Muxer(const std::string& fileName) : fileName_(fileName) {
     if (result < 0 || !context_) {
         throw std::runtime_error("Muxer.ctor: " + ff_wrap::errorText(result));
     }
+    if (form_ == Form::Faithful) {
+        context_->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
+    }
+}
+
+bool Muxer::holds(int codecId) const {
+    return avformat().avformat_query_codec(context_->oformat, static_cast<AVCodecID>(codecId),
+                                           context_->strict_std_compliance) == 1;
 }
 
 void Muxer::addStream(const StreamSource& source, int index) {
@@ -85,7 +100,12 @@ void Muxer::openFile() {
                                  ", err: " + ff_wrap::errorText(opened));
     }
     io_.reset(context_->pb);
-    const int written = avformat().avformat_write_header(context_.get(), nullptr);
+    AVDictionary* options = nullptr;
+    if (form_ == Form::Faithful) {
+        av_dict_set(&options, "movie_timescale", kTicksPerSecond, 0); // otherwise milliseconds, rounded down
+    }
+    const int written = avformat().avformat_write_header(context_.get(), &options);
+    av_dict_free(&options);
     if (written < 0) {
         throw std::runtime_error("Muxer.writeHeader avformat_write_header: file: " + fileName_ +
                                  ", err: " + ff_wrap::errorText(written));
@@ -145,8 +165,11 @@ void Muxer::keepStamps(AVPacket& packet, Slot& slot, const AVStream& stream) {
         pts = dts;
         packet.duration = av_rescale_q(slot.stamps.samplesPerPacket, samples, stream.time_base);
     }
-    // A writer takes no picture that is shown before it is decoded.
-    dts = std::min(dts, pts);
+    // A writer takes no picture that is shown before it is decoded. Where a stream has such pictures, all are
+    // decoded earlier from the first of those on, so that there is room for their presentation times.
+    const std::int64_t longestLead = rescaled(1, kLongestLead, stream.time_base);
+    slot.lead = std::max(slot.lead, std::min(base::subtractSaturated(dts, pts), longestLead));
+    dts = std::min(base::subtractSaturated(dts, slot.lead), pts);
     if (!slot.isFirstPacket) {
         dts = std::max(dts, base::addSaturated(slot.last, 1));
         if (slot.stamps.samplesPerPacket == 0) {

@@ -48,13 +48,23 @@ public:
         StampRule stamps = {};
     };
 
+    /// How the file is written.
+    enum class Form {
+        Plain,    ///< as FFmpeg's writer does by itself
+        Faithful, ///< with codecs that came late to the format, and the tracks' begins finer than a
+                  ///< millisecond
+    };
+
     /// Touches no file yet. Throws std::invalid_argument "Muxer.ctor empty filename", or std::runtime_error
     /// "Muxer.ctor: ...".
-    explicit Muxer(const std::string& fileName);
+    explicit Muxer(const std::string& fileName, Form form = Form::Plain);
     /// A file that is still open is closed as it is, without an index.
     ~Muxer() = default;
     Muxer(const Muxer&) = delete;
     Muxer& operator=(const Muxer&) = delete;
+
+    /// Whether a file can hold streams of that codec (an AVCodecID).
+    [[nodiscard]] bool holds(int codecId) const;
 
     /// `index` counts the streams from 0. Throws std::runtime_error "Muxer: failed ...".
     void addStream(const StreamSource& source, int index);
@@ -88,6 +98,8 @@ private:
         bool isFirstPacket = true;
         std::int64_t last = 0;              ///< the last stamp written, in the stream's time base
         std::int64_t exact = kNoExactStamp; ///< where the sound has come to, in samples
+        std::int64_t lead =
+            0; ///< how much earlier than they say packets are decoded, in the stream's time base
     };
 
     /// Gives the packet its stamps, in the time base of the stream.
@@ -97,7 +109,8 @@ private:
     /// Lets the writer pass on what it keeps in order to interleave the streams, before that grows too large.
     int boundHeldPackets(std::size_t packetBytes);
 
-    std::string fileName_;
+    const std::string fileName_;
+    const Form form_;
     std::array<Slot, kStreams> slots_;
     std::unique_ptr<AVFormatContext, FreeContext> context_;
     std::unique_ptr<AVIOContext, CloseIo> io_; ///< set while the file is open; goes before the context

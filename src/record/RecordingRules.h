@@ -1,5 +1,6 @@
 #pragma once
 
+#include "record/Muxer.h"
 #include "records/Options.h"
 
 namespace ko_player {
@@ -7,26 +8,40 @@ namespace ko_player {
 /// Every decision of a recording that depends on how its stream is read.
 struct RecordingRules {
     /// Sound that comes before the file's header is held and written; otherwise it is dropped.
-    bool holdsSound;
+    bool holdsSound = false;
     /// Pictures before the first key frame are left out: nobody could show them.
-    bool beginsWithKeyFrame;
+    bool beginsWithKeyFrame = false;
     /// Time counts from the first picture that is written, and the file begins with its first packet;
     /// otherwise both count from 0, wherever the stamps begin.
-    bool countsFromFirstPicture;
+    bool countsFromFirstPicture = false;
+    /// Time goes on where the stream's clock starts anew; otherwise it stands still until the clock is as far
+    /// as it was.
+    bool bridgesClockRestarts = false;
     /// Packets keep their presentation times, in whole milliseconds; otherwise they have their decode times.
-    bool keepsPresentation;
+    bool keepsPresentation = false;
     /// The first picture is decoded for its size and format; otherwise the file says what the metadata said.
-    bool looksAtFirstPicture;
+    bool looksAtFirstPicture = false;
     /// Whatever the file cannot hold of the sound costs the sound and never the video: it is converted, or
     /// left out with a line that says so.
-    bool makesSoundFit;
+    bool makesSoundFit = false;
     /// A new configuration of the pictures is written among them.
-    bool followsConfiguration;
+    bool followsConfiguration = false;
+    Muxer::Form form = Muxer::Form::Plain;
 };
 
 [[nodiscard]] constexpr RecordingRules recordingRules(FlvReading reading) {
-    return reading == FlvReading::Standard ? RecordingRules{true, true, true, true, true, true, true}
-                                           : RecordingRules{false, false, false, false, false, false, false};
+    if (reading == FlvReading::Strict) {
+        return {};
+    }
+    return {.holdsSound = true,
+            .beginsWithKeyFrame = true,
+            .countsFromFirstPicture = true,
+            .bridgesClockRestarts = true,
+            .keepsPresentation = true,
+            .looksAtFirstPicture = true,
+            .makesSoundFit = true,
+            .followsConfiguration = true,
+            .form = Muxer::Form::Faithful};
 }
 
 } // namespace ko_player

@@ -2,6 +2,7 @@
 
 #include "ffmpeg/Avcodec.h"
 #include "flv/AacConfig.h"
+#include "flv/AacFormat.h"
 #include "record/ParameterSets.h"
 
 extern "C" {
@@ -32,6 +33,19 @@ std::span<const std::uint8_t> extradataOf(const AVCodecParameters& parameters) {
     return {parameters.extradata, static_cast<std::size_t>(std::max(parameters.extradata_size, 0))};
 }
 
+/// Writers say the same AAC in more words and in fewer.
+bool isSameConfiguration(int codecId, std::span<const std::uint8_t> a, std::span<const std::uint8_t> b) {
+    if (codecId == AV_CODEC_ID_AAC) {
+        const auto first = readAacFormat(a);
+        const auto second = readAacFormat(b);
+        if (first && second) {
+            return first->objectType == second->objectType && first->coreRate == second->coreRate &&
+                   first->channels == second->channels;
+        }
+    }
+    return std::equal(a.begin(), a.end(), b.begin(), b.end());
+}
+
 } // namespace
 
 ff_wrap::CodecParametersPtr fittingParameters(const AVCodecParameters& parameters) {
@@ -54,15 +68,21 @@ ff_wrap::CodecParametersPtr fittingParameters(const AVCodecParameters& parameter
 }
 
 bool isSameSound(const AVCodecParameters& inFile, const AVCodecParameters& parameters) {
-    return inFile.codec_id == parameters.codec_id && inFile.sample_rate == parameters.sample_rate &&
+    if (inFile.codec_id != parameters.codec_id) {
+        return false;
+    }
+    if (inFile.codec_id == AV_CODEC_ID_AAC && !extradataOf(inFile).empty() &&
+        !extradataOf(parameters).empty()) {
+        return isSameConfiguration(AV_CODEC_ID_AAC, extradataOf(inFile), extradataOf(parameters));
+    }
+    return inFile.sample_rate == parameters.sample_rate &&
            inFile.ch_layout.nb_channels == parameters.ch_layout.nb_channels;
 }
 
 bool bringsNewConfiguration(const ff_wrap::Packet& packet, const AVCodecParameters& inFile) {
     const auto configuration = newConfigurationIn(*packet.get());
-    const auto known = extradataOf(inFile);
     return !configuration.empty() &&
-           !std::equal(configuration.begin(), configuration.end(), known.begin(), known.end());
+           !isSameConfiguration(inFile.codec_id, configuration, extradataOf(inFile));
 }
 
 void makeFit(ff_wrap::Packet& packet, int codecId) {
@@ -79,19 +99,26 @@ void makeFit(ff_wrap::Packet& packet, int codecId) {
     aac.size -= header;
 }
 
-std::shared_ptr<ff_wrap::Packet> withParameterSets(std::shared_ptr<ff_wrap::Packet> packet, int codecId) {
-    const std::vector<std::uint8_t> sets = parameterSetsOf(codecId, newConfigurationIn(*packet->get()));
-    if (sets.empty() || sets.size() > static_cast<std::size_t>(INT_MAX - packet->size())) {
-        return packet;
+void ConfigurationFollower::notice(const ff_wrap::Packet& picture, int codecId) {
+    std::vector<std::uint8_t> sets = parameterSetsOf(codecId, newConfigurationIn(*picture.get()));
+    if (!sets.empty()) {
+        sets_ = std::move(sets);
+    }
+}
+
+ConfigurationFollower::PacketPtr ConfigurationFollower::withParameterSets(PacketPtr picture) const {
+    const AVPacket& in = *picture->get();
+    const bool isEntry = (in.flags & AV_PKT_FLAG_KEY) != 0 || !newConfigurationIn(in).empty();
+    if (sets_.empty() || !isEntry || sets_.size() > static_cast<std::size_t>(INT_MAX - in.size)) {
+        return picture;
     }
     auto longer = std::make_shared<ff_wrap::Packet>();
-    const AVPacket& in = *packet->get();
     AVPacket& out = *longer->get();
-    if (ff_wrap::avcodec().av_new_packet(&out, static_cast<int>(sets.size()) + in.size) < 0) {
+    if (ff_wrap::avcodec().av_new_packet(&out, static_cast<int>(sets_.size()) + in.size) < 0) {
         throw std::bad_alloc();
     }
-    std::copy(sets.begin(), sets.end(), out.data);
-    std::copy_n(in.data, in.size, out.data + sets.size());
+    std::copy(sets_.begin(), sets_.end(), out.data);
+    std::copy_n(in.data, in.size, out.data + sets_.size());
     out.dts = in.dts;
     out.pts = in.pts;
     out.flags = in.flags;

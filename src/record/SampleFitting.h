@@ -3,7 +3,9 @@
 #include "ffmpeg/CodecParameters.h"
 #include "ffmpeg/Packet.h"
 
+#include <cstdint>
 #include <memory>
+#include <vector>
 
 struct AVCodecParameters;
 
@@ -24,9 +26,20 @@ namespace ko_player {
 /// packets stay as they are.
 void makeFit(ff_wrap::Packet& packet, int codecId);
 
-/// A picture that brings a new configuration, with the parameter sets of that in front of it. Any other comes
-/// back as it is. Throws std::bad_alloc.
-[[nodiscard]] std::shared_ptr<ff_wrap::Packet> withParameterSets(std::shared_ptr<ff_wrap::Packet> packet,
-                                                                 int codecId);
+/// Puts the parameter sets of a configuration that a file's header does not have among the pictures.
+class ConfigurationFollower {
+public:
+    using PacketPtr = std::shared_ptr<ff_wrap::Packet>;
+
+    /// Notices a new configuration. For every picture of the stream, in its order; `codecId` is an AVCodecID.
+    void notice(const ff_wrap::Packet& picture, int codecId);
+    /// From the first new configuration on each key frame, where players may begin after a seek, comes back
+    /// with the parameter sets in front, and so does a picture that brought one. Any other comes back as it
+    /// is. Throws std::bad_alloc.
+    [[nodiscard]] PacketPtr withParameterSets(PacketPtr picture) const;
+
+private:
+    std::vector<std::uint8_t> sets_; ///< in force, where they are not those of the header
+};
 
 } // namespace ko_player
