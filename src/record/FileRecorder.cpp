@@ -235,12 +235,9 @@ void FileRecorder::beginRecordStreams(bool forced) {
         base::logAt(kFunction, "no audio when ", maxVideoDts(), " ms of video already buffered");
     }
     // Sound may have been announced although none has come yet; it may still come.
-    if (audioStarted_) {
-        audioStarted_ = addAudioStream(&handler_->audioParams());
-    } else if (forced && rules_.makesSoundFit) {
-        audioStarted_ = addAudioStream(handler_->expectedAudio().get());
-    } else if (forced) {
-        audioStarted_ = addAudioStream(&handler_->audioParams());
+    if (audioStarted_ || forced) {
+        const bool isGuess = !audioStarted_ && rules_.makesSoundFit;
+        audioStarted_ = addAudioStream(isGuess ? handler_->expectedAudio().get() : &handler_->audioParams());
     }
     base::logAt(kFunction, "try write header with audio: started: ", audioStarted_, ", forced: ", forced);
     openFile();

@@ -8,6 +8,7 @@ extern "C" {
 }
 
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 
 namespace mediaworker::test {
@@ -72,6 +73,21 @@ std::vector<Mp4Stream> readMp4(const std::filesystem::path& file) {
 std::string probe(const std::filesystem::path& file) {
     return runCommand({"ffprobe", "-v", "error", "-ignore_editlist", "1", "-count_packets", "-show_entries",
                        "stream=codec_name,width,height,nb_read_packets", "-of", "csv=p=0", file.string()});
+}
+
+std::vector<PacketTime> packetTimes(const std::filesystem::path& file, const std::string& track) {
+    constexpr double kMsPerSecond = 1000;
+    std::istringstream lines(runCommand({"ffprobe", "-v", "error", "-select_streams", track, "-show_entries",
+                                         "packet=pts_time,dts_time", "-of", "csv=p=0", file.string()}));
+    std::vector<PacketTime> times;
+    for (std::string line; std::getline(lines, line);) {
+        const auto comma = line.find(',');
+        if (comma != std::string::npos) { // "pts,dts", and a comma more where there is side data
+            times.push_back(
+                {std::stod(line.substr(comma + 1)) * kMsPerSecond, std::stod(line) * kMsPerSecond});
+        }
+    }
+    return times;
 }
 
 std::string complaints(const std::filesystem::path& file) {

@@ -39,6 +39,17 @@ struct Mp4Stream {
 /// What the ffprobe program counts: "codec,width,height,packets" or "codec,packets", one line per stream.
 [[nodiscard]] std::string probe(const std::filesystem::path& file);
 
+/// When a packet is decoded and shown, milliseconds.
+struct PacketTime {
+    double dtsMs = 0;
+    double ptsMs = 0;
+};
+
+/// The times of a track's packets as a player sees them, edit lists included, by the ffprobe program; `track`
+/// is its word for one, "v" or "a".
+[[nodiscard]] std::vector<PacketTime> packetTimes(const std::filesystem::path& file,
+                                                  const std::string& track);
+
 /// What the ffmpeg program complains about when it decodes the whole file.
 [[nodiscard]] std::string complaints(const std::filesystem::path& file);
 
