@@ -1,0 +1,331 @@
+#include "Judge.h"
+
+#include "Mp4File.h"
+#include "Recording.h"
+#include "Session.h"
+
+#include "support/ChildProcess.h"
+#include "support/servers/HttpServer.h"
+#include "support/servers/PulseSink.h"
+#include "support/servers/Tone.h"
+
+#include <algorithm>
+#include <memory>
+#include <span>
+#include <sstream>
+
+namespace mediaworker::test {
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::milliseconds;
+
+/// Sends a file as fast as it is read, and holds the connection for that long then.
+HttpServer::Handler fileHandler(const std::filesystem::path& file, milliseconds hold) {
+    return [bytes = readFile(file), hold](HttpResponse& response) {
+        response.header("Content-Type", "video/x-flv");
+        constexpr std::size_t kPieceBytes = 16384;
+        const std::string_view all = bytes;
+        for (std::size_t at = 0; at < all.size(); at += kPieceBytes) {
+            if (!response.send(all.substr(at, kPieceBytes))) {
+                return;
+            }
+        }
+        static_cast<void>(response.sleepMs(hold.count()));
+    };
+}
+
+milliseconds lengthOf(const Contents& contents) {
+    std::chrono::microseconds first = std::chrono::hours(1000);
+    std::chrono::microseconds last{0};
+    for (const ProbedTrack& track : contents.tracks) {
+        for (const ProbedPacket& packet : track.packets) {
+            first = std::min(first, packet.pts);
+            last = std::max(last, packet.pts);
+        }
+    }
+    return std::chrono::duration_cast<milliseconds>(last - first);
+}
+
+/// One worker that shows the stream, with its sound device.
+class Spectator {
+public:
+    Spectator(Reading reading, bool hasSound) {
+        Session::Options options;
+        options.environment = {{"MEDIAWORKER_OPTIONS", optionsOf(reading)}};
+        if (hasSound) {
+            sink_ = std::make_unique<PulseSink>();
+            for (const auto& variable : sink_->environment()) {
+                options.environment.push_back(variable);
+            }
+            sink_->startRecording();
+        }
+        session_ = std::make_unique<Session>(options);
+    }
+
+    /// The sound is wanted as soon as there is something to be seen, or nothing ever will.
+    void start(const std::string& url, bool hasVideo) {
+        parent::WorkerProcess& worker = session_->worker();
+        const auto wantSound = [this, &worker] {
+            if (sink_ && !isSoundWanted_) {
+                isSoundWanted_ = worker.setVolume(100);
+            }
+        };
+        QObject::connect(&worker, &parent::WorkerProcess::frame, wantSound);
+        if (!hasVideo) {
+            QObject::connect(&worker, &parent::WorkerProcess::connected, wantSound);
+        }
+        session_->start(url);
+    }
+
+    Playing end(const Contents& contents, milliseconds limit) {
+        Playing playing;
+        playing.exitCode = session_->waitForExit(limit);
+        playing.log = session_->logText();
+        playing.sent = contents.picturesMs.size();
+        playing.shown = session_->shown().size();
+        const auto stamps = session_->stamps();
+        playing.hasPresentationTimes = stamps.size() <= contents.picturesMs.size() &&
+                                       std::equal(stamps.begin(), stamps.end(), contents.picturesMs.begin());
+        playing.wrongPictures = wrongPictures();
+        if (sink_) {
+            playing.heard = toneIn(sink_->stopRecording());
+        }
+        return playing;
+    }
+
+private:
+    /// The pictures' numbers go up by one; the next picture may be drawn already when the message of one is
+    /// read. A new size begins anew.
+    [[nodiscard]] std::size_t wrongPictures() const {
+        std::size_t wrong = 0;
+        const Shown* first = nullptr;
+        int index = 0;
+        for (const Shown& shown : session_->shown()) {
+            if (!shown.isWhole()) {
+                ++wrong;
+                continue;
+            }
+            if (first == nullptr || first->widthPx != shown.widthPx) {
+                first = &shown;
+                index = 0;
+            }
+            const int ahead = *shown.numbers.top - *first->numbers.top - index;
+            wrong += ahead < -1 || ahead > kMayBeAhead ? 1 : 0;
+            ++index;
+        }
+        return wrong;
+    }
+
+    static milliseconds toneIn(std::span<const std::int16_t> samples) {
+        constexpr milliseconds kPiece = 50ms;
+        constexpr double kAudible = 0.05;
+        constexpr std::size_t kPieceSamples = PulseSink::kRate * kPiece.count() / 1000;
+        milliseconds heard{0};
+        for (std::size_t at = 0; at + kPieceSamples <= samples.size(); at += kPieceSamples) {
+            if (toneLevel(samples.subspan(at, kPieceSamples), PulseSink::kRate, kFilmToneHz) > kAudible) {
+                heard += kPiece;
+            }
+        }
+        return heard;
+    }
+
+    /// A parent that is kept from its work reads late.
+    static constexpr int kMayBeAhead = 3;
+
+    std::unique_ptr<PulseSink> sink_;
+    std::unique_ptr<Session> session_;
+    bool isSoundWanted_ = false;
+};
+
+/// The packets of a track that can be in a file: pictures from the first key frame on, sound from wherever.
+std::vector<ProbedPacket> fromFirstKey(const ProbedTrack& track) {
+    const auto key = std::find_if(track.packets.begin(), track.packets.end(),
+                                  [](const ProbedPacket& packet) { return packet.isKey; });
+    std::vector<ProbedPacket> packets(key, track.packets.end());
+    if (track.isVideo && !packets.empty()) {
+        // Those shown before it need pictures that nobody has.
+        const auto firstPts = packets.front().pts;
+        std::erase_if(packets, [&](const ProbedPacket& packet) { return packet.pts < firstPts; });
+    }
+    return packets;
+}
+
+bool isInStep(std::span<const ProbedPacket> sent, std::span<const ProbedPacket> written,
+              std::chrono::microseconds difference) {
+    // MP4 counts sound in samples, FLV in milliseconds.
+    constexpr auto kRounding = 1000us;
+    const auto agree = [&](std::chrono::microseconds a, std::chrono::microseconds b) {
+        return std::chrono::abs(b - a - difference) <= kRounding;
+    };
+    return sent.size() == written.size() && std::equal(sent.begin(), sent.end(), written.begin(),
+                                                       [&](const ProbedPacket& a, const ProbedPacket& b) {
+                                                           return agree(a.pts, b.pts) && agree(a.dts, b.dts);
+                                                       });
+}
+
+/// Sound that was coded anew begins and ends where the stream's does, within a frame of AAC at 8 kHz.
+bool spansTheSame(std::span<const ProbedPacket> sent, std::span<const ProbedPacket> written,
+                  std::chrono::microseconds difference) {
+    constexpr auto kFrame = 130ms;
+    return !sent.empty() && !written.empty() &&
+           std::chrono::abs(written.front().pts - sent.front().pts - difference) <= kFrame &&
+           std::chrono::abs(written.back().pts - sent.back().pts - difference) <= kFrame;
+}
+
+} // namespace
+
+const char* optionsOf(Reading reading) {
+    return reading == Reading::Strict ? "" : "flv=standard,sync=on";
+}
+
+Contents contentsOf(const Made& made) {
+    Contents contents{ffprobe(made.reference), {}};
+    for (ProbedTrack& track : contents.tracks) {
+        for (ProbedPacket& packet : track.packets) {
+            packet.pts += made.shift;
+            packet.dts += made.shift;
+        }
+        track.packets = fromFirstKey(track);
+    }
+    if (const ProbedTrack* video = trackOf(contents.tracks, /*isVideo*/ true)) {
+        for (const ProbedPacket& packet : video->packets) {
+            contents.picturesMs.push_back(std::chrono::round<milliseconds>(packet.pts).count());
+        }
+        std::sort(contents.picturesMs.begin(), contents.picturesMs.end());
+    }
+    return contents;
+}
+
+PlayedBoth play(const Source& source, const Made& made) {
+    const Contents contents = contentsOf(made);
+    // What a worker needs beyond the stream's length to start and to show all of it.
+    constexpr milliseconds kReserve = 2s * kSlowness;
+    const milliseconds hold = lengthOf(contents) + kReserve;
+    HttpServer server;
+    server.route("/standard.flv", fileHandler(made.flv, 0ms));
+    server.route("/strict.flv", fileHandler(made.flv, hold));
+
+    const bool hasSound = source.sound != Sound::None;
+    Spectator strict(Reading::Strict, hasSound);
+    Spectator standard(Reading::Standard, hasSound);
+    strict.start(server.url("/strict.flv"), source.hasVideo);
+    standard.start(server.url("/standard.flv"), source.hasVideo);
+    PlayedBoth both;
+    both.standard = standard.end(contents, hold + 10s);
+    both.strict = strict.end(contents, hold + 10s);
+    return both;
+}
+
+const WrittenTrack* Exporting::track(bool isVideo) const {
+    const auto found = std::find_if(tracks.begin(), tracks.end(),
+                                    [&](const WrittenTrack& track) { return track.isVideo == isVideo; });
+    return found == tracks.end() ? nullptr : &*found;
+}
+
+std::vector<WrittenTrack> compare(const Contents& sent, const std::vector<ProbedTrack>& written) {
+    const auto firstPts = [](const ProbedTrack* track) {
+        return track == nullptr || track->packets.empty() ? 0us : track->packets.front().pts;
+    };
+    const bool byVideo = trackOf(written, true) != nullptr && trackOf(sent.tracks, true) != nullptr;
+    const auto difference = firstPts(trackOf(written, byVideo)) - firstPts(trackOf(sent.tracks, byVideo));
+    std::vector<WrittenTrack> result;
+    for (const ProbedTrack& track : written) {
+        WrittenTrack verdict{track.codec, track.isVideo, 0, track.packets.size(), false};
+        if (const ProbedTrack* original = trackOf(sent.tracks, track.isVideo)) {
+            std::span<const ProbedPacket> packets = original->packets;
+            // Sound before the first picture that can be shown may be there or not.
+            while (!track.isVideo && packets.size() > track.packets.size() && byVideo &&
+                   packets.front().pts < firstPts(trackOf(sent.tracks, true))) {
+                packets = packets.subspan(1);
+            }
+            verdict.sent = packets.size();
+            verdict.isInStep = track.codec == original->codec
+                                   ? isInStep(packets, track.packets, difference)
+                                   : spansTheSame(packets, track.packets, difference);
+        }
+        result.push_back(verdict);
+    }
+    return result;
+}
+
+Exporting exportStream(const Made& made, Reading reading, const std::filesystem::path& output) {
+    HttpServer server;
+    server.route("/stream.flv", fileHandler(made.flv, 0ms));
+    Session::Options options;
+    options.environment = {{"MEDIAWORKER_OPTIONS", optionsOf(reading)}};
+    Recording recording(options);
+    recording.start(server.url("/stream.flv"), output, kFilmSeconds * 1000);
+    Exporting exporting;
+    exporting.exitCode = recording.waitForExit();
+    exporting.log = recording.logText();
+    if (std::filesystem::exists(output)) {
+        try {
+            exporting.tracks = compare(contentsOf(made), ffprobe(output));
+            exporting.complaints = complaintsAtAnyRate(output);
+        } catch (const std::runtime_error& error) {
+            exporting.complaints = error.what(); // no file that anybody can read
+        }
+    }
+    return exporting;
+}
+
+bool isHeard(const Playing& playing) {
+    return playing.heard >= 1s;
+}
+
+std::string seenComplaint(const Playing& playing) {
+    std::ostringstream text;
+    if (playing.shown != playing.sent) {
+        text << playing.shown << " of " << playing.sent << " pictures; ";
+    }
+    if (!playing.hasPresentationTimes) {
+        text << "other times than the presentation's; ";
+    }
+    if (playing.wrongPictures > 0) {
+        text << playing.wrongPictures << " wrong pictures; ";
+    }
+    return text.str();
+}
+
+std::string heardComplaint(const Source& source, const Playing& playing) {
+    const bool expectsSound = source.sound != Sound::None && source.sound != Sound::Unplayable;
+    if (expectsSound == isHeard(playing)) {
+        return {};
+    }
+    return "the tone was heard for " + std::to_string(playing.heard.count()) + " ms";
+}
+
+std::string exportComplaint(const Source& source, const Exporting& exporting) {
+    std::ostringstream text;
+    if (exporting.exitCode != (source.fitsMp4 && source.hasVideo ? 0 : 1)) {
+        text << "exit code " << exporting.exitCode.value_or(-1) << "; ";
+    }
+    if (!source.fitsMp4 || !source.hasVideo) {
+        return text.str();
+    }
+    if (exporting.track(true) == nullptr) {
+        text << "no video; ";
+    }
+    const bool hasAudio = exporting.track(false) != nullptr;
+    const bool mustHaveAudio = source.sound == Sound::Copied || source.sound == Sound::Converted;
+    const bool mayHaveAudio = mustHaveAudio || source.sound == Sound::HeardOnly;
+    if (mustHaveAudio && !hasAudio) {
+        text << "no sound; ";
+    } else if (hasAudio && !mayHaveAudio) {
+        text << "sound that nobody can play; ";
+    }
+    for (const WrittenTrack& track : exporting.tracks) {
+        if (!track.isInStep) {
+            text << track.codec << " is not in step (" << track.written << " of " << track.sent
+                 << " packets); ";
+        }
+    }
+    if (!exporting.complaints.empty()) {
+        constexpr std::size_t kEnough = 300;
+        text << "ffmpeg says: " << exporting.complaints.substr(0, kEnough);
+    }
+    return text.str();
+}
+
+} // namespace mediaworker::test

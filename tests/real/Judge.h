@@ -1,0 +1,88 @@
+#pragma once
+
+#include "Ffprobe.h"
+#include "Source.h"
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace mediaworker::test {
+
+/// What a worker is asked for, by its environment.
+enum class Reading {
+    Strict,   ///< nothing: as parents of old start it
+    Standard, ///< the reading of what common programs write, with sound in step
+};
+
+[[nodiscard]] const char* optionsOf(Reading reading);
+
+/// What a stream holds, by ffprobe: the pictures from the first key frame on, since nobody can show the
+/// others.
+struct Contents {
+    std::vector<ProbedTrack> tracks;
+    std::vector<std::int64_t> picturesMs; ///< presentation times, in the order shown
+};
+
+[[nodiscard]] Contents contentsOf(const Made& made);
+
+/// A worker that has shown a stream.
+struct Playing {
+    std::optional<int> exitCode; ///< none: it was still running long after the stream's end
+    std::size_t sent = 0;
+    std::size_t shown = 0;
+    bool hasPresentationTimes = false; ///< the pictures that were shown came with theirs
+    std::size_t wrongPictures = 0;     ///< drawn, but another one's time
+    std::chrono::milliseconds heard{0};
+    std::string log;
+
+    [[nodiscard]] bool isSeenWhole() const {
+        return shown == sent && hasPresentationTimes && wrongPictures == 0;
+    }
+};
+
+/// Shows a stream with both readings at the same time, with sound into devices of their own.
+///
+/// The server sends as fast as it is read. For the standard reading it ends its response at once then; for
+/// the strict one, which stops there, when everything has been shown.
+struct PlayedBoth {
+    Playing strict;
+    Playing standard;
+};
+[[nodiscard]] PlayedBoth play(const Source& source, const Made& made);
+
+struct WrittenTrack {
+    std::string codec;
+    bool isVideo = false;
+    std::size_t sent = 0;
+    std::size_t written = 0;
+    bool isInStep = false; ///< packets and times are the stream's, up to what all tracks differ by
+};
+
+/// A worker that has exported a stream.
+struct Exporting {
+    std::optional<int> exitCode;
+    std::vector<WrittenTrack> tracks;
+    std::string complaints; ///< ffmpeg's about the file when it decodes it
+    std::string log;
+
+    [[nodiscard]] const WrittenTrack* track(bool isVideo) const;
+};
+
+[[nodiscard]] Exporting exportStream(const Made& made, Reading reading, const std::filesystem::path& output);
+
+/// Compares a file with the stream that it was made of.
+[[nodiscard]] std::vector<WrittenTrack> compare(const Contents& sent,
+                                                const std::vector<ProbedTrack>& written);
+
+/// Whether a tone was heard for as long as a device that starts late lets one expect.
+[[nodiscard]] bool isHeard(const Playing& playing);
+/// Seen, heard and exported as the source's row says; what is not, in words. Empty: all is well.
+[[nodiscard]] std::string seenComplaint(const Playing& playing);
+[[nodiscard]] std::string heardComplaint(const Source& source, const Playing& playing);
+[[nodiscard]] std::string exportComplaint(const Source& source, const Exporting& exporting);
+
+} // namespace mediaworker::test

@@ -1,0 +1,64 @@
+#include "Judge.h"
+
+#include "support/ChildProcess.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace mediaworker::test {
+namespace {
+
+/// What the judge makes of files that ffmpeg has copied the stream into, which is what an export is to be
+/// like.
+class Judge : public testing::TestWithParam<const char*> {
+protected:
+    std::vector<WrittenTrack> copyWith(const Words& arguments) {
+        const auto sources = allSources();
+        const auto source = std::find_if(sources.begin(), sources.end(), [&](const Source& candidate) {
+            return std::string(candidate.name) == GetParam();
+        });
+        const Made made = Workshop::get(source->name, source->recipe);
+        const auto file = folder_ / "copy.mp4";
+        Workshop::ffmpeg(joined({{"-i", made.reference.string()}, arguments, {file.string()}}));
+        return compare(contentsOf(made), ffprobe(file));
+    }
+
+    const TemporaryFolder folder_;
+};
+
+TEST_P(Judge, FindsACopyInStep) {
+    const auto tracks = copyWith({"-c", "copy"});
+    ASSERT_EQ(tracks.size(), 2U);
+    for (const WrittenTrack& track : tracks) {
+        EXPECT_TRUE(track.isInStep) << track.codec;
+        EXPECT_EQ(track.sent, track.written) << track.codec;
+    }
+}
+
+TEST_P(Judge, FindsLaterSoundOutOfStep) {
+    const auto tracks = copyWith({"-c", "copy", "-bsf:a", "setts=ts=TS+5/TB/1000"});
+    ASSERT_EQ(tracks.size(), 2U);
+    EXPECT_TRUE(tracks[0].isInStep);
+    EXPECT_FALSE(tracks[1].isInStep);
+}
+
+TEST_P(Judge, FindsDecodeTimesForPresentationTimesOutOfStep) {
+    const auto tracks = copyWith({"-c", "copy", "-bsf:v", "setts=pts=DTS"});
+    ASSERT_EQ(tracks.size(), 2U);
+    EXPECT_FALSE(tracks[0].isInStep);
+}
+
+TEST_P(Judge, FindsAMissingPacketOutOfStep) {
+    const auto tracks = copyWith({"-c", "copy", "-bsf:a", "noise=drop=eq(n\\,9)"});
+    ASSERT_EQ(tracks.size(), 2U);
+    EXPECT_FALSE(tracks[1].isInStep);
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, Judge,
+                         testing::Values("FfmpegBFrames", "FfmpegLateSound", "FfmpegLatePictures",
+                                         "FfmpegFrom30Minutes", "EnhancedHevc"),
+                         [](const auto& instance) { return std::string(instance.param); });
+
+} // namespace
+} // namespace mediaworker::test
