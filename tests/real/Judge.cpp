@@ -10,9 +10,11 @@
 #include "support/servers/Tone.h"
 
 #include <algorithm>
+#include <future>
 #include <memory>
 #include <span>
 #include <sstream>
+#include <thread>
 
 namespace mediaworker::test {
 namespace {
@@ -20,8 +22,8 @@ namespace {
 using namespace std::chrono_literals;
 using std::chrono::milliseconds;
 
-/// Sends a file as fast as it is read, and holds the connection for that long then.
-HttpServer::Handler fileHandler(const std::filesystem::path& file, milliseconds hold) {
+/// Sends a file as fast as it is read, and then holds the connection for a while.
+HttpServer::Handler fileHandler(const std::filesystem::path& file, milliseconds hold = 0ms) {
     return [bytes = readFile(file), hold](HttpResponse& response) {
         response.header("Content-Type", "video/x-flv");
         constexpr std::size_t kPieceBytes = 16384;
@@ -36,15 +38,9 @@ HttpServer::Handler fileHandler(const std::filesystem::path& file, milliseconds 
 }
 
 milliseconds lengthOf(const Contents& contents) {
-    std::chrono::microseconds first = std::chrono::hours(1000);
-    std::chrono::microseconds last{0};
-    for (const ProbedTrack& track : contents.tracks) {
-        for (const ProbedPacket& packet : track.packets) {
-            first = std::min(first, packet.pts);
-            last = std::max(last, packet.pts);
-        }
-    }
-    return std::chrono::duration_cast<milliseconds>(last - first);
+    return contents.picturesMs.empty()
+               ? milliseconds(0)
+               : milliseconds(contents.picturesMs.back() - contents.picturesMs.front());
 }
 
 /// One worker that shows the stream, with its sound device.
@@ -58,7 +54,7 @@ public:
             for (const auto& variable : sink_->environment()) {
                 options.environment.push_back(variable);
             }
-            sink_->startRecording();
+            recordAtOnce();
         }
         session_ = std::make_unique<Session>(options);
     }
@@ -95,6 +91,19 @@ public:
     }
 
 private:
+    /// Without this, a device that nobody has used yet has begun two seconds of silence when it is asked for
+    /// less at a time, and ends them first.
+    void recordAtOnce() {
+        const auto wakeUp = std::async(std::launch::async, [&] {
+            std::this_thread::sleep_for(50ms);
+            for (const char* isSuspended : {"1", "0"}) {
+                runCommand({"pactl", "suspend-sink", "test", isSuspended}, sink_->environment());
+            }
+        });
+        sink_->startRecording();
+        wakeUp.wait();
+    }
+
     /// The pictures' numbers go up by one; the next picture may be drawn already when the message of one is
     /// read. A new size begins anew.
     [[nodiscard]] std::size_t wrongPictures() const {
@@ -197,17 +206,17 @@ Contents contentsOf(const Made& made) {
     return contents;
 }
 
-PlayedBoth play(const Source& source, const Made& made) {
+PlayedBoth play(const Source& source, const Made& made, StrictSound strictSound) {
     const Contents contents = contentsOf(made);
     // What a worker needs beyond the stream's length to start and to show all of it.
-    constexpr milliseconds kReserve = 2s * kSlowness;
+    constexpr milliseconds kReserve = 1s * kSlowness;
     const milliseconds hold = lengthOf(contents) + kReserve;
     HttpServer server;
-    server.route("/standard.flv", fileHandler(made.flv, 0ms));
+    server.route("/standard.flv", fileHandler(made.flv));
     server.route("/strict.flv", fileHandler(made.flv, hold));
 
     const bool hasSound = source.sound != Sound::None;
-    Spectator strict(Reading::Strict, hasSound);
+    Spectator strict(Reading::Strict, hasSound && strictSound == StrictSound::On);
     Spectator standard(Reading::Standard, hasSound);
     strict.start(server.url("/strict.flv"), source.hasVideo);
     standard.start(server.url("/standard.flv"), source.hasVideo);
@@ -251,7 +260,7 @@ std::vector<WrittenTrack> compare(const Contents& sent, const std::vector<Probed
 
 Exporting exportStream(const Made& made, Reading reading, const std::filesystem::path& output) {
     HttpServer server;
-    server.route("/stream.flv", fileHandler(made.flv, 0ms));
+    server.route("/stream.flv", fileHandler(made.flv));
     Session::Options options;
     options.environment = {{"MEDIAWORKER_OPTIONS", optionsOf(reading)}};
     Recording recording(options);

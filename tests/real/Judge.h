@@ -52,7 +52,10 @@ struct PlayedBoth {
     Playing strict;
     Playing standard;
 };
-[[nodiscard]] PlayedBoth play(const Source& source, const Made& made);
+/// Whether the strict one has a sound device.
+enum class StrictSound { Off, On };
+[[nodiscard]] PlayedBoth play(const Source& source, const Made& made,
+                              StrictSound strictSound = StrictSound::Off);
 
 struct WrittenTrack {
     std::string codec;

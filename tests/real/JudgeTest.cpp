@@ -37,7 +37,7 @@ TEST_P(Judge, FindsACopyInStep) {
 }
 
 TEST_P(Judge, FindsLaterSoundOutOfStep) {
-    const auto tracks = copyWith({"-c", "copy", "-bsf:a", "setts=ts=TS+5/TB/1000"});
+    const auto tracks = copyWith({"-c", "copy", "-bsf:a", "setts=ts=TS+SR/100"});
     ASSERT_EQ(tracks.size(), 2U);
     EXPECT_TRUE(tracks[0].isInStep);
     EXPECT_FALSE(tracks[1].isInStep);
