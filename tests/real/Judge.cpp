@@ -240,7 +240,7 @@ std::vector<WrittenTrack> compare(const Contents& sent, const std::vector<Probed
     const auto difference = firstPts(trackOf(written, byVideo)) - firstPts(trackOf(sent.tracks, byVideo));
     std::vector<WrittenTrack> result;
     for (const ProbedTrack& track : written) {
-        WrittenTrack verdict{track.codec, track.isVideo, 0, track.packets.size(), false};
+        WrittenTrack verdict{track.codec, track.tag, track.isVideo, 0, track.packets.size()};
         if (const ProbedTrack* original = trackOf(sent.tracks, track.isVideo)) {
             std::span<const ProbedPacket> packets = original->packets;
             // Sound before the first picture that can be shown may be there or not.
@@ -249,9 +249,9 @@ std::vector<WrittenTrack> compare(const Contents& sent, const std::vector<Probed
                 packets = packets.subspan(1);
             }
             verdict.sent = packets.size();
-            verdict.isInStep = track.codec == original->codec
-                                   ? isInStep(packets, track.packets, difference)
-                                   : spansTheSame(packets, track.packets, difference);
+            verdict.isSameCodec = track.codec == original->codec;
+            verdict.isInStep = verdict.isSameCodec ? isInStep(packets, track.packets, difference)
+                                                   : spansTheSame(packets, track.packets, difference);
         }
         result.push_back(verdict);
     }
@@ -305,36 +305,48 @@ std::string heardComplaint(const Source& source, const Playing& playing) {
     return "the tone was heard for " + std::to_string(playing.heard.count()) + " ms";
 }
 
-std::string exportComplaint(const Source& source, const Exporting& exporting) {
+std::string trackComplaint(const Source& source, const WrittenTrack& track) {
     std::ostringstream text;
-    if (exporting.exitCode != (source.fitsMp4 && source.hasVideo ? 0 : 1)) {
-        text << "exit code " << exporting.exitCode.value_or(-1) << "; ";
+    const bool isConverted = !track.isVideo && source.sound == Sound::Converted;
+    if (track.isSameCodec == isConverted || (isConverted && track.codec != "aac")) {
+        text << "a track with the wrong codec, " << track.codec << "; ";
     }
-    if (!source.fitsMp4 || !source.hasVideo) {
-        return text.str();
+    if (track.codec == "hevc" && track.tag != "hvc1") {
+        text << "HEVC with the tag " << track.tag << ", which not every player takes; ";
+    }
+    if (!track.isInStep) {
+        text << track.codec << " is not in step (" << track.written << " of " << track.sent << " packets); ";
+    }
+    return text.str();
+}
+
+std::string exportComplaint(const Source& source, const Exporting& exporting) {
+    const bool canBeExported = source.fitsMp4 && source.hasVideo;
+    std::string text;
+    if (exporting.exitCode != (canBeExported ? 0 : 1)) {
+        text += "exit code " + std::to_string(exporting.exitCode.value_or(-1)) + "; ";
+    }
+    if (!canBeExported) {
+        return text;
     }
     if (exporting.track(true) == nullptr) {
-        text << "no video; ";
+        text += "no video; ";
     }
     const bool hasAudio = exporting.track(false) != nullptr;
     const bool mustHaveAudio = source.sound == Sound::Copied || source.sound == Sound::Converted;
-    const bool mayHaveAudio = mustHaveAudio || source.sound == Sound::HeardOnly;
     if (mustHaveAudio && !hasAudio) {
-        text << "no sound; ";
-    } else if (hasAudio && !mayHaveAudio) {
-        text << "sound that nobody can play; ";
+        text += "no sound; ";
+    } else if (hasAudio && source.sound == Sound::Unplayable) {
+        text += "sound that nobody can play; ";
     }
     for (const WrittenTrack& track : exporting.tracks) {
-        if (!track.isInStep) {
-            text << track.codec << " is not in step (" << track.written << " of " << track.sent
-                 << " packets); ";
-        }
+        text += trackComplaint(source, track);
     }
     if (!exporting.complaints.empty()) {
         constexpr std::size_t kEnough = 300;
-        text << "ffmpeg says: " << exporting.complaints.substr(0, kEnough);
+        text += "ffmpeg says: " + exporting.complaints.substr(0, kEnough);
     }
-    return text.str();
+    return text;
 }
 
 } // namespace mediaworker::test

@@ -59,9 +59,11 @@ enum class StrictSound { Off, On };
 
 struct WrittenTrack {
     std::string codec;
+    std::string tag; ///< what MP4 calls it
     bool isVideo = false;
     std::size_t sent = 0;
     std::size_t written = 0;
+    bool isSameCodec = false;
     bool isInStep = false; ///< packets and times are the stream's, up to what all tracks differ by
 };
 
@@ -86,6 +88,7 @@ struct Exporting {
 /// Seen, heard and exported as the source's row says; what is not, in words. Empty: all is well.
 [[nodiscard]] std::string seenComplaint(const Playing& playing);
 [[nodiscard]] std::string heardComplaint(const Source& source, const Playing& playing);
+[[nodiscard]] std::string trackComplaint(const Source& source, const WrittenTrack& track);
 [[nodiscard]] std::string exportComplaint(const Source& source, const Exporting& exporting);
 
 } // namespace mediaworker::test

@@ -25,11 +25,14 @@ struct Source {
     Sound sound = Sound::Copied;
     bool hasVideo = true;
     bool fitsMp4 = true;      ///< the video does
-    int strictExportExit = 0; ///< of an export with the strict reading, as it has ever been
+    int strictExportExit = 0; ///< of an export with the strict reading
 
     /// For GoogleTest.
     friend void PrintTo(const Source& source, std::ostream* out) { *out << source.name; }
 };
+
+/// That row, for a stream whose export with the strict reading has ever ended with code 1.
+[[nodiscard]] Source strictFails(Source source);
 
 /// Written by FFmpeg's muxer.
 [[nodiscard]] std::vector<Source> ffmpegSources();

@@ -140,16 +140,17 @@ std::vector<Source> alteredSources() {
         return altered(replaced(described(kFilmWidthPx, kFilmHeightPx, video, audio, 44100)));
     };
     return {
-        {"MetadataAsObject", "metadata as AMF0 Object", altered(asObject)},
-        {"MetadataSetDataFrame", "metadata behind `@setDataFrame`", altered(behindSetDataFrame)},
+        strictFails({"MetadataAsObject", "metadata as AMF0 Object", altered(asObject)}),
+        strictFails({"MetadataSetDataFrame", "metadata behind `@setDataFrame`", altered(behindSetDataFrame)}),
         {"MetadataWrongSize", "metadata with a wrong picture size",
          altered(replaced(described(640, 480, 7, 10, 44100)))},
         {"MetadataWrongCodecs", "metadata with wrong codecs: HEVC and MP3", codecs(12, 2)},
-        {"MetadataFourCc", "metadata with FourCC numbers", codecs(fourCc("avc1"), fourCc("mp4a"))},
-        {"MetadataNames", "metadata with codec names", codecs("avc1", "mp4a")},
-        {"MetadataShifted", "metadata with `audiocodecid` 175", codecs(7, 175)},
-        {"MetadataWithoutCodecs", "metadata without codecs and sizes",
-         altered(replaced({{"duration", 0}, {"server", "a live server"}}))},
+        strictFails(
+            {"MetadataFourCc", "metadata with FourCC numbers", codecs(fourCc("avc1"), fourCc("mp4a"))}),
+        strictFails({"MetadataNames", "metadata with codec names", codecs("avc1", "mp4a")}),
+        strictFails({"MetadataShifted", "metadata with `audiocodecid` 175", codecs(7, 175)}),
+        strictFails({"MetadataWithoutCodecs", "metadata without codecs and sizes",
+                     altered(replaced({{"duration", 0}, {"server", "a live server"}}))}),
         {"JoinedAtKeyFrame", "joined in the middle, at a key frame",
          altered(joinedAt(atKeyFrame, false), /*askOriginal*/ false)},
         {"JoinedMidway", "joined between two key frames",

@@ -75,7 +75,7 @@ constexpr int kOpusRate = 48000;
 constexpr EnhancedOptions kOldSound{.oldSound = true};
 
 Source ours(const char* name, const char* title, Film film, EnhancedOptions options = {}) {
-    return {name, title, enhanced(std::move(film), options)};
+    return strictFails({name, title, enhanced(std::move(film), options)});
 }
 
 } // namespace
@@ -83,23 +83,25 @@ Source ours(const char* name, const char* title, Film film, EnhancedOptions opti
 std::vector<Source> enhancedSources() {
     const Film hevcFilm{.pictures = hevc(), .sound = aac()};
     return {
-        {"FfmpegHevc", "FFmpeg from 6.1 on, HEVC", byFfmpeg({.pictures = hevc(nullptr), .sound = aac()})},
-        {"FfmpegAv1", "FFmpeg from 6.1 on, AV1", byFfmpeg({.pictures = av1(), .sound = aac()})},
-        {"FfmpegVp9", "FFmpeg from 6.1 on, VP9", byFfmpeg({.pictures = vp9(), .sound = aac()})},
-        ours("HevcAsTwelve", "HEVC as codec 12", hevcFilm, {.oldSound = true, .oldVideo = true}),
+        strictFails({"FfmpegHevc", "FFmpeg from 6.1 on, HEVC",
+                     byFfmpeg({.pictures = hevc(nullptr), .sound = aac()})}),
+        strictFails({"FfmpegAv1", "FFmpeg from 6.1 on, AV1", byFfmpeg({.pictures = av1(), .sound = aac()})}),
+        strictFails({"FfmpegVp9", "FFmpeg from 6.1 on, VP9", byFfmpeg({.pictures = vp9(), .sound = aac()})}),
+        {"HevcAsTwelve", "HEVC as codec 12", enhanced(hevcFilm, {.oldSound = true, .oldVideo = true})},
         ours("EnhancedHevc", "enhanced: `hvc1`", hevcFilm, kOldSound),
         ours("EnhancedAv1", "enhanced: `av01`", {.pictures = av1(), .sound = aac()}, kOldSound),
         ours("EnhancedVp9", "enhanced: `vp09`", {.pictures = vp9(), .sound = aac()}, kOldSound),
-        {"EnhancedVp8", "enhanced: `vp08`",
-         enhanced({.pictures = vp8(), .sound = aac()}, kOldSound, "film.mkv"), Sound::Copied,
-         /*hasVideo*/ true, /*fitsMp4*/ false},
+        strictFails({"EnhancedVp8", "enhanced: `vp08`",
+                     enhanced({.pictures = vp8(), .sound = aac()}, kOldSound, "film.mkv"), Sound::Copied,
+                     /*hasVideo*/ true, /*fitsMp4*/ false}),
         ours("EnhancedAvc", "enhanced: `avc1`, `mp4a`", {.pictures = h264(), .sound = aac()}),
         ours("EnhancedOpus", "enhanced: `hvc1`, `Opus`",
              {.pictures = hevc(), .sound = opus(), .sampleRate = kOpusRate}),
         ours("EnhancedMp3", "enhanced: `avc1`, `.mp3`",
              {.pictures = h264(), .sound = {"-c:a", "libmp3lame"}}),
-        {"EnhancedFlac", "enhanced: `avc1`, `fLaC`",
-         enhanced({.pictures = h264(), .sound = {"-c:a", "flac", "-strict", "-2"}}), Sound::HeardOnly},
+        strictFails({"EnhancedFlac", "enhanced: `avc1`, `fLaC`",
+                     enhanced({.pictures = h264(), .sound = {"-c:a", "flac", "-strict", "-2"}}),
+                     Sound::HeardOnly}),
         ours("EnhancedAc3", "enhanced: `avc1`, `ac-3`", {.pictures = h264(), .sound = {"-c:a", "ac3"}}),
         ours("EnhancedEac3", "enhanced: `avc1`, `ec-3`", {.pictures = h264(), .sound = {"-c:a", "eac3"}}),
         ours("EnhancedModEx", "enhanced: nanoseconds in ModEx", hevcFilm, {.modEx = true}),

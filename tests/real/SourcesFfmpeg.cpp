@@ -98,9 +98,9 @@ std::vector<Source> ffmpegSources() {
         {"Ffmpeg", "FFmpeg, H.264 without B-frames, AAC", flvOf({.pictures = h264(0), .sound = aac()})},
         {"FfmpegBFrames", "FFmpeg, B-frames", flvOf({.pictures = h264(), .sound = aac()})},
         {"FfmpegPiped", "FFmpeg, into a pipe", piped},
-        {"FfmpegKeyFrameIndex", "FFmpeg, `-flvflags add_keyframe_index`",
-         flvOf(withFlags("add_keyframe_index"))},
-        {"FfmpegNoMetadata", "FFmpeg, `-flvflags no_metadata`", flvOf(withFlags("no_metadata"))},
+        strictFails({"FfmpegKeyFrameIndex", "FFmpeg, `-flvflags add_keyframe_index`",
+                     flvOf(withFlags("add_keyframe_index"))}),
+        strictFails({"FfmpegNoMetadata", "FFmpeg, `-flvflags no_metadata`", flvOf(withFlags("no_metadata"))}),
         {"FfmpegMp3", "FFmpeg, MP3", flvOf({.pictures = h264(), .sound = {"-c:a", "libmp3lame"}})},
         {"FfmpegALaw", "FFmpeg, G.711 A-law", flvOf(g711("pcm_alaw")), Sound::Converted},
         {"FfmpegMuLaw", "FFmpeg, G.711 µ-law", flvOf(g711("pcm_mulaw")), Sound::Converted},
@@ -124,12 +124,17 @@ std::vector<Source> ffmpegSources() {
         {"FfmpegFrom30Minutes", "FFmpeg, time stamps from 30 minutes on",
          flvOf({.pictures = h264(), .sound = aac(), .output = {"-output_ts_offset", "1800"}})},
         {"FfmpegVideoOnly", "FFmpeg, without sound", flvOf({.pictures = h264()}), Sound::None},
-        {"FfmpegSoundOnly", "FFmpeg, without pictures", flvOf({.sound = aac()}), Sound::Copied,
-         /*hasVideo*/ false},
+        strictFails({"FfmpegSoundOnly", "FFmpeg, without pictures", flvOf({.sound = aac()}), Sound::Copied,
+                     /*hasVideo*/ false}),
         {"FfmpegSpeex", "FFmpeg, Speex",
          flvOf({.pictures = h264(), .sound = {"-c:a", "libspeex"}, .sampleRate = 16000, .channels = 1}),
          Sound::Unplayable},
     };
+}
+
+Source strictFails(Source source) {
+    source.strictExportExit = 1;
+    return source;
 }
 
 std::vector<Source> allSources() {

@@ -60,14 +60,16 @@ Workshop::Recipe treated(Words command) {
 std::vector<Source> otherSources() {
     return {
         {"GstreamerStreamable", "GStreamer, `flvmux streamable=true`", gstreamer(kAac)},
-        {"GstreamerFile", "GStreamer, `flvmux` into a file", gstreamer(kAac, {"streamable=false"})},
+        strictFails(
+            {"GstreamerFile", "GStreamer, `flvmux` into a file", gstreamer(kAac, {"streamable=false"})}),
         {"GstreamerBFrames", "GStreamer, B-frames", gstreamer(kAac, {"streamable=true"}, 2)},
         {"GstreamerMp3", "GStreamer, MP3", gstreamer({"lamemp3enc", 44100, 2, {"mpegaudioparse", "!"}})},
         {"GstreamerALaw", "GStreamer, G.711 A-law", gstreamer({"alawenc", 8000, 1}), Sound::Converted},
         {"GstreamerMuLaw", "GStreamer, G.711 µ-law", gstreamer({"mulawenc", 8000, 1}), Sound::Converted},
         {"GstreamerSpeex", "GStreamer, Speex", gstreamer({"speexenc", 16000, 1}), Sound::Unplayable},
-        {"Yamdi", "yamdi: a table of key frames", treated({"yamdi", "-i", "IN", "-o", "OUT"})},
-        {"Flvmeta", "flvmeta --update: a table of key frames", treated({"flvmeta", "--update", "IN", "OUT"})},
+        strictFails({"Yamdi", "yamdi: a table of key frames", treated({"yamdi", "-i", "IN", "-o", "OUT"})}),
+        strictFails({"Flvmeta", "flvmeta --update: a table of key frames",
+                     treated({"flvmeta", "--update", "IN", "OUT"})}),
     };
 }
 
