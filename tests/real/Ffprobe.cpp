@@ -72,11 +72,11 @@ std::vector<ProbedTrack> ffprobe(const std::filesystem::path& file) {
             byIndex.emplace(number(fields, "index"), track);
         }
     }
-    for (Fields& fields : show(file, "packet=stream_index,pts_time,dts_time,duration_time,flags", "packet")) {
+    for (Fields& fields : show(file, "packet=stream_index,pts_time,dts_time,size,flags", "packet")) {
         const auto track = byIndex.find(number(fields, "stream_index"));
         if (track != byIndex.end()) {
             track->second.packets.push_back({time(fields, "pts_time"), time(fields, "dts_time"),
-                                             time(fields, "duration_time"),
+                                             static_cast<std::size_t>(number(fields, "size")),
                                              fields["flags"].starts_with("K")});
         }
     }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
+#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -12,7 +12,7 @@ namespace mediaworker::test {
 struct ProbedPacket {
     std::chrono::microseconds pts{0};
     std::chrono::microseconds dts{0};
-    std::chrono::microseconds duration{0}; ///< 0 where it does not say
+    std::size_t bytes = 0;
     bool isKey = false;
 };
 

@@ -2,19 +2,14 @@
 
 #include "Mp4File.h"
 #include "Recording.h"
-#include "Session.h"
+#include "Spectator.h"
 
 #include "support/ChildProcess.h"
 #include "support/servers/HttpServer.h"
-#include "support/servers/PulseSink.h"
-#include "support/servers/Tone.h"
 
 #include <algorithm>
-#include <future>
-#include <memory>
 #include <span>
 #include <sstream>
-#include <thread>
 
 namespace mediaworker::test {
 namespace {
@@ -43,109 +38,20 @@ milliseconds lengthOf(const Contents& contents) {
                : milliseconds(contents.picturesMs.back() - contents.picturesMs.front());
 }
 
-/// One worker that shows the stream, with its sound device.
-class Spectator {
-public:
-    Spectator(Reading reading, bool hasSound) {
-        Session::Options options;
-        options.environment = {{"MEDIAWORKER_OPTIONS", optionsOf(reading)}};
-        if (hasSound) {
-            sink_ = std::make_unique<PulseSink>();
-            for (const auto& variable : sink_->environment()) {
-                options.environment.push_back(variable);
-            }
-            recordAtOnce();
-        }
-        session_ = std::make_unique<Session>(options);
-    }
-
-    /// The sound is wanted as soon as there is something to be seen, or nothing ever will.
-    void start(const std::string& url, bool hasVideo) {
-        parent::WorkerProcess& worker = session_->worker();
-        const auto wantSound = [this, &worker] {
-            if (sink_ && !isSoundWanted_) {
-                isSoundWanted_ = worker.setVolume(100);
-            }
-        };
-        QObject::connect(&worker, &parent::WorkerProcess::frame, wantSound);
-        if (!hasVideo) {
-            QObject::connect(&worker, &parent::WorkerProcess::connected, wantSound);
-        }
-        session_->start(url);
-    }
-
-    Playing end(const Contents& contents, milliseconds limit) {
-        Playing playing;
-        playing.exitCode = session_->waitForExit(limit);
-        playing.log = session_->logText();
-        playing.sent = contents.picturesMs.size();
-        playing.shown = session_->shown().size();
-        const auto stamps = session_->stamps();
-        playing.hasPresentationTimes = stamps.size() <= contents.picturesMs.size() &&
-                                       std::equal(stamps.begin(), stamps.end(), contents.picturesMs.begin());
-        playing.wrongPictures = wrongPictures();
-        if (sink_) {
-            playing.heard = toneIn(sink_->stopRecording());
-        }
-        return playing;
-    }
-
-private:
-    /// Without this, a device that nobody has used yet has begun two seconds of silence when it is asked for
-    /// less at a time, and ends them first.
-    void recordAtOnce() {
-        const auto wakeUp = std::async(std::launch::async, [&] {
-            std::this_thread::sleep_for(50ms);
-            for (const char* isSuspended : {"1", "0"}) {
-                runCommand({"pactl", "suspend-sink", "test", isSuspended}, sink_->environment());
-            }
-        });
-        sink_->startRecording();
-        wakeUp.wait();
-    }
-
-    /// The pictures' numbers go up by one; the next picture may be drawn already when the message of one is
-    /// read. A new size begins anew.
-    [[nodiscard]] std::size_t wrongPictures() const {
-        std::size_t wrong = 0;
-        const Shown* first = nullptr;
-        int index = 0;
-        for (const Shown& shown : session_->shown()) {
-            if (!shown.isWhole()) {
-                ++wrong;
-                continue;
-            }
-            if (first == nullptr || first->widthPx != shown.widthPx) {
-                first = &shown;
-                index = 0;
-            }
-            const int ahead = *shown.numbers.top - *first->numbers.top - index;
-            wrong += ahead < -1 || ahead > kMayBeAhead ? 1 : 0;
-            ++index;
-        }
-        return wrong;
-    }
-
-    static milliseconds toneIn(std::span<const std::int16_t> samples) {
-        constexpr milliseconds kPiece = 50ms;
-        constexpr double kAudible = 0.05;
-        constexpr std::size_t kPieceSamples = PulseSink::kRate * kPiece.count() / 1000;
-        milliseconds heard{0};
-        for (std::size_t at = 0; at + kPieceSamples <= samples.size(); at += kPieceSamples) {
-            if (toneLevel(samples.subspan(at, kPieceSamples), PulseSink::kRate, kFilmToneHz) > kAudible) {
-                heard += kPiece;
-            }
-        }
-        return heard;
-    }
-
-    /// A parent that is kept from its work reads late.
-    static constexpr int kMayBeAhead = 3;
-
-    std::unique_ptr<PulseSink> sink_;
-    std::unique_ptr<Session> session_;
-    bool isSoundWanted_ = false;
-};
+Playing judge(Spectator& spectator, const Contents& contents, milliseconds limit) {
+    Session& session = spectator.session();
+    Playing playing;
+    playing.exitCode = session.waitForExit(limit);
+    playing.log = session.logText();
+    playing.sent = contents.picturesMs.size();
+    playing.shown = session.shown().size();
+    const auto stamps = session.stamps();
+    playing.hasPresentationTimes = stamps.size() <= contents.picturesMs.size() &&
+                                   std::equal(stamps.begin(), stamps.end(), contents.picturesMs.begin());
+    playing.wrongPictures = spectator.wrongPictures();
+    playing.heard = spectator.heard();
+    return playing;
+}
 
 /// The packets of a track that can be in a file: pictures from the first key frame on, sound from wherever.
 std::vector<ProbedPacket> fromFirstKey(const ProbedTrack& track) {
@@ -169,7 +75,8 @@ bool isInStep(std::span<const ProbedPacket> sent, std::span<const ProbedPacket> 
     };
     return sent.size() == written.size() && std::equal(sent.begin(), sent.end(), written.begin(),
                                                        [&](const ProbedPacket& a, const ProbedPacket& b) {
-                                                           return agree(a.pts, b.pts) && agree(a.dts, b.dts);
+                                                           return agree(a.pts, b.pts) &&
+                                                                  agree(a.dts, b.dts) && a.bytes == b.bytes;
                                                        });
 }
 
@@ -183,10 +90,6 @@ bool spansTheSame(std::span<const ProbedPacket> sent, std::span<const ProbedPack
 }
 
 } // namespace
-
-const char* optionsOf(Reading reading) {
-    return reading == Reading::Strict ? "" : "flv=standard,sync=on";
-}
 
 Contents contentsOf(const Made& made) {
     Contents contents{ffprobe(made.reference), {}};
@@ -221,8 +124,8 @@ PlayedBoth play(const Source& source, const Made& made, StrictSound strictSound)
     strict.start(server.url("/strict.flv"), source.hasVideo);
     standard.start(server.url("/standard.flv"), source.hasVideo);
     PlayedBoth both;
-    both.standard = standard.end(contents, hold + 10s);
-    both.strict = strict.end(contents, hold + 10s);
+    both.standard = judge(standard, contents, hold + 10s);
+    both.strict = judge(strict, contents, hold + 10s);
     return both;
 }
 

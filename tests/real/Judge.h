@@ -2,6 +2,7 @@
 
 #include "Ffprobe.h"
 #include "Source.h"
+#include "Spectator.h"
 
 #include <chrono>
 #include <cstdint>
@@ -11,14 +12,6 @@
 #include <vector>
 
 namespace mediaworker::test {
-
-/// What a worker is asked for, by its environment.
-enum class Reading {
-    Strict,   ///< nothing: as parents of old start it
-    Standard, ///< the reading of what common programs write, with sound in step
-};
-
-[[nodiscard]] const char* optionsOf(Reading reading);
 
 /// What a stream holds, by ffprobe: the pictures from the first key frame on, since nobody can show the
 /// others.

@@ -53,6 +53,7 @@ struct Film {
     int heightPx = kFilmHeightPx;
     int sampleRate = 44100;
     int channels = 2;
+    int seconds = kFilmSeconds; ///< beyond the film's length it begins anew
     double picturesBeginAt = 0; ///< seconds
     double soundBeginsAt = 0;   ///< seconds
     Words output = {};          ///< arguments of the muxer

@@ -20,7 +20,7 @@ std::string toneSource(const Film& film) {
     for (int channel = 1; channel < film.channels; ++channel) {
         source += "|" + tone;
     }
-    return source + ":s=" + std::to_string(film.sampleRate) + ":d=" + std::to_string(kFilmSeconds) +
+    return source + ":s=" + std::to_string(film.sampleRate) + ":d=" + std::to_string(film.seconds) +
            (film.channels == 6 ? ":c=5.1" : "");
 }
 
