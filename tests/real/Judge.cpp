@@ -194,7 +194,7 @@ std::string seenComplaint(const Playing& playing) {
     if (!playing.hasPresentationTimes) {
         text << "other times than the presentation's; ";
     }
-    if (playing.wrongPictures > 0) {
+    if (playing.isInDisorder()) {
         text << playing.wrongPictures << " wrong pictures; ";
     }
     return text.str();

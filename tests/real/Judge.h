@@ -32,8 +32,9 @@ struct Playing {
     std::chrono::milliseconds heard{0};
     std::string log;
 
-    [[nodiscard]] bool isSeenWhole() const {
-        return shown == sent && hasPresentationTimes && wrongPictures == 0;
+    /// More pictures are wrong than a parent on a busy machine reads too late.
+    [[nodiscard]] bool isInDisorder() const {
+        return wrongPictures * 10 > shown * static_cast<std::size_t>(kSlowness);
     }
 };
 

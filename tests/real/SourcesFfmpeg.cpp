@@ -67,16 +67,20 @@ Words aac() {
 }
 
 Words filmArguments(const Film& film) {
+    // ffmpeg does not begin an input anew that it moves.
+    const auto later = [](double seconds) {
+        return seconds > 0 ? Words{"-itsoffset", text(seconds)} : Words{};
+    };
     Words words;
     if (!film.pictures.empty()) {
         words = joined(
-            {{"-itsoffset", text(film.picturesBeginAt), "-f", "rawvideo", "-pix_fmt", "yuv420p", "-s",
-              std::to_string(film.widthPx) + "x" + std::to_string(film.heightPx), "-r",
+            {later(film.picturesBeginAt),
+             {"-stream_loop", "-1", "-t", std::to_string(film.seconds), "-f", "rawvideo", "-pix_fmt",
+              "yuv420p", "-s", std::to_string(film.widthPx) + "x" + std::to_string(film.heightPx), "-r",
               std::to_string(kFilmFps), "-i", Workshop::pictures(film.widthPx, film.heightPx).string()}});
     }
     if (!film.sound.empty()) {
-        words =
-            joined({words, {"-itsoffset", text(film.soundBeginsAt), "-f", "lavfi", "-i", toneSource(film)}});
+        words = joined({words, later(film.soundBeginsAt), {"-f", "lavfi", "-i", toneSource(film)}});
     }
     return joined({words, film.pictures, film.sound, film.output});
 }

@@ -4,9 +4,11 @@
 #include "support/ChildProcess.h"
 #include "support/servers/Tone.h"
 
+#include <algorithm>
 #include <future>
 #include <span>
 #include <thread>
+#include <vector>
 
 namespace mediaworker::test {
 namespace {
@@ -61,26 +63,34 @@ void Spectator::start(const std::string& url, bool hasVideo) {
 }
 
 std::size_t Spectator::wrongPictures() const {
-    // The next picture may be drawn already when the message of one is read; a parent that is kept from its
-    // work reads late.
-    constexpr int kMayBeAhead = 3;
     std::size_t wrong = 0;
-    const Shown* first = nullptr;
-    int index = 0;
+    std::vector<int> ahead; // of the first picture of that size, and of what has been shown since
+    int widthPx = 0;
+    int first = 0;
+    const auto count = [&] {
+        const int least = ahead.empty() ? 0 : *std::min_element(ahead.begin(), ahead.end());
+        // The next picture may be drawn already when the message of one is read.
+        wrong += static_cast<std::size_t>(
+            std::count_if(ahead.begin(), ahead.end(), [&](int pictures) { return pictures > least + 1; }));
+        ahead.clear();
+    };
     for (const Shown& shown : session_->shown()) {
         if (!shown.isWhole()) {
             ++wrong;
             continue;
         }
-        if (first == nullptr || first->widthPx != shown.widthPx) {
-            first = &shown;
-            index = 0;
+        if (widthPx != shown.widthPx) {
+            count();
+            widthPx = shown.widthPx;
+            first = *shown.numbers.top;
         }
-        const int expected = *first->numbers.top + index;
-        const int ahead = (*shown.numbers.top - expected % kFilmPictures + kFilmPictures) % kFilmPictures;
-        wrong += ahead > kMayBeAhead && ahead != kFilmPictures - 1 ? 1 : 0;
-        ++index;
+        // The film begins anew at its end; what is far ahead is a little behind.
+        const int index = static_cast<int>(ahead.size());
+        const int difference = (*shown.numbers.top - first - index) % kFilmPictures;
+        const int positive = (difference + kFilmPictures) % kFilmPictures;
+        ahead.push_back(positive > kFilmPictures / 2 ? positive - kFilmPictures : positive);
     }
+    count();
     return wrong;
 }
 
