@@ -86,11 +86,11 @@ bool betweenKeyFrames(const FlvTag& tag) {
     return tag.isVideo() && !tag.isKeyFrame();
 }
 
-/// What somebody gets who joins after 1.2 s: metadata and configurations, then the tags from that one on.
+/// What somebody gets who joins after 0.8 s: metadata and configurations, then the tags from that one on.
 /// Their time goes on; the configurations' is that of `configurationsAtZero` or the joined tag's.
 Change joinedAt(bool (*isJoint)(const FlvTag&), bool configurationsAtZero) {
     return [=](std::vector<FlvTag>& tags) {
-        constexpr std::uint32_t kJoinMs = 1200;
+        constexpr std::uint32_t kJoinMs = 800;
         const auto first = std::find_if(tags.begin(), tags.end(), [&](const FlvTag& tag) {
             return tag.timestampMs >= kJoinMs && !tag.isConfiguration() && isJoint(tag);
         });
