@@ -1,6 +1,7 @@
 #include "Judge.h"
 
 #include "Mp4File.h"
+#include "Onset.h"
 #include "Recording.h"
 #include "Spectator.h"
 
@@ -161,7 +162,8 @@ std::vector<WrittenTrack> compare(const Contents& sent, const std::vector<Probed
     return result;
 }
 
-Exporting exportStream(const Made& made, Reading reading, const std::filesystem::path& output) {
+Exporting exportStream(const Source& source, const Made& made, Reading reading,
+                       const std::filesystem::path& output) {
     HttpServer server;
     server.route("/stream.flv", fileHandler(made.flv));
     Session::Options options;
@@ -175,6 +177,9 @@ Exporting exportStream(const Made& made, Reading reading, const std::filesystem:
         try {
             exporting.tracks = compare(contentsOf(made), ffprobe(output));
             exporting.complaints = complaintsAtAnyRate(output);
+            if (source.sound == Sound::Converted && exporting.track(/*isVideo*/ false) != nullptr) {
+                exporting.soundIsLate = toneBegin(output) - toneBegin(made.flv);
+            }
         } catch (const std::runtime_error& error) {
             exporting.complaints = error.what(); // no file that anybody can read
         }
@@ -244,6 +249,11 @@ std::string exportComplaint(const Source& source, const Exporting& exporting) {
     }
     for (const WrittenTrack& track : exporting.tracks) {
         text += trackComplaint(source, track);
+    }
+    // A tenth of a frame of AAC at 8 kHz, and far less than people notice.
+    constexpr auto kAudibleStep = 15ms;
+    if (exporting.soundIsLate && std::chrono::abs(*exporting.soundIsLate) > kAudibleStep) {
+        text += "the sound is late by " + std::to_string(exporting.soundIsLate->count()) + " us; ";
     }
     if (!exporting.complaints.empty()) {
         constexpr std::size_t kEnough = 300;

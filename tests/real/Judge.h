@@ -65,13 +65,16 @@ struct WrittenTrack {
 struct Exporting {
     std::optional<int> exitCode;
     std::vector<WrittenTrack> tracks;
+    /// How much later than in the stream the tone begins after the first picture, where sound was coded anew.
+    std::optional<std::chrono::microseconds> soundIsLate;
     std::string complaints; ///< ffmpeg's about the file when it decodes it
     std::string log;
 
     [[nodiscard]] const WrittenTrack* track(bool isVideo) const;
 };
 
-[[nodiscard]] Exporting exportStream(const Made& made, Reading reading, const std::filesystem::path& output);
+[[nodiscard]] Exporting exportStream(const Source& source, const Made& made, Reading reading,
+                                     const std::filesystem::path& output);
 
 /// Compares a file with the stream that it was made of.
 [[nodiscard]] std::vector<WrittenTrack> compare(const Contents& sent,

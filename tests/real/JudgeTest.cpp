@@ -1,4 +1,5 @@
 #include "Judge.h"
+#include "Onset.h"
 
 #include "support/ChildProcess.h"
 
@@ -13,12 +14,15 @@ namespace {
 /// like.
 class Judge : public testing::TestWithParam<const char*> {
 protected:
-    std::vector<WrittenTrack> copyWith(const Words& arguments) {
+    static Made get(const std::string& name) {
         const auto sources = allSources();
-        const auto source = std::find_if(sources.begin(), sources.end(), [&](const Source& candidate) {
-            return std::string(candidate.name) == GetParam();
-        });
-        const Made made = Workshop::get(source->name, source->recipe);
+        const auto source = std::find_if(sources.begin(), sources.end(),
+                                         [&](const Source& candidate) { return candidate.name == name; });
+        return Workshop::get(source->name, source->recipe);
+    }
+
+    std::vector<WrittenTrack> copyWith(const Words& arguments) {
+        const Made made = get(GetParam());
         const auto file = folder_ / "copy.mp4";
         Workshop::ffmpeg(joined({{"-i", made.reference.string()}, arguments, {file.string()}}));
         return compare(contentsOf(made), ffprobe(file));
@@ -58,6 +62,29 @@ TEST_P(Judge, FindsAMissingPacketOutOfStep) {
 INSTANTIATE_TEST_SUITE_P(Of, Judge,
                          testing::Values("FfmpegBFrames", "FfmpegLateSound", "FfmpegLatePictures",
                                          "FfmpegFrom30Minutes", "EnhancedHevc"),
+                         [](const auto& instance) { return std::string(instance.param); });
+
+class JudgeOfConvertedSound : public Judge {
+protected:
+    /// How much later the tone begins in a file that ffmpeg has made.
+    std::chrono::microseconds lateness(const Words& arguments) {
+        const Made made = get(GetParam());
+        const auto file = folder_ / "converted.mp4";
+        Workshop::ffmpeg(
+            joined({{"-i", made.flv.string(), "-c:v", "copy", "-c:a", "aac"}, arguments, {file.string()}}));
+        return toneBegin(file) - toneBegin(made.flv);
+    }
+};
+
+TEST_P(JudgeOfConvertedSound, FindsItInStep) {
+    EXPECT_LE(std::abs(lateness({}).count()), 10'000);
+}
+
+TEST_P(JudgeOfConvertedSound, FindsItLate) {
+    EXPECT_NEAR(static_cast<double>(lateness({"-af", "adelay=100"}).count()), 100'000, 10'000);
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, JudgeOfConvertedSound, testing::Values("FfmpegALaw", "FfmpegMuLaw"),
                          [](const auto& instance) { return std::string(instance.param); });
 
 } // namespace

@@ -25,6 +25,7 @@ struct Source {
     Sound sound = Sound::Copied;
     bool hasVideo = true;
     bool fitsMp4 = true;      ///< the video does
+    bool strictToo = false;   ///< the strict reading makes the same of it
     int strictExportExit = 0; ///< of an export with the strict reading
 
     /// For GoogleTest.
@@ -56,6 +57,7 @@ struct Film {
     int seconds = kFilmSeconds; ///< beyond the film's length it begins anew
     double picturesBeginAt = 0; ///< seconds
     double soundBeginsAt = 0;   ///< seconds
+    double toneBeginsAt = 0;    ///< seconds after the sound
     Words output = {};          ///< arguments of the muxer
 };
 

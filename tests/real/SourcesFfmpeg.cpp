@@ -15,7 +15,8 @@ std::string text(double value) {
 
 /// A steady tone of the film's length at half of full scale, the same on all channels.
 std::string toneSource(const Film& film) {
-    const std::string tone = "0.5*sin(2*PI*" + text(kFilmToneHz) + "*t)";
+    const std::string tone =
+        "0.5*sin(2*PI*" + text(kFilmToneHz) + "*t)*gte(t\\," + text(film.toneBeginsAt) + ")";
     std::string source = "aevalsrc=" + tone;
     for (int channel = 1; channel < film.channels; ++channel) {
         source += "|" + tone;
@@ -35,7 +36,11 @@ Made piped(Workshop& workshop) {
 }
 
 Film g711(const char* encoder) {
-    return {.pictures = h264(), .sound = {"-c:a", encoder}, .sampleRate = 8000, .channels = 1};
+    return {.pictures = h264(),
+            .sound = {"-c:a", encoder},
+            .sampleRate = 8000,
+            .channels = 1,
+            .toneBeginsAt = 0.5};
 }
 
 Film withFlags(const char* flags) {

@@ -63,8 +63,8 @@ int printRow(const std::string& name) {
         const Made made = Workshop::get(source->name, source->recipe);
         const PlayedBoth played = play(*source, made, StrictSound::On);
         const TemporaryFolder folder;
-        const Exporting strict = exportStream(made, Reading::Strict, folder / "strict.mp4");
-        const Exporting standard = exportStream(made, Reading::Standard, folder / "standard.mp4");
+        const Exporting strict = exportStream(*source, made, Reading::Strict, folder / "strict.mp4");
+        const Exporting standard = exportStream(*source, made, Reading::Standard, folder / "standard.mp4");
         std::cout << seen(*source, played.strict) << " | " << heard(*source, played.strict) << " | "
                   << exported(strict) << " | " << seen(*source, played.standard) << " | "
                   << heard(*source, played.standard) << " | " << exported(standard) << " |\n";
