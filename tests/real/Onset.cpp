@@ -30,8 +30,11 @@ std::vector<std::int16_t> decodedSound(const std::filesystem::path& file) {
 /// Of what a decoder gives first: what an encoder needed before its begin is not played.
 microseconds firstSampleAt(const std::filesystem::path& file) {
     const std::string text =
-        Workshop::run({"ffprobe", "-v", "error", "-select_streams", "a:0", "-read_intervals", "%+#1",
-                       "-show_entries", "frame=pts_time", "-of", "default=nw=1:nk=1", file.string()});
+        Workshop::run({"ffprobe", "-v", "error", "-select_streams", "a:0", "-show_entries", "frame=pts_time",
+                       "-of", "default=nw=1:nk=1", file.string()});
+    if (text.empty()) {
+        throw std::runtime_error(file.string() + " has no sound");
+    }
     return microseconds(std::llround(std::stod(text) * 1e6));
 }
 
