@@ -202,7 +202,7 @@ std::string seenComplaint(const Playing& playing) {
     if (!playing.hasPresentationTimes) {
         text << "other times than the presentation's; ";
     }
-    if (playing.isInDisorder()) {
+    if (playing.wrongPictures > 0) {
         text << playing.wrongPictures << " wrong pictures; ";
     }
     return text.str();

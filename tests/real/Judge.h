@@ -28,14 +28,9 @@ struct Playing {
     std::size_t sent = 0;
     std::size_t shown = 0;
     bool hasPresentationTimes = false; ///< the pictures that were shown came with theirs
-    std::size_t wrongPictures = 0;     ///< drawn, but another one's time
+    std::size_t wrongPictures = 0;     ///< torn, or in the wrong order
     std::chrono::milliseconds heard{0};
     std::string log;
-
-    /// More pictures are wrong than a parent on a busy machine reads too late.
-    [[nodiscard]] bool isInDisorder() const {
-        return wrongPictures * 10 > shown * static_cast<std::size_t>(kSlowness);
-    }
 };
 
 /// Shows a stream with both readings at the same time, with sound into devices of their own.

@@ -4,11 +4,9 @@
 #include "support/ChildProcess.h"
 #include "support/servers/Tone.h"
 
-#include <algorithm>
 #include <future>
 #include <span>
 #include <thread>
-#include <vector>
 
 namespace mediaworker::test {
 namespace {
@@ -64,33 +62,19 @@ void Spectator::start(const std::string& url, bool hasVideo) {
 
 std::size_t Spectator::wrongPictures() const {
     std::size_t wrong = 0;
-    std::vector<int> ahead; // of the first picture of that size, and of what has been shown since
-    int widthPx = 0;
-    int first = 0;
-    const auto count = [&] {
-        const int least = ahead.empty() ? 0 : *std::min_element(ahead.begin(), ahead.end());
-        // The next picture may be drawn already when the message of one is read.
-        wrong += static_cast<std::size_t>(
-            std::count_if(ahead.begin(), ahead.end(), [&](int pictures) { return pictures > least + 1; }));
-        ahead.clear();
-    };
+    const Shown* before = nullptr;
     for (const Shown& shown : session_->shown()) {
         if (!shown.isWhole()) {
             ++wrong;
             continue;
         }
-        if (widthPx != shown.widthPx) {
-            count();
-            widthPx = shown.widthPx;
-            first = *shown.numbers.top;
+        if (before != nullptr && before->widthPx == shown.widthPx) {
+            // The film begins anew at its end.
+            const int step = (*shown.numbers.top - *before->numbers.top + kFilmPictures) % kFilmPictures;
+            wrong += step > kFilmPictures / 2 ? 1 : 0;
         }
-        // The film begins anew at its end; what is far ahead is a little behind.
-        const int index = static_cast<int>(ahead.size());
-        const int difference = (*shown.numbers.top - first - index) % kFilmPictures;
-        const int positive = (difference + kFilmPictures) % kFilmPictures;
-        ahead.push_back(positive > kFilmPictures / 2 ? positive - kFilmPictures : positive);
+        before = &shown;
     }
-    count();
     return wrong;
 }
 

@@ -29,8 +29,8 @@ public:
 
     [[nodiscard]] Session& session() { return *session_; }
 
-    /// Pictures that do not go with their time: their numbers go up by one. A new size begins anew. A parent
-    /// that is kept from its work reads a few too late.
+    /// Pictures that are torn, or older than the one before. When a message is read, the next picture may be
+    /// there already, or on a busy machine a later one; never an older one.
     [[nodiscard]] std::size_t wrongPictures() const;
     /// For how long the film's tone has come out so far. Ends the recording; without a device there is none.
     [[nodiscard]] std::chrono::milliseconds heard();

@@ -42,7 +42,7 @@ TEST_P(Stream, IsSeenWholeAndHeard) {
     EXPECT_EQ(played.standard.log.find("\nsound unavailable: ") != std::string::npos,
               source.sound == Sound::Unplayable)
         << log;
-    EXPECT_EQ(played.strict.log.find("unavailable"), std::string::npos) << endOf(played.strict.log);
+    EXPECT_EQ(played.strict.log.find("sound unavailable"), std::string::npos) << endOf(played.strict.log);
     if (source.strictToo) {
         EXPECT_EQ(seenComplaint(played.strict), "") << endOf(played.strict.log);
         EXPECT_EQ(heardComplaint(source, played.strict), "") << endOf(played.strict.log);

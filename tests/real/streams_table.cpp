@@ -29,7 +29,7 @@ std::string seen(const Source& source, const Playing& playing) {
     if (!playing.hasPresentationTimes) {
         text += ", wrong times";
     }
-    if (playing.isInDisorder()) {
+    if (playing.wrongPictures > 0) {
         text += ", wrong pictures";
     }
     return text;
