@@ -202,8 +202,8 @@ std::string seenComplaint(const Playing& playing) {
     if (!playing.hasPresentationTimes) {
         text << "other times than the presentation's; ";
     }
-    if (playing.wrongPictures > 0) {
-        text << playing.wrongPictures << " wrong pictures; ";
+    for (const std::string& picture : playing.wrongPictures) {
+        text << picture << "; ";
     }
     return text.str();
 }

@@ -27,8 +27,8 @@ struct Playing {
     std::optional<int> exitCode; ///< none: it was still running long after the stream's end
     std::size_t sent = 0;
     std::size_t shown = 0;
-    bool hasPresentationTimes = false; ///< the pictures that were shown came with theirs
-    std::size_t wrongPictures = 0;     ///< torn, or in the wrong order
+    bool hasPresentationTimes = false;      ///< the pictures that were shown came with theirs
+    std::vector<std::string> wrongPictures; ///< torn, or in the wrong order
     std::chrono::milliseconds heard{0};
     std::string log;
 };

@@ -5,6 +5,7 @@
 #include "support/servers/Tone.h"
 
 #include <future>
+#include <optional>
 #include <span>
 #include <thread>
 
@@ -60,18 +61,23 @@ void Spectator::start(const std::string& url, bool hasVideo) {
     session_->start(url);
 }
 
-std::size_t Spectator::wrongPictures() const {
-    std::size_t wrong = 0;
+std::vector<std::string> Spectator::wrongPictures() const {
+    const auto number = [](const std::optional<int>& read) { return read ? std::to_string(*read) : "none"; };
+    std::vector<std::string> wrong;
     const Shown* before = nullptr;
     for (const Shown& shown : session_->shown()) {
+        const std::string what =
+            "at " + std::to_string(shown.ptsMs) + " ms picture " + number(shown.numbers.top);
         if (!shown.isWhole()) {
-            ++wrong;
+            wrong.push_back(what + ", at its bottom " + number(shown.numbers.bottom));
             continue;
         }
         if (before != nullptr && before->widthPx == shown.widthPx) {
             // The film begins anew at its end.
             const int step = (*shown.numbers.top - *before->numbers.top + kFilmPictures) % kFilmPictures;
-            wrong += step > kFilmPictures / 2 ? 1 : 0;
+            if (step > kFilmPictures / 2) {
+                wrong.push_back(what + " after " + number(before->numbers.top));
+            }
         }
         before = &shown;
     }

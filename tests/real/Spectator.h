@@ -4,9 +4,9 @@
 #include "support/servers/PulseSink.h"
 
 #include <chrono>
-#include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace mediaworker::test {
 
@@ -29,9 +29,9 @@ public:
 
     [[nodiscard]] Session& session() { return *session_; }
 
-    /// Pictures that are torn, or older than the one before. When a message is read, the next picture may be
-    /// there already, or on a busy machine a later one; never an older one.
-    [[nodiscard]] std::size_t wrongPictures() const;
+    /// In words: pictures that are torn, or older than the one before. When a message is read, the next
+    /// picture may be there already, or on a busy machine a later one; never an older one.
+    [[nodiscard]] std::vector<std::string> wrongPictures() const;
     /// For how long the film's tone has come out so far. Ends the recording; without a device there is none.
     [[nodiscard]] std::chrono::milliseconds heard();
 

@@ -29,7 +29,7 @@ std::string seen(const Source& source, const Playing& playing) {
     if (!playing.hasPresentationTimes) {
         text += ", wrong times";
     }
-    if (playing.wrongPictures > 0) {
+    if (!playing.wrongPictures.empty()) {
         text += ", wrong pictures";
     }
     return text;
