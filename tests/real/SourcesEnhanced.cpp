@@ -53,7 +53,7 @@ Words hevc(const char* tag = "hvc1") {
 
 Words av1() {
     return {"-c:v",     "libaom-av1", "-cpu-used", "8",  "-usage", "realtime", "-row-mt",  "1",
-            "-threads", "2",          "-g",        "25", "-b:v",   "300k",     "-pix_fmt", "yuv420p"};
+            "-threads", "2",          "-g",        "25", "-b:v",   "900k",     "-pix_fmt", "yuv420p"};
 }
 
 Words vp9() {

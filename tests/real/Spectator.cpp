@@ -65,11 +65,16 @@ std::vector<std::string> Spectator::wrongPictures() const {
     const auto number = [](const std::optional<int>& read) { return read ? std::to_string(*read) : "none"; };
     std::vector<std::string> wrong;
     const Shown* before = nullptr;
-    for (const Shown& shown : session_->shown()) {
+    const auto& all = session_->shown();
+    for (auto next = all.begin(); next != all.end();) {
+        const Shown& shown = *next++;
         const std::string what =
             "at " + std::to_string(shown.ptsMs) + " ms picture " + number(shown.numbers.top);
         if (!shown.isWhole()) {
-            wrong.push_back(what + ", at its bottom " + number(shown.numbers.bottom));
+            // Of a new size there is no picture yet when the last message of the old one is read.
+            if (next == all.end() || before == nullptr || next->widthPx == before->widthPx) {
+                wrong.push_back(what + ", at its bottom " + number(shown.numbers.bottom));
+            }
             continue;
         }
         if (before != nullptr && before->widthPx == shown.widthPx) {
