@@ -116,7 +116,7 @@ Contents contentsOf(const Made& made) {
 PlayedBoth play(const Source& source, const Made& made, StrictSound strictSound) {
     const Contents contents = contentsOf(made);
     // What a worker needs beyond the stream's length to start and to show all of it.
-    constexpr milliseconds kReserve = 1s * kSlowness;
+    constexpr milliseconds kReserve = 1s;
     const milliseconds hold = lengthOf(contents) + kReserve;
     HttpServer server;
     server.route("/standard.flv", fileHandler(made.flv));
@@ -128,8 +128,8 @@ PlayedBoth play(const Source& source, const Made& made, StrictSound strictSound)
     strict.start(server.url("/strict.flv"), source.hasVideo);
     standard.start(server.url("/standard.flv"), source.hasVideo);
     PlayedBoth both;
-    both.standard = judge(standard, contents, hold + 10s);
-    both.strict = judge(strict, contents, hold + 10s);
+    both.standard = judge(standard, contents, hold + 10s * kSlowness);
+    both.strict = judge(strict, contents, hold + 10s * kSlowness);
     return both;
 }
 
