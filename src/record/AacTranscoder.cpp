@@ -11,6 +11,7 @@ extern "C" {
 #include <libavutil/channel_layout.h>
 #include <libavutil/frame.h>
 #include <libavutil/mathematics.h>
+#include <libavutil/opt.h>
 #include <libavutil/samplefmt.h>
 #include <libswresample/swresample.h>
 }
@@ -93,6 +94,8 @@ void AacTranscoder::openEncoder(int sourceRate) {
     encoder_->bit_rate = std::min(kMostBitsPerSecond, encoder_->sample_rate * kBitsPerSample);
     encoder_->time_base = {1, encoder_->sample_rate};
     encoder_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER; // MP4 keeps the configuration apart
+    // The other coders search longer for bits to save than all the rest of a recording takes.
+    static_cast<void>(av_opt_set(encoder_->priv_data, "aac_coder", "fast", 0));
     require(lib.avcodec_open2(encoder_.get(), codec, nullptr), "the encoder does not open");
 }
 
@@ -142,11 +145,10 @@ void AacTranscoder::place(std::int64_t position, const Sink& sink) {
     if (gap <= av_rescale_q(kToleranceMs, kMilliseconds, encoder_->time_base)) {
         return;
     }
-    // Two frames: a decoder gives the end of one only with the next.
-    const std::int64_t silence = 2 * encoder_->frame_size - bufferedSamples();
-    appendSilence(static_cast<int>(std::min(gap, silence)));
+    const std::int64_t missing = encoder_->frame_size - bufferedSamples();
+    appendSilence(static_cast<int>(std::min(gap, missing)));
     encodeFullFrames(sink);
-    if (gap > silence) {
+    if (gap > missing) {
         position_ = position;
     }
 }
