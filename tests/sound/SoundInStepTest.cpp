@@ -185,72 +185,50 @@ struct Result {
     }
 };
 
+ko_player::AudioParams soundParams() {
+    ko_player::AudioParams params;
+    params.format = AV_SAMPLE_FMT_S16;
+    params.sampleRate = kRate;
+    params.channels = 1;
+    params.channelLayout = AV_CH_LAYOUT_MONO;
+    return params;
+}
+
+class Handler final : public ko_player::AudioHandler {
+public:
+    explicit Handler(AudioSink& sink) : sink_(sink) {}
+    bool onAudioParams(const ko_player::AudioParams&, ko_player::AudioParams&) override { return true; }
+    void onAudioData(const std::uint8_t* data, int size) override { sink_.write(data, size); }
+    std::optional<ko_player::SoundLevel> soundLevel() override { return sink_.level(); }
+    void onAudioPause(bool paused) override { sink_.setPaused(paused); }
+
+private:
+    AudioSink& sink_;
+};
+
 class SoundInStep : public testing::Test {
 protected:
     Result play(
         const World& world, const std::function<void(double ms)>& events = [](double) {}) {
-        auto frames = std::make_shared<ko_player::FrameQueue>(1000);
-        auto record = std::make_shared<ko_player::ShownRecord>();
-        auto state = std::make_shared<ko_player::PlayerState>(pause, record);
-        ko_player::AudioParams out;
-        out.format = AV_SAMPLE_FMT_S16;
-        out.sampleRate = kRate;
-        out.channels = 1;
-        out.channelLayout = AV_CH_LAYOUT_MONO;
-        ko_player::AudioSwr converter(out);
-        Card* card = nullptr;
-        Result result;
         AudioSink played([](const std::function<void()>& function) { function(); },
                          [&](const PcmFormat&) {
                              return std::make_unique<Card>(card, result.timesDry, world.speed, world.blockMs);
                          },
                          clock, world.bufferMs);
-        ko_player::AudioParams sinkOut;
-        played.setParams(out, sinkOut);
+        ko_player::AudioParams ofDevice;
+        played.setParams(soundParams(), ofDevice);
         played.start();
         sink = &played;
-
-        struct Handler final : ko_player::AudioHandler {
-            explicit Handler(AudioSink& target) : sink(target) {}
-            bool onAudioParams(const ko_player::AudioParams&, ko_player::AudioParams&) override {
-                return true;
-            }
-            void onAudioData(const std::uint8_t* data, int size) override { sink.write(data, size); }
-            std::optional<ko_player::SoundLevel> soundLevel() override { return sink.level(); }
-            void onAudioPause(bool paused) override { sink.setPaused(paused); }
-            AudioSink& sink;
-        };
-
-        double nextSoundMs = world.soundFromMs;
-        double nextPictureMs = 0;
+        nextSoundMs = world.soundFromMs;
         clock.world = [&](double ms) {
             events(ms);
-            if (card != nullptr) {
-                card->pass();
-            }
-            for (; nextSoundMs <= ms + world.aheadMs; nextSoundMs += kSoundMs) {
-                if (ms >= world.minutes * 60'000) {
-                    frames->abort();
-                    break;
-                }
-                frames->push(soundFrame(nextSoundMs));
-            }
-            if (ms >= nextPictureMs && ms < world.picturesStopAtMs) {
-                record->publish(
-                    {static_cast<std::int64_t>(nextPictureMs), SimulatedClock::at(nextPictureMs)});
-                nextPictureMs += kPictureMs;
-            }
-            // The resampler rings where the code begins again.
-            const bool isClear = std::abs(std::remainder(ms, kCodeMs)) > 100;
-            const int code = card != nullptr ? card->sample() : -1;
-            result.lastHeardMs = code >= 0 ? ms : result.lastHeardMs;
-            if (code > 0 && isClear && static_cast<int>(ms) % 10 == 0 && ms < world.minutes * 60'000) {
-                result.late.emplace_back(ms, std::remainder(ms - code / 8.0, kCodeMs));
-            }
+            pass(world, ms);
+            listen(world, ms);
         };
+        ko_player::AudioSwr converter(soundParams());
         ko_player::SyncedSound sound({.frames = frames,
                                       .handler = std::make_shared<Handler>(played),
-                                      .state = state,
+                                      .state = std::make_shared<ko_player::PlayerState>(pause, record),
                                       .convert =
                                           [&](const AVFrame& frame) {
                                               const auto [size, bytes] = converter.convert(frame);
@@ -258,16 +236,51 @@ protected:
                                                                static_cast<std::size_t>(std::max(size, 0)));
                                           },
                                       .setSpeedUp = [&](int ppm) { converter.setSpeedUp(ppm); }},
-                                     out, clock);
+                                     soundParams(), clock);
         sound.play();
         sink = nullptr;
         return result;
     }
 
-    mediaworker::test::LogCapture log; ///< keeps the sink's lines off the screen
     SimulatedClock clock;
     AudioSink* sink = nullptr; ///< while it plays
-    std::shared_ptr<ko_player::details::PauseCtrl> pause = std::make_shared<ko_player::details::PauseCtrl>();
+
+private:
+    void pass(const World& world, double ms) {
+        if (card != nullptr) {
+            card->pass();
+        }
+        for (; nextSoundMs <= ms + world.aheadMs; nextSoundMs += kSoundMs) {
+            if (ms >= world.minutes * 60'000) {
+                frames->abort();
+                break;
+            }
+            frames->push(soundFrame(nextSoundMs));
+        }
+        if (ms >= nextPictureMs && ms < world.picturesStopAtMs) {
+            record->publish({static_cast<std::int64_t>(nextPictureMs), SimulatedClock::at(nextPictureMs)});
+            nextPictureMs += kPictureMs;
+        }
+    }
+    void listen(const World& world, double ms) {
+        // The resampler rings where the code begins again.
+        const bool isClear = std::abs(std::remainder(ms, kCodeMs)) > 100;
+        const int code = card != nullptr ? card->sample() : -1;
+        result.lastHeardMs = code >= 0 ? ms : result.lastHeardMs;
+        if (code > 0 && isClear && static_cast<int>(ms) % 10 == 0 && ms < world.minutes * 60'000) {
+            result.late.emplace_back(ms, std::remainder(ms - code / 8.0, kCodeMs));
+        }
+    }
+
+    mediaworker::test::LogCapture log_; ///< keeps the sink's lines off the screen
+    Card* card = nullptr;               ///< while there is a device
+    Result result;
+    double nextSoundMs = 0;
+    double nextPictureMs = 0;
+    const std::shared_ptr<ko_player::FrameQueue> frames = std::make_shared<ko_player::FrameQueue>(1000);
+    const std::shared_ptr<ko_player::ShownRecord> record = std::make_shared<ko_player::ShownRecord>();
+    const std::shared_ptr<ko_player::details::PauseCtrl> pause =
+        std::make_shared<ko_player::details::PauseCtrl>();
 };
 
 TEST_F(SoundInStep, BeginsInStep) {
