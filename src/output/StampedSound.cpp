@@ -160,7 +160,8 @@ void StampedSound::blendIn(std::span<const std::uint8_t> before) {
         std::int16_t to = 0;
         std::memcpy(&from, before.data() + i * sizeof(from), sizeof(from));
         std::memcpy(&to, bytes_.data() + i * sizeof(to), sizeof(to));
-        const double share = static_cast<double>(i / channels + 1) / static_cast<double>(frames + 1);
+        const std::size_t frame = i / channels;
+        const double share = static_cast<double>(frame + 1) / static_cast<double>(frames + 1);
         to = static_cast<std::int16_t>(std::lround(from + (to - from) * share));
         std::memcpy(bytes_.data() + i * sizeof(to), &to, sizeof(to));
     }

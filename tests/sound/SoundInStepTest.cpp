@@ -212,23 +212,24 @@ protected:
         const World& world, const std::function<void(double ms)>& events = [](double) {}) {
         AudioSink played([](const std::function<void()>& function) { function(); },
                          [&](const PcmFormat&) {
-                             return std::make_unique<Card>(card, result.timesDry, world.speed, world.blockMs);
+                             return std::make_unique<Card>(card_, result_.timesDry, world.speed,
+                                                           world.blockMs);
                          },
                          clock, world.bufferMs);
         ko_player::AudioParams ofDevice;
         played.setParams(soundParams(), ofDevice);
         played.start();
         sink = &played;
-        nextSoundMs = world.soundFromMs;
+        nextSoundMs_ = world.soundFromMs;
         clock.world = [&](double ms) {
             events(ms);
             pass(world, ms);
             listen(world, ms);
         };
         ko_player::AudioSwr converter(soundParams());
-        ko_player::SyncedSound sound({.frames = frames,
+        ko_player::SyncedSound sound({.frames = frames_,
                                       .handler = std::make_shared<Handler>(played),
-                                      .state = std::make_shared<ko_player::PlayerState>(pause, record),
+                                      .state = std::make_shared<ko_player::PlayerState>(pause_, record_),
                                       .convert =
                                           [&](const AVFrame& frame) {
                                               const auto [size, bytes] = converter.convert(frame);
@@ -239,7 +240,7 @@ protected:
                                      soundParams(), clock);
         sound.play();
         sink = nullptr;
-        return result;
+        return result_;
     }
 
     SimulatedClock clock;
@@ -247,39 +248,39 @@ protected:
 
 private:
     void pass(const World& world, double ms) {
-        if (card != nullptr) {
-            card->pass();
+        if (card_ != nullptr) {
+            card_->pass();
         }
-        for (; nextSoundMs <= ms + world.aheadMs; nextSoundMs += kSoundMs) {
+        for (; nextSoundMs_ <= ms + world.aheadMs; nextSoundMs_ += kSoundMs) {
             if (ms >= world.minutes * 60'000) {
-                frames->abort();
+                frames_->abort();
                 break;
             }
-            frames->push(soundFrame(nextSoundMs));
+            frames_->push(soundFrame(nextSoundMs_));
         }
-        if (ms >= nextPictureMs && ms < world.picturesStopAtMs) {
-            record->publish({static_cast<std::int64_t>(nextPictureMs), SimulatedClock::at(nextPictureMs)});
-            nextPictureMs += kPictureMs;
+        if (ms >= nextPictureMs_ && ms < world.picturesStopAtMs) {
+            record_->publish({static_cast<std::int64_t>(nextPictureMs_), SimulatedClock::at(nextPictureMs_)});
+            nextPictureMs_ += kPictureMs;
         }
     }
     void listen(const World& world, double ms) {
         // The resampler rings where the code begins again.
         const bool isClear = std::abs(std::remainder(ms, kCodeMs)) > 100;
-        const int code = card != nullptr ? card->sample() : -1;
-        result.lastHeardMs = code >= 0 ? ms : result.lastHeardMs;
+        const int code = card_ != nullptr ? card_->sample() : -1;
+        result_.lastHeardMs = code >= 0 ? ms : result_.lastHeardMs;
         if (code > 0 && isClear && static_cast<int>(ms) % 10 == 0 && ms < world.minutes * 60'000) {
-            result.late.emplace_back(ms, std::remainder(ms - code / 8.0, kCodeMs));
+            result_.late.emplace_back(ms, std::remainder(ms - code / 8.0, kCodeMs));
         }
     }
 
     mediaworker::test::LogCapture log_; ///< keeps the sink's lines off the screen
-    Card* card = nullptr;               ///< while there is a device
-    Result result;
-    double nextSoundMs = 0;
-    double nextPictureMs = 0;
-    const std::shared_ptr<ko_player::FrameQueue> frames = std::make_shared<ko_player::FrameQueue>(1000);
-    const std::shared_ptr<ko_player::ShownRecord> record = std::make_shared<ko_player::ShownRecord>();
-    const std::shared_ptr<ko_player::details::PauseCtrl> pause =
+    Card* card_ = nullptr;              ///< while there is a device
+    Result result_;
+    double nextSoundMs_ = 0;
+    double nextPictureMs_ = 0;
+    const std::shared_ptr<ko_player::FrameQueue> frames_ = std::make_shared<ko_player::FrameQueue>(1000);
+    const std::shared_ptr<ko_player::ShownRecord> record_ = std::make_shared<ko_player::ShownRecord>();
+    const std::shared_ptr<ko_player::details::PauseCtrl> pause_ =
         std::make_shared<ko_player::details::PauseCtrl>();
 };
 
