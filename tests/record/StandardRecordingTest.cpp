@@ -18,7 +18,6 @@ namespace {
 
 using ko_player::FileRecorder;
 using ko_player::FlvReading;
-using testing::HasSubstr;
 
 /// In FLV of common programs. Times as ffprobe tells them are exact to a microsecond.
 constexpr double kHalfAMillisecond = 0.502;
@@ -442,6 +441,9 @@ TEST_F(StandardRecording, GoesOnWhereTheClockStartsAnew) {
     expectPictures(2 * clip.video.size());
 }
 
+constexpr const char* kDecodeOneSecond =
+    R"(ffmpeg -nostdin -v error -ss "$2" -i "$1" -map 0:v -t 1 -f null - 2>&1 || echo failed)";
+
 class StandardConfigurations : public StandardRecording, public testing::WithParamInterface<VideoCodec> {};
 
 TEST_P(StandardConfigurations, MayChangeAndChangeBack) {
@@ -455,12 +457,7 @@ TEST_P(StandardConfigurations, MayChangeAndChangeBack) {
     EXPECT_EQ(told("v", "width,height"), "320,180\n");
     // A player that begins behind a change finds the configuration there.
     for (const char* const seconds : {"2.5", "3.5", "5"}) {
-        EXPECT_EQ(
-            runCommand({"sh", "-c",
-                        "ffmpeg -nostdin -v error -ss \"$2\" -i \"$1\" -map 0:v -t 1 -f null - 2>&1 || echo "
-                        "failed",
-                        "sh", path_.string(), seconds}),
-            "");
+        EXPECT_EQ(runCommand({"sh", "-c", kDecodeOneSecond, "sh", path_.string(), seconds}), "");
     }
     const auto packets = readMp4(path_).at(0).packets;
     for (std::size_t i = 0; i < packets.size(); ++i) {
