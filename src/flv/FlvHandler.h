@@ -57,8 +57,8 @@ public:
     [[nodiscard]] const AVCodecParameters& videoParams() const { return *videoParams_; }
     [[nodiscard]] const AVCodecParameters& audioParams() const { return *audioParams_; }
 
-    /// In the standard reading: what the sound is going to be, where the stream tells it before the first frame.
-    /// Null where it does not.
+    /// In the standard reading: what the sound is going to be, where the stream tells it before the first
+    /// frame. Null where it does not.
     [[nodiscard]] ff_wrap::CodecParametersPtr expectedAudio() const;
 
     /// Codec configuration that the next audio packet is to carry as new extradata.

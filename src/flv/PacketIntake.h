@@ -95,8 +95,8 @@ public:
                                const ff_wrap::LazyCodecParameters& parameters,
                                std::vector<std::uint8_t>& sideData);
 
-    /// Fills `parameters` with what the sound is going to be, where configuration or metadata tell it before the
-    /// first frame. False where they do not.
+    /// Fills `parameters` with what the sound is going to be, where configuration or metadata tell it before
+    /// the first frame. False where they do not.
     [[nodiscard]] bool expect(const MetaInfo& metadata, AVCodecParameters& parameters) const;
 
 private:

@@ -46,8 +46,8 @@ AudioParams inputParams(int format, int sampleRate, const AVChannelLayout& layou
 AudioPipeline::AudioPipeline(std::shared_ptr<AudioHandler> handler, std::shared_ptr<PlayerState> state,
                              base::Clock& clock, DecodeRules rules)
     : rules_(rules), state_(std::move(state)),
-      packets_(std::make_shared<PacketChannel>(state_->shown ? kPacketCapacityInStepBytes
-                                                             : kPacketCapacityBytes)),
+      packets_(
+          std::make_shared<PacketChannel>(state_->shown ? kPacketCapacityInStepBytes : kPacketCapacityBytes)),
       frames_(std::make_shared<FrameQueue>(kFrameCapacity)), handler_(std::move(handler)), clock_(clock) {}
 
 bool AudioPipeline::open(const AVCodecParameters* parameters) {
