@@ -24,7 +24,7 @@ double quantile(std::vector<double> values, double share) {
         return 0;
     }
     std::sort(values.begin(), values.end());
-    return values[static_cast<std::size_t>(share * static_cast<double>(values.size() - 1) + 0.5)];
+    return values[static_cast<std::size_t>(std::lround(share * static_cast<double>(values.size() - 1)))];
 }
 
 } // namespace

@@ -23,8 +23,6 @@ extern "C" {
 
 namespace {
 
-using ko_player::details::PauseReason;
-
 constexpr int kRate = 8000;
 constexpr double kSamplesPerMs = 8;
 /// A sample tells its stamp: eight steps a millisecond, and round again.
@@ -150,7 +148,7 @@ std::shared_ptr<ko_player::ff_wrap::Frame> soundFrame(double ms) {
     }
     auto* samples = reinterpret_cast<std::int16_t*>(sound->data[0]);
     for (int i = 0; i < sound->nb_samples; ++i) {
-        const auto code = (static_cast<std::int64_t>(ms) * 8 + i) % (kCodeMs * 8);
+        const auto code = (static_cast<std::int64_t>(ms) * 8 + i) % (std::int64_t{8} * kCodeMs);
         samples[i] = static_cast<std::int16_t>(code);
     }
     return frame;
