@@ -104,10 +104,10 @@ void SyncedSound::dropInStep() {
     if (!lateMs) {
         sound_.drop(kPartMs);
         sleep(kPartMs);
-    } else if (*lateMs < 0) {
-        sleep(-*lateMs);
+    } else if (*lateMs < kPartMs) { // what is gone by goes a part at a time, and nothing of what is to come
+        sleep(kPartMs - *lateMs);
     } else {
-        sound_.drop(std::max(*lateMs, 1.0));
+        sound_.drop(*lateMs);
     }
 }
 
