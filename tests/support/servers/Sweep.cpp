@@ -6,6 +6,7 @@
 #include <cmath>
 #include <numeric>
 #include <sstream>
+#include <string_view>
 
 namespace mediaworker::test {
 namespace {
@@ -45,14 +46,10 @@ double pitch(std::span<const std::int16_t> samples, int rate) {
 std::string sweepWave() {
     std::ostringstream wave;
     const double seconds = kSweepMs / 1000;
-    wave << "sin(2*PI*(" << kFirstHz << "*mod(t," << seconds << ")+" << kHzPerSecond / 2 << "*mod(t,"
-         << seconds << ")*mod(t," << seconds << ")))";
-    std::string text = wave.str();
-    // A comma ends a filter's argument.
-    for (std::size_t at = text.find(','); at != std::string::npos; at = text.find(',', at + 2)) {
-        text.insert(at, "\\");
-    }
-    return text;
+    const std::string_view comma = "\\,"; // a bare one ends a filter's argument
+    wave << "sin(2*PI*(" << kFirstHz << "*mod(t" << comma << seconds << ")+" << kHzPerSecond / 2 << "*mod(t"
+         << comma << seconds << ")*mod(t" << comma << seconds << ")))";
+    return wave.str();
 }
 
 std::vector<Heard> readSweep(std::span<const std::int16_t> samples, int rate) {
