@@ -49,6 +49,7 @@ std::vector<std::uint8_t> bodyOfAacConfig(const Clip& clip) {
 
 std::vector<std::uint8_t> bodyOfAvcConfig(const Clip& clip) {
     std::vector<std::uint8_t> body = {0x17, FlvWriter::kSequenceHeader, 0, 0, 0};
+    body.reserve(body.size() + clip.videoConfig.size()); // or GCC for Windows warns of the insertion
     body.insert(body.end(), clip.videoConfig.begin(), clip.videoConfig.end());
     return body;
 }
