@@ -43,6 +43,8 @@ public:
     /// heard.
     enum class RoomComes { BeforeItIsHeard, AfterItWasHeard };
     [[nodiscard]] virtual RoomComes roomComes() const { return RoomComes::BeforeItIsHeard; }
+    /// Where it plays blocks, and counts the room of those that are free: bytes of one. Otherwise 0.
+    [[nodiscard]] virtual int blockSize() const { return 0; }
     /// Stands still with what it holds, and goes on with it.
     virtual void suspend() {}
     virtual void resume() {}

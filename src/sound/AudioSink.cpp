@@ -107,6 +107,9 @@ AudioSink::Pass AudioSink::writePass(std::uint64_t device, const std::uint8_t*& 
     }
     data += written;
     remaining -= written;
+    if (blocks_) {
+        blocks_->wrote(written);
+    }
     held_->wrote(durationMs(written), clock_.now());
     return Pass::Wrote;
 }
@@ -122,7 +125,7 @@ std::optional<ko_player::SoundLevel> AudioSink::level() {
         }
         const int freeBytes = device_->bytesFree();
         const int capacityBytes = device_->bufferSize();
-        held_->update(durationMs(std::max(capacityBytes - freeBytes, 0)), clock_.now());
+        held_->update(durationMs(queuedBytes(freeBytes, capacityBytes)), clock_.now());
         level = {.device = currentDevice_,
                  .isPlaying = held_->isPlaying(),
                  .heldMs = held_->ms(),
@@ -130,6 +133,10 @@ std::optional<ko_player::SoundLevel> AudioSink::level() {
                  .capacityMs = durationMs(capacityBytes)};
     });
     return level;
+}
+
+std::int64_t AudioSink::queuedBytes(int freeBytes, int capacityBytes) {
+    return blocks_ ? blocks_->held(freeBytes) : std::max(capacityBytes - freeBytes, 0);
 }
 
 double AudioSink::durationMs(std::int64_t bytes) const {
@@ -185,6 +192,10 @@ bool AudioSink::restartDevice() {
     held_.emplace(device_->roomComes());
     device_->setBufferSize(bufferBytes(format_, bufferMs_));
     device_->start();
+    blocks_.reset();
+    if (device_->blockSize() > 0) {
+        blocks_.emplace(device_->blockSize(), device_->bufferSize());
+    }
     const AudioError error = device_->error();
     base::logLine("Trying to start audio device: ", startText(error));
     if (error != AudioError::None) {

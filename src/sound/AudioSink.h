@@ -5,6 +5,7 @@
 #include "records/MediaParams.h"
 #include "sound/AudioDevice.h"
 #include "sound/HeldSound.h"
+#include "sound/PlayedBlocks.h"
 
 #include <atomic>
 #include <cstdint>
@@ -59,6 +60,7 @@ private:
     bool restartDevice();
     void dropDevice();
     void applyVolume(int percent);
+    [[nodiscard]] std::int64_t queuedBytes(int freeBytes, int capacityBytes);
     [[nodiscard]] double durationMs(std::int64_t bytes) const;
     Pass writePass(std::uint64_t device, const std::uint8_t*& data, std::int64_t& remaining);
 
@@ -70,7 +72,8 @@ private:
     // Device thread only.
     PcmFormat format_;
     std::unique_ptr<AudioDevice> device_;
-    std::optional<HeldSound> held_; ///< of that device
+    std::optional<HeldSound> held_;      ///< of that device
+    std::optional<PlayedBlocks> blocks_; ///< of that device, if it plays such
     int volumePercent_ = 0;
     std::uint64_t devicesMade_ = 0;
 

@@ -41,6 +41,7 @@ struct FakeSystem {
     double volume = 1.0;
     std::string played;
     int bufferSize = 0; ///< as the device tells it
+    int blockSize = 0;
     std::string calls;
 };
 
@@ -75,6 +76,10 @@ public:
     double volume() const override { return system_.volume; }
     void setVolume(double volume) override { system_.volume = volume; }
     int bufferSize() const override { return system_.bufferSize; }
+    int blockSize() const override { return system_.blockSize; }
+    RoomComes roomComes() const override {
+        return system_.blockSize > 0 ? RoomComes::AfterItWasHeard : RoomComes::BeforeItIsHeard;
+    }
     void suspend() override { system_.calls += "suspend "; }
     void resume() override { system_.calls += "resume "; }
 
@@ -351,6 +356,18 @@ TEST_F(AudioSinkTest, TellsWhatTheDeviceHolds) {
     EXPECT_DOUBLE_EQ(sink.level()->heldMs, 40);
     system.writable = false;
     EXPECT_EQ(sink.level(), std::nullopt) << "it is gone";
+}
+
+TEST_F(AudioSinkTest, TellsWhatTheBlocksOfADeviceHold) {
+    announce(8000, 1);
+    system.bufferSize = system.bytesFree = 1600;
+    system.blockSize = 320;
+    sink.start();
+    write(std::string(400, 'x')); // a block, and a part of one
+    system.bytesFree = 960;
+    EXPECT_DOUBLE_EQ(sink.level()->heldMs, 25);
+    system.bytesFree = 1280; // the block was heard
+    EXPECT_DOUBLE_EQ(sink.level()->heldMs, 5);
 }
 
 TEST_F(AudioSinkTest, EachDeviceHasANumberOfItsOwn) {

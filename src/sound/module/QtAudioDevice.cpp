@@ -11,8 +11,10 @@ namespace {
 // Qt counts a block of the wave interface as free when it was played; sound servers take sound ahead.
 #ifdef Q_OS_WIN
 constexpr auto kRoomComes = AudioDevice::RoomComes::AfterItWasHeard;
+constexpr bool kPlaysBlocks = true;
 #else
 constexpr auto kRoomComes = AudioDevice::RoomComes::BeforeItIsHeard;
+constexpr bool kPlaysBlocks = false;
 #endif
 
 class QtAudioDevice final : public AudioDevice {
@@ -37,6 +39,7 @@ public:
     void setVolume(double volume) override { output_->setVolume(volume); }
     int bufferSize() const override { return output_->bufferSize(); }
     RoomComes roomComes() const override { return kRoomComes; }
+    int blockSize() const override { return kPlaysBlocks ? output_->periodSize() : 0; }
     void suspend() override { output_->suspend(); }
     void resume() override { output_->resume(); }
 
