@@ -167,7 +167,7 @@ TEST_F(SilentStream, IsToldOverItsPicturesForAWhileAndInTheStatusBar) {
     view::StreamSettings settings = standIn();
     settings.isMuted = false;
     show({std::string("/;") + kSilent}, settings);
-    ASSERT_TRUE(waitForPictures(view(), 1));
+    ASSERT_TRUE(waitUntil([this] { return view().pictures().shown() == 1; }));
     ASSERT_TRUE(waitUntil([this] { return note().isVisible(); }));
     EXPECT_EQ(note().text().toStdString(), kNoSound);
     EXPECT_TRUE(view().pictures().rect().contains(note().geometry()));
@@ -177,8 +177,10 @@ TEST_F(SilentStream, IsToldOverItsPicturesForAWhileAndInTheStatusBar) {
     }));
     auto* const timer = view().findChild<QTimer*>(QStringLiteral("noteTimer"));
     EXPECT_GT(timer->remainingTime(), 1000) << "time to read it";
+    const int durationMs = timer->interval();
     timer->start(0);
     EXPECT_TRUE(waitUntil([this] { return note().isHidden(); }));
+    timer->setInterval(durationMs);
     press(Qt::Key_M);
     press(Qt::Key_M);
     EXPECT_TRUE(note().isHidden()) << "told once";
