@@ -19,7 +19,9 @@ double toSeconds(qint64 ms) {
 }
 
 QString fixed(double value, int decimals, int width = 0) {
-    return QStringLiteral("%1").arg(value, width, 'f', decimals);
+    // What rounds to nothing has no sign: nobody reads "-0.00".
+    const double least = 0.5 * std::pow(10.0, -decimals);
+    return QStringLiteral("%1").arg(std::abs(value) < least ? 0.0 : value, width, 'f', decimals);
 }
 
 const char* word(parent::PlaybackState state) {

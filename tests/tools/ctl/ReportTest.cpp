@@ -34,6 +34,8 @@ TEST(CtlReport, SpeaksToPeople) {
              Row{FirstPicture{102ms, QSize(1280, 720), 0}, "first picture after 0.10 s"},
              Row{PlayProgress{PlaybackState::Playing, 143, 25, 5680, 4, {}},
                  "  frames   143   fps  25   position    5.68 s   delay   0.00 s"},
+             Row{PlayProgress{PlaybackState::Playing, 143, 25, 5680, -4, {}},
+                 "  frames   143   fps  25   position    5.68 s   delay   0.00 s"},
              Row{PlayProgress{PlaybackState::Buffering, 143, 0, 5680, 1500, {}},
                  "  frames   143   fps   0   position    5.68 s   delay   1.50 s   buffering"},
              Row{PlayProgress{PlaybackState::Playing, 123456, 60, 1400000000000, -40, {}},
