@@ -17,6 +17,7 @@
 
 #include <chrono>
 #include <memory>
+#include <utility>
 
 class QLocalServer;
 class QLocalSocket;
@@ -77,6 +78,8 @@ public:
 
     /// The pictures of a stream job, until the next start() or destruction; null for an export.
     [[nodiscard]] FrameChannel* frames() const noexcept { return frames_.get(); }
+    /// The same for the caller to keep, for as long as its last picture is wanted. Only when no worker runs.
+    [[nodiscard]] std::unique_ptr<FrameChannel> takeFrames() noexcept { return std::move(frames_); }
 
     // Commands. Queued until the worker is connected, and then written at a pace that it can follow. False
     // when no worker plays, or it does not take commands any more and the queue is full.

@@ -134,8 +134,9 @@ private:
     // One packet per notification, as the worker reads.
     void serve() {
         QByteArray header;
-        for (;;) {
-            if (!socket_.waitForReadyRead(-1)) {
+        // What came while something else was sent is not notified again.
+        for (bool isNotified = socket_.bytesAvailable() > 0;; isNotified = false) {
+            if (!isNotified && !socket_.waitForReadyRead(-1)) {
                 base::exitNow(0);
             }
             if (header.isEmpty()) {
