@@ -97,10 +97,12 @@ void StreamSupervisor::attemptNow() {
         shown_ = worker_.takeFrames();
     }
     isStopping_ = false;
+    hasKilledWorker_ = false;
     stopWords_.clear();
     endWords_.clear();
     state_ = StreamState::Running;
     ++attempt_;
+    Q_EMIT aboutToStart();
     if (!worker_.start(job_)) {
         onEnd(ExitCause::Failed, QStringLiteral("the worker cannot be started: ") + worker_.errorString());
         return;
@@ -143,6 +145,7 @@ void StreamSupervisor::endWorker(const QString& why) {
     if (stopWords_.isEmpty()) {
         stopWords_ = why;
     }
+    hasKilledWorker_ = true;
     worker_.kill();
 }
 

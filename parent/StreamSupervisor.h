@@ -64,6 +64,9 @@ public:
     /// Why the last worker ended, in words without a full stop; empty while one runs.
     [[nodiscard]] const QString& endWords() const noexcept { return endWords_; }
 
+    /// This object killed the last worker, since it would not have ended by itself.
+    [[nodiscard]] bool hasKilledWorker() const noexcept { return hasKilledWorker_; }
+
     /// The newest picture is there, of the present worker or the one before; null before the first start.
     [[nodiscard]] FrameChannel* frames() const noexcept;
 
@@ -73,6 +76,8 @@ public:
     [[nodiscard]] const WorkerProcess& worker() const noexcept { return worker_; }
 
 Q_SIGNALS:
+    /// A process is made next; started() follows, or waiting() or ended() when it cannot be.
+    void aboutToStart();
     /// A worker was started; WorkerProcess's signals are about this one from here on.
     void started(int attempt);
     /// The worker has ended, and another one is started after `delayMs`.
@@ -94,6 +99,7 @@ private:
     QString endWords_;
     QString stopWords_; ///< why this side ended the worker; empty when it did not
     bool isStopping_ = false;
+    bool hasKilledWorker_ = false;
     bool isPaused_ = false;
     std::optional<int> volumePercent_; ///< empty: no sound
 

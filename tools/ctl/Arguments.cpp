@@ -166,6 +166,10 @@ struct PlayOptions {
     const QCommandLineOption noSync = {
         QStringLiteral("no-sync"),
         QStringLiteral("Do not keep the sound in step with the pictures: it has a rhythm of its own.")};
+    const QCommandLineOption reconnect = {
+        QStringLiteral("reconnect"),
+        QStringLiteral("Start a stream again when it has ended: after half a second, later up to half a "
+                       "minute. Counts and --seconds go on.")};
     const QCommandLineOption worker = workerOption();
 };
 
@@ -229,7 +233,7 @@ Command parsePlay(const QStringList& arguments, const QString& folder) {
     const PlayOptions options;
     parser.addOptions({options.help, options.seconds, options.snapshots, options.every, options.volume,
                        options.json, options.proxy, options.proxyType, options.flv, options.lowLatency,
-                       options.noSync, options.worker});
+                       options.noSync, options.reconnect, options.worker});
     parser.addPositionalArgument(
         QStringLiteral("URL"),
         QStringLiteral("An FLV stream (http, https), or a file (file:///path, or a path)."));
@@ -251,6 +255,10 @@ Command parsePlay(const QStringList& arguments, const QString& folder) {
     command.flv = flvReadingOf(parser, options.flv);
     command.hasLowLatency = parser.isSet(options.lowLatency);
     command.hasSync = !parser.isSet(options.noSync);
+    command.isReconnecting = parser.isSet(options.reconnect);
+    if (command.isReconnecting && !isWebUrl(command.url)) {
+        throw Refusal{QStringLiteral("--reconnect is for streams (http, https), not for files")};
+    }
     command.worker = parser.value(options.worker);
     command.isJson = parser.isSet(options.json);
     return command;

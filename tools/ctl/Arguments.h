@@ -22,7 +22,8 @@ struct PlayCommand {
     parent::FlvReading flv = parent::FlvReading::Standard;
     bool hasLowLatency = false;
     bool hasSync = true;
-    QString worker = {}; ///< program file; empty: as the library finds it
+    bool isReconnecting = false; ///< another worker when one has ended
+    QString worker = {};         ///< program file; empty: as the library finds it
     bool isJson = false;
     friend bool operator==(const PlayCommand&, const PlayCommand&) = default;
 };

@@ -1,7 +1,5 @@
 #include "tools/ctl/Player.h"
 
-#include "tools/interruption/Interruption.h"
-
 #include <QCoreApplication>
 #include <QDir>
 
@@ -27,15 +25,23 @@ std::optional<double> inMilliseconds(std::optional<Intervals::Step> interval) {
 } // namespace
 
 Player::Player(PlayCommand command, Console& console)
-    : command_(std::move(command)), console_(console), snapshotRule_(command_.snapshotInterval) {
+    : command_(std::move(command)), console_(console), worker_(stream_.worker()),
+      snapshotRule_(command_.snapshotInterval) {
+    using parent::StreamSupervisor;
     using parent::WorkerProcess;
     worker_.setProgram(command_.worker);
+    stream_.setPolicy({.isEnabled = command_.isReconnecting});
+    if (command_.volumePercent) {
+        stream_.setVolume(*command_.volumePercent);
+    }
+    connect(&stream_, &StreamSupervisor::aboutToStart, this, [this] { shield_.emplace(); });
+    connect(&stream_, &StreamSupervisor::started, this, &Player::onStarted);
+    connect(&stream_, &StreamSupervisor::waiting, this, [this](const QString& why, qint64 delayMs) {
+        onWaiting(why, std::chrono::milliseconds(delayMs));
+    });
     connect(&worker_, &WorkerProcess::connected, this, [this](qint64 pid) {
         monitor_.connected();
         console_.report(Connected{pid});
-        if (command_.volumePercent) {
-            worker_.setVolume(*command_.volumePercent);
-        }
     });
     connect(&worker_, &WorkerProcess::frame, this, &Player::onFrame);
     connect(&worker_, &WorkerProcess::formatChanged, this, [this] { isSizeNew_ = true; });
@@ -45,10 +51,15 @@ Player::Player(PlayCommand command, Console& console)
             [this](const QString& reason) { console_.report(SoundUnavailable{reason}); });
     connect(&worker_, &WorkerProcess::finished, this, &Player::onFinished);
     connect(&worker_, &WorkerProcess::startFailed, this, [this](const QString& why) {
-        end(QStringLiteral("the worker cannot be started: ") + why, std::nullopt);
+        if (stream_.state() == parent::StreamState::Ended) {
+            end(QStringLiteral("the worker cannot be started: ") + why, std::nullopt);
+        }
     });
-    connect(&worker_, &WorkerProcess::connectTimedOut, this,
-            [this] { giveUp(QStringLiteral("the worker does not connect")); });
+    connect(&worker_, &WorkerProcess::connectTimedOut, this, [this] {
+        if (!command_.isReconnecting) {
+            giveUp(QStringLiteral("the worker does not connect"));
+        }
+    });
     connect(&writer_, &PictureWriter::written, this, &Player::onWritten);
     connect(&ticks_, &QTimer::timeout, this, &Player::tick);
     durationTimer_.setSingleShot(true);
@@ -64,20 +75,36 @@ void Player::start() {
         end(QStringLiteral("cannot make the folder ") + command_.snapshotFolder, std::nullopt);
         return;
     }
-    lastSignAt_ = Clock::now();
-    monitor_.started(lastSignAt_);
     const parent::StreamJob job{.url = command_.url,
                                 .proxyUrl = command_.proxyUrl,
                                 .proxyType = command_.proxyType,
                                 .flv = command_.flv,
                                 .lowLatency = command_.hasLowLatency,
                                 .sync = command_.hasSync};
-    const Interruption::Shield shield;
-    if (!worker_.start(job)) {
+    ticks_.start(console_.progressInterval());
+    stream_.start(job);
+    shield_.reset();
+    if (stream_.state() == parent::StreamState::Ended) {
         end(worker_.errorString(), std::nullopt);
+    }
+}
+
+void Player::onStarted(int attempt) {
+    shield_.reset();
+    lastSignAt_ = Clock::now();
+    earlierFrames_ += monitor_.frames();
+    monitor_.started(lastSignAt_);
+    isSizeNew_ = true;
+    attempt_ = attempt;
+}
+
+void Player::onWaiting(const QString& why, std::chrono::milliseconds delay) {
+    shield_.reset();
+    monitor_.ended();
+    if (stop_ != PlayStop::None) {
         return;
     }
-    ticks_.start(console_.progressInterval());
+    console_.report(Reconnecting{why, delay, attempt_ + 1});
 }
 
 void Player::interrupt() {
@@ -94,13 +121,14 @@ void Player::onFrame(qint64 ptsMs) {
     }
     const auto now = Clock::now();
     const bool isFirst = monitor_.frames() == 0;
+    const bool isVeryFirst = frames() == 0;
     if (!isFirst) {
         intervals_.add(now - lastFrameAt_);
     }
     monitor_.frame(now, ptsMs);
     lastFrameAt_ = now;
     lastSignAt_ = now;
-    if (isFirst) {
+    if (isVeryFirst) {
         firstFrameAt_ = now;
         if (command_.duration) {
             durationTimer_.start(*command_.duration);
@@ -156,7 +184,7 @@ void Player::tick() {
         giveUp(QStringLiteral("nobody reads what is printed"));
         return;
     }
-    if (now - lastSignAt_ > kLongestSilence) {
+    if (!command_.isReconnecting && now - lastSignAt_ > kLongestSilence) {
         giveUp(QStringLiteral("no picture for %1 seconds, and the worker does not end")
                    .arg(std::chrono::seconds(kLongestSilence).count()));
         return;
@@ -166,7 +194,7 @@ void Player::tick() {
         return;
     }
     if (stop_ == PlayStop::None && monitor_.frames() > 0) {
-        console_.report(PlayProgress{monitor_.state(now), monitor_.frames(), monitor_.framesPerSecond(now),
+        console_.report(PlayProgress{monitor_.state(now), frames(), monitor_.framesPerSecond(now),
                                      monitor_.positionMs().value_or(0), monitor_.delayMs(now),
                                      monitor_.absoluteTimeMs()});
     }
@@ -182,6 +210,12 @@ void Player::stop(PlayStop why) {
     }
     durationTimer_.stop();
     ticks_.stop();
+    if (stream_.state() == parent::StreamState::Waiting) {
+        stream_.stop();
+        end(frames() > 0 ? QString() : QStringLiteral("interrupted before the first picture"), std::nullopt);
+        return;
+    }
+    stream_.setPolicy({.isEnabled = false});
     if (!worker_.isConnected()) {
         worker_.kill(); // it would not notice
     }
@@ -190,11 +224,18 @@ void Player::stop(PlayStop why) {
 }
 
 void Player::onFinished(int exitCode, bool crashed) {
+    if (stream_.state() == parent::StreamState::Waiting) {
+        return;
+    }
     monitor_.ended();
+    if (stream_.hasKilledWorker()) {
+        giveUp(stream_.endWords());
+        return;
+    }
     PlayEnd result;
     result.worker = {worker_.mode(), exitCode, crashed, lastWords(worker_.recentLog()), worker_.findings()};
     result.stop = stop_;
-    result.frames = monitor_.frames();
+    result.frames = frames();
     result.wanted = command_.duration;
     result.watched = std::chrono::duration_cast<std::chrono::milliseconds>(watched());
     end(whyNotDone(result), result.worker);
@@ -211,6 +252,7 @@ void Player::end(QString problem, const std::optional<WorkerEnd>& worker) {
     ticks_.stop();
     durationTimer_.stop();
     endTimer_.stop();
+    stream_.setPolicy({.isEnabled = false});
     worker_.kill();
     monitor_.ended();
     writer_.flush();
@@ -220,7 +262,7 @@ void Player::end(QString problem, const std::optional<WorkerEnd>& worker) {
     }
 
     PlaySummary summary;
-    summary.frames = monitor_.frames();
+    summary.frames = frames();
     summary.size = size_;
     summary.watched = watched();
     summary.intervalMedianMs = inMilliseconds(intervals_.median());

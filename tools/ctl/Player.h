@@ -1,17 +1,20 @@
 #pragma once
 
 #include "parent/PlaybackMonitor.h"
-#include "parent/WorkerProcess.h"
+#include "parent/StreamSupervisor.h"
 #include "tools/ctl/Arguments.h"
 #include "tools/ctl/Console.h"
 #include "tools/ctl/Intervals.h"
 #include "tools/ctl/Outcome.h"
 #include "tools/ctl/PictureWriter.h"
 #include "tools/ctl/SnapshotRule.h"
+#include "tools/interruption/Interruption.h"
 
 #include <QObject>
 #include <QSize>
 #include <QTimer>
+
+#include <optional>
 
 namespace mediaworker::ctl {
 
@@ -33,6 +36,8 @@ Q_SIGNALS:
 private:
     using Clock = std::chrono::steady_clock;
 
+    void onStarted(int attempt);
+    void onWaiting(const QString& why, std::chrono::milliseconds delay);
     void onFrame(qint64 ptsMs);
     void takePicture(qint64 ptsMs);
     void onWritten(const QString& file, qint64 ptsMs, bool isGood);
@@ -42,12 +47,16 @@ private:
     void onFinished(int exitCode, bool crashed);
     void giveUp(const QString& problem);
     void end(QString problem, const std::optional<WorkerEnd>& worker);
+    /// Of all workers.
+    [[nodiscard]] quint64 frames() const { return earlierFrames_ + monitor_.frames(); }
     [[nodiscard]] std::chrono::nanoseconds watched() const { return lastFrameAt_ - firstFrameAt_; }
 
     const PlayCommand command_;
     Console& console_;
-    parent::WorkerProcess worker_;
-    parent::PlaybackMonitor monitor_;
+    parent::StreamSupervisor stream_;
+    parent::WorkerProcess& worker_;   ///< the stream's
+    parent::PlaybackMonitor monitor_; ///< of the present worker
+    quint64 earlierFrames_ = 0;       ///< of those before it
     SnapshotRule snapshotRule_;
     Intervals intervals_;
     QTimer ticks_;
@@ -58,8 +67,10 @@ private:
     Clock::time_point firstFrameAt_{};
     Clock::time_point lastFrameAt_{};
     QSize size_;
-    bool isSizeNew_ = true; ///< another one than size_ may stand in the frame file
+    bool isSizeNew_ = true;                      ///< another one than size_ may stand in the frame file
+    std::optional<Interruption::Shield> shield_; ///< while a worker is started
     bool isDurationOver_ = false;
+    int attempt_ = 0;
     int snapshots_ = 0;
     QString snapshotProblem_;
     PlayStop stop_ = PlayStop::None;

@@ -95,6 +95,10 @@ struct Text {
         return QStringLiteral("no sound: %1").arg(event.reason);
     }
 
+    QString operator()(const Reconnecting& event) const {
+        return QStringLiteral("%1; again in %2 s").arg(event.reason, fixed(toSeconds(event.delay), 1));
+    }
+
     QString operator()(const Ended& event) const {
         const QString text =
             std::visit([](const auto& summary) { return summaryText(summary); }, event.summary);
@@ -166,6 +170,13 @@ struct Json {
     QJsonObject operator()(const SoundUnavailable& event) const {
         return {{QStringLiteral("event"), QStringLiteral("soundUnavailable")},
                 {QStringLiteral("reason"), event.reason}};
+    }
+
+    QJsonObject operator()(const Reconnecting& event) const {
+        return {{QStringLiteral("event"), QStringLiteral("reconnecting")},
+                {QStringLiteral("reason"), event.reason},
+                {QStringLiteral("afterMs"), static_cast<qint64>(event.delay.count())},
+                {QStringLiteral("attempt"), event.attempt}};
     }
 
     QJsonObject operator()(const ExportProgress& event) const {

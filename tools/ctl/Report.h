@@ -42,6 +42,13 @@ struct SoundUnavailable {
     QString reason;
 };
 
+/// The worker has ended, and another one is started after a while.
+struct Reconnecting {
+    QString reason;
+    std::chrono::milliseconds delay{0};
+    int attempt = 0; ///< the one that comes, counting from 1
+};
+
 struct ExportProgress {
     int percent = 0;
     std::chrono::milliseconds elapsed{0};
@@ -76,8 +83,8 @@ struct Ended {
     QString remark = {};                ///< worth a word even when the job was done
 };
 
-using Event =
-    std::variant<Connected, FirstPicture, PlayProgress, Snapshot, SoundUnavailable, ExportProgress, Ended>;
+using Event = std::variant<Connected, FirstPicture, PlayProgress, Snapshot, SoundUnavailable, Reconnecting,
+                           ExportProgress, Ended>;
 
 /// Is soon replaced by a newer one of its kind.
 [[nodiscard]] bool isProgress(const Event& event);

@@ -50,19 +50,20 @@ TEST(CtlArguments, PlayTakesEveryOption) {
                                .flv = mediaworker::parent::FlvReading::Strict,
                                .hasLowLatency = true,
                                .hasSync = false,
+                               .isReconnecting = true,
                                .worker = QStringLiteral("/opt/worker"),
                                .isJson = true};
     EXPECT_EQ(std::get<PlayCommand>(parse(
                   "play https://cam/live.flv?a=b&speed=2 --seconds 2.5 --snapshots pictures --every 0.04 "
                   "--volume 0 --proxy http://u:p@proxy:3128 --proxy-type socks5 --flv strict --low-latency "
-                  "--no-sync --worker /opt/worker --json")),
+                  "--no-sync --reconnect --worker /opt/worker --json")),
               expected);
-    EXPECT_EQ(
-        std::get<PlayCommand>(parse("play --json --no-sync --low-latency --flv=strict --worker=/opt/worker "
-                                    "--proxy-type=socks5 --proxy=http://u:p@proxy:3128 "
-                                    "--volume=0 --every=0.04 --snapshots=/home/me/pictures --seconds=2.5 "
-                                    "https://cam/live.flv?a=b&speed=2")),
-        expected)
+    EXPECT_EQ(std::get<PlayCommand>(
+                  parse("play --reconnect --json --no-sync --low-latency --flv=strict --worker=/opt/worker "
+                        "--proxy-type=socks5 --proxy=http://u:p@proxy:3128 "
+                        "--volume=0 --every=0.04 --snapshots=/home/me/pictures --seconds=2.5 "
+                        "https://cam/live.flv?a=b&speed=2")),
+              expected)
         << "in any order";
 }
 
@@ -126,7 +127,8 @@ TEST(CtlArguments, HelpIsEverywhere) {
     for (const char* line :
          {"play --help", "play -h", "help play", "play --help --json", "play http://c --help"}) {
         EXPECT_THAT(textOf(parse(line)), StartsWith("Usage: mediaworker-ctl play URL [options]\n")) << line;
-        for (const char* option : {"--snapshots <DIR>", "--flv <READING>", "--low-latency", "--no-sync"}) {
+        for (const char* option :
+             {"--snapshots <DIR>", "--flv <READING>", "--low-latency", "--no-sync", "--reconnect"}) {
             EXPECT_THAT(textOf(parse(line)), HasSubstr(option)) << line;
         }
     }
@@ -184,6 +186,8 @@ TEST(CtlArguments, RefusesWrongUsageWithAReason) {
              Row{"play http://cam --flv=", "--flv must be strict or standard", kPlay},
              Row{"play http://cam --flv", "Missing value after '--flv'.", kPlay},
              Row{"play http://cam --low-latency=1", "Unexpected value after '--low-latency'.", kPlay},
+             Row{"play film.mp4 --reconnect", "--reconnect is for streams (http, https), not for files",
+                 kPlay},
              Row{"export", "the URL is missing", kExport},
              Row{"export http://cam a.mp4 --duration 1 --flv loose", "--flv must be strict or standard",
                  kExport},

@@ -94,6 +94,21 @@ TEST_F(CtlPlay, InterruptedBeforeTheFirstPictureIsNotDone) {
     EXPECT_EQ(errors(), "mediaworker-ctl: interrupted before the first picture\n");
 }
 
+TEST_F(CtlPlay, InterruptedWhileItWaitsForAServer) {
+    const std::string script = "http://h/;connect;hello;picture:16x8;send:0108000000000000000000;exit:3";
+    start({"play", script, "--worker", FAKE_WORKER, "--reconnect", "--json"});
+    ASSERT_TRUE(waitForEvent("reconnecting", 2)) << errors();
+    program_->signal(SIGINT);
+    EXPECT_EQ(finish(), kDone) << errors();
+    EXPECT_GE(intOf(events("ended").at(0), "frames"), 2);
+
+    start({"play", server_.url("/nothing.flv"), "--reconnect", "--json"});
+    ASSERT_TRUE(waitForEvent("reconnecting", 3)) << errors();
+    program_->signal(SIGINT);
+    EXPECT_EQ(finish(), kNotDone);
+    EXPECT_EQ(errors(), "mediaworker-ctl: interrupted before the first picture\n");
+}
+
 TEST_F(CtlPlay, CtrlCOfATerminalDoesNotReachTheWorker) {
     start({"play", server_.url("/long.flv"), "--json"});
     ASSERT_TRUE(waitForEvent("firstPicture")) << errors();

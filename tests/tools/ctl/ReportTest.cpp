@@ -32,6 +32,8 @@ TEST(CtlReport, SpeaksToPeople) {
     for (const Row& row : {
              Row{Connected{4711}, "worker 4711 is connected"},
              Row{FirstPicture{102ms, QSize(1280, 720), 0}, "first picture after 0.10 s"},
+             Row{Reconnecting{QStringLiteral("the server answered 404 Not Found"), 4000ms, 3},
+                 "the server answered 404 Not Found; again in 4.0 s"},
              Row{PlayProgress{PlaybackState::Playing, 143, 25, 5680, 4, {}},
                  "  frames   143   fps  25   position    5.68 s   delay   0.00 s"},
              Row{PlayProgress{PlaybackState::Playing, 143, 25, 5680, -4, {}},
@@ -99,6 +101,8 @@ TEST(CtlReport, SpeaksToScripts) {
                  R"({"event":"ended","ok":true,"exitCode":0,"reason":"r","frames":151,"width":1280,
                      "height":720,"seconds":6,"fps":25,"intervalMedianMs":40,"intervalLongestMs":51.2,
                      "delayMs":3,"snapshots":6})"},
+             Row{Reconnecting{QStringLiteral("x"), 450ms, 2},
+                 R"({"afterMs":450,"attempt":2,"event":"reconnecting","reason":"x"})"},
              Row{SoundUnavailable{QStringLiteral("x: y")}, R"({"event":"soundUnavailable","reason":"x: y"})"},
              Row{Ended{PlaySummary{}, QStringLiteral("p"), 3, QStringLiteral("r"),
                        QStringLiteral("httpStatus"), 404, QStringLiteral("not for scripts")},
