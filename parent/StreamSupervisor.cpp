@@ -25,6 +25,11 @@ std::chrono::steady_clock::time_point now() {
 
 } // namespace
 
+// The worker's own rule.
+bool isLive(const QString& url) {
+    return url.startsWith(QLatin1String("http")) && !url.contains(QLatin1String("archive"));
+}
+
 // The worker's own rule, for the first picture: the longest of its time-outs.
 milliseconds longestFrameWait(const QString& url) {
     if (!url.startsWith(QLatin1String("http"))) {

@@ -115,6 +115,9 @@ private:
     WorkerProcess worker_; ///< last: it may speak while it goes
 };
 
+/// A stream that goes on: neither a file nor, by its URL, a recording.
+[[nodiscard]] bool isLive(const QString& url);
+
 /// How long a worker that plays this may wait for a picture before it ends by itself.
 [[nodiscard]] std::chrono::milliseconds longestFrameWait(const QString& url);
 

@@ -265,6 +265,13 @@ TEST_F(StreamSupervisorTest, GoesInTheMiddleOfEverything) {
     }
 }
 
+TEST(IsLive, TellsStreamsFromRecordingsAndFiles) {
+    EXPECT_TRUE(isLive(QStringLiteral("http://h/cam.flv")));
+    EXPECT_TRUE(isLive(QStringLiteral("https://h/cam.flv")));
+    EXPECT_FALSE(isLive(QStringLiteral("http://h/archive/1.flv")));
+    EXPECT_FALSE(isLive(QStringLiteral("file:///film.mp4")));
+}
+
 TEST(LongestFrameWait, IsTheWorkersOwnLimitForAFirstPicture) {
     EXPECT_EQ(longestFrameWait(QStringLiteral("http://h/live.flv")), 5s);
     EXPECT_EQ(longestFrameWait(QStringLiteral("https://h/live.flv")), 8s);

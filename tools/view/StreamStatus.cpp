@@ -35,6 +35,10 @@ QString stateText(const StreamStatus& status) {
     case PlaybackState::Paused:
         return QStringLiteral("paused");
     case PlaybackState::Ended:
+        if (status.untilNextAttempt) {
+            const auto seconds = std::chrono::ceil<std::chrono::seconds>(*status.untilNextAttempt);
+            return QStringLiteral("%1 – again in %2 s").arg(status.endWords).arg(seconds.count());
+        }
         return status.endWords.isEmpty() ? QStringLiteral("ended")
                                          : QStringLiteral("ended: ") + status.endWords;
     }

@@ -5,6 +5,7 @@
 #include <QSize>
 #include <QString>
 
+#include <chrono>
 #include <optional>
 
 namespace mediaworker::view {
@@ -12,7 +13,8 @@ namespace mediaworker::view {
 /// What there is to tell about one stream at one moment.
 struct StreamStatus {
     parent::PlaybackState state = parent::PlaybackState::Idle;
-    QString endWords = {};     ///< why it ended, without a full stop
+    QString endWords = {};                                          ///< why it ended, without a full stop
+    std::optional<std::chrono::milliseconds> untilNextAttempt = {}; ///< it is started again then
     QString soundProblem = {}; ///< why there is no sound, of a stream that has some
     QSize pictureSize = {};
     double framesPerSecond = 0;

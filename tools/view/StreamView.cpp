@@ -20,14 +20,14 @@ namespace mediaworker::view {
 namespace {
 
 using parent::PlaybackState;
+using parent::StreamState;
+using parent::StreamSupervisor;
 using parent::WorkerProcess;
 
 constexpr std::chrono::milliseconds kRefreshInterval{250};
 // Long enough to be read; the words below the picture, or in the status bar, stay.
 constexpr int kNoteMarginPx = 6;
 constexpr std::chrono::milliseconds kNoteDuration{8000};
-// A worker ends within milliseconds of closing its link.
-constexpr std::chrono::milliseconds kUnlinkedPatience{2000};
 
 std::chrono::steady_clock::time_point now() {
     return std::chrono::steady_clock::now();
@@ -37,9 +37,9 @@ std::chrono::steady_clock::time_point now() {
 
 StreamView::StreamView(StreamSettings settings, QWidget* parent)
     : QWidget(parent), settings_(std::move(settings)), sound_(settings_.volumePercent, settings_.isMuted) {
-    worker_.setProgram(settings_.workerProgram);
+    worker().setProgram(settings_.workerProgram);
 
-    pictures_ = new PictureWidget([this] { return worker_.frames(); });
+    pictures_ = new PictureWidget([this] { return stream_.frames(); });
     pictures_->installEventFilter(this);
     caption_ = new QLabel;
     caption_->setObjectName(QStringLiteral("caption"));
@@ -56,11 +56,19 @@ StreamView::StreamView(StreamSettings settings, QWidget* parent)
     layout->addWidget(caption_);
     makeOverlay();
 
-    connect(&worker_, &WorkerProcess::connected, this, [this] {
+    // A picture that was announced belongs to a channel that goes now.
+    connect(&stream_, &StreamSupervisor::aboutToStart, this, [this] { pictures_->takeNewest(); });
+    connect(&stream_, &StreamSupervisor::started, this, &StreamView::onStarted);
+    connect(&stream_, &StreamSupervisor::waiting, this, [this](const QString& why) { end(why); });
+    connect(&stream_, &StreamSupervisor::ended, this, [this](const QString& why) {
+        refreshTimer_.stop();
+        end(why);
+    });
+    connect(&worker(), &WorkerProcess::connected, this, [this] {
         monitor_.connected();
         refresh();
     });
-    connect(&worker_, &WorkerProcess::frame, this, [this](qint64 ptsMs) {
+    connect(&worker(), &WorkerProcess::frame, this, [this](qint64 ptsMs) {
         const bool wasPlaying = monitor_.state(now()) == PlaybackState::Playing;
         monitor_.frame(now(), ptsMs);
         pictures_->announce();
@@ -68,30 +76,13 @@ StreamView::StreamView(StreamSettings settings, QWidget* parent)
             refresh();
         }
     });
-    connect(&worker_, &WorkerProcess::absoluteTime, this,
+    connect(&worker(), &WorkerProcess::absoluteTime, this,
             [this](qint64 value) { monitor_.absoluteTime(value); });
-    connect(&worker_, &WorkerProcess::fragment, this,
+    connect(&worker(), &WorkerProcess::fragment, this,
             [this](qint64 position, qint64 duration) { monitor_.fragment(position, duration); });
-    connect(&worker_, &WorkerProcess::finished, this, [this](int exitCode, bool crashed) {
-        end(stopWords_.isEmpty() ? parent::exitReason(worker_.mode(), exitCode, crashed, worker_.findings())
-                                 : stopWords_);
-    });
-    connect(&worker_, &WorkerProcess::soundUnavailable, this, [this] {
+    connect(&worker(), &WorkerProcess::soundUnavailable, this, [this] {
         tellSoundProblem();
         refresh();
-    });
-    connect(&worker_, &WorkerProcess::startFailed, this,
-            [this](const QString& why) { end(QStringLiteral("the worker cannot be started: ") + why); });
-    connect(&worker_, &WorkerProcess::connectTimedOut, this, [this] {
-        stopWords_ = QStringLiteral("the worker did not connect");
-        worker_.kill();
-    });
-    connect(&worker_, &WorkerProcess::linkClosed, &unlinkedTimer_, qOverload<>(&QTimer::start));
-    unlinkedTimer_.setSingleShot(true);
-    unlinkedTimer_.setInterval(kUnlinkedPatience);
-    connect(&unlinkedTimer_, &QTimer::timeout, this, [this] {
-        stopWords_ = QStringLiteral("the worker closed its link, but did not end");
-        worker_.kill();
     });
     // The size comes with the first picture and while one is painted: no moment to move widgets.
     connect(
@@ -110,8 +101,8 @@ StreamView::StreamView(StreamSettings settings, QWidget* parent)
 }
 
 StreamView::~StreamView() {
-    worker_.disconnect(this);
-    worker_.disconnect(&unlinkedTimer_);
+    stream_.disconnect(this);
+    worker().disconnect(this);
 }
 
 void StreamView::makeOverlay() {
@@ -153,7 +144,7 @@ void StreamView::makeOverlay() {
 }
 
 void StreamView::tellSoundProblem() {
-    const QString& problem = worker_.findings().soundUnavailable;
+    const QString& problem = worker().findings().soundUnavailable;
     if (problem.isEmpty() || sound_.isMuted() || std::exchange(isSoundProblemTold_, true)) {
         return;
     }
@@ -176,25 +167,6 @@ void StreamView::restart() {
     if (url_.isEmpty()) {
         return;
     }
-    if (worker_.isRunning()) {
-        // Nobody wants to hear of its end.
-        const QSignalBlocker blocker(worker_);
-        worker_.kill();
-        worker_.waitForFinished(std::chrono::seconds(5));
-    }
-    start();
-}
-
-void StreamView::start() {
-    unlinkedTimer_.stop();
-    endWords_.clear();
-    stopWords_.clear();
-    hasPicture_ = false;
-    isSoundProblemTold_ = false;
-    note_->hide();
-    // A picture that was announced belongs to a channel that goes now.
-    pictures_->takeNewest();
-    monitor_.started(now());
     parent::StreamJob job;
     job.url = url_;
     job.proxyUrl = settings_.proxyUrl;
@@ -202,44 +174,50 @@ void StreamView::start() {
     job.flv = settings_.flv;
     job.lowLatency = settings_.hasLowLatency;
     job.sync = settings_.hasSync;
-    if (!worker_.start(job)) {
-        end(QStringLiteral("the worker cannot be started: ") + worker_.errorString());
-        return;
+    // A recording that is at its end is at its end.
+    stream_.setPolicy({.isEnabled = settings_.isReconnecting && parent::isLive(url_)});
+    stream_.setPaused(false);
+    isUsersStart_ = true;
+    stream_.start(job);
+    isUsersStart_ = false;
+}
+
+void StreamView::onStarted() {
+    endWords_.clear();
+    hasPicture_ = false;
+    isSoundProblemTold_ = isSoundProblemTold_ && !isUsersStart_;
+    note_->hide();
+    monitor_.started(now());
+    if (stream_.isPaused()) {
+        monitor_.setPaused(now(), true);
     }
-    carryOut(sound_.forNewWorker());
+    if (isUsersStart_) {
+        carryOut(sound_.forNewWorker());
+    }
     refreshTimer_.start(kRefreshInterval);
     refresh();
 }
 
 void StreamView::stop() {
-    if (worker_.isRunning()) {
-        stopWords_ = QStringLiteral("stopped");
-        if (!worker_.isConnected()) {
-            worker_.kill(); // it would not hear of it, and play on
-        }
-        worker_.disconnectLink();
-    }
+    stream_.stop();
 }
 
 bool StreamView::waitForEnd(std::chrono::milliseconds timeout) {
-    return worker_.waitForFinished(timeout);
+    return worker().waitForFinished(timeout);
 }
 
 void StreamView::end(const QString& words) {
-    unlinkedTimer_.stop();
-    refreshTimer_.stop();
     endWords_ = words;
     monitor_.ended();
     refresh();
 }
 
 void StreamView::setPaused(bool isPaused) {
-    if (!worker_.isRunning() || isPaused == monitor_.isPaused()) {
+    if (!isRunning() || isPaused == monitor_.isPaused()) {
         return;
     }
-    if (isPaused ? worker_.pause() : worker_.resume()) {
-        monitor_.setPaused(now(), isPaused);
-    }
+    stream_.setPaused(isPaused);
+    monitor_.setPaused(now(), isPaused);
     refresh();
 }
 
@@ -260,9 +238,9 @@ void StreamView::carryOut(const std::optional<SoundControl::Command>& command) {
         return;
     }
     if (command->kind == SoundControl::Command::Kind::StopAudio) {
-        worker_.stopAudio();
+        stream_.stopAudio();
     } else {
-        worker_.setVolume(command->percent);
+        stream_.setVolume(command->percent);
     }
     tellSoundProblem();
     Q_EMIT changed();
@@ -276,8 +254,9 @@ StreamStatus StreamView::status() const {
     if (!endWords_.isEmpty()) {
         status.state = PlaybackState::Ended;
         status.endWords = endWords_;
+        status.untilNextAttempt = stream_.untilNextAttempt();
     }
-    status.soundProblem = worker_.findings().soundUnavailable;
+    status.soundProblem = stream_.worker().findings().soundUnavailable;
     status.pictureSize = pictures_->pictureSize();
     status.framesPerSecond = monitor_.framesPerSecond(moment);
     status.positionMs = monitor_.positionMs();

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "parent/PlaybackMonitor.h"
-#include "parent/WorkerProcess.h"
+#include "parent/StreamSupervisor.h"
 #include "tools/view/SoundControl.h"
 #include "tools/view/StreamStatus.h"
 
@@ -25,12 +25,13 @@ struct StreamSettings {
     parent::FlvReading flv = parent::FlvReading::Standard;
     bool hasLowLatency = false;
     bool hasSync = true;
+    bool isReconnecting = true; ///< a live stream that ended is started again
     int volumePercent = SoundControl::kDefaultPercent;
     bool isMuted = false;
 };
 
-/// One stream in a worker of its own: its pictures, what it does in words, and a button to start it again
-/// when it has ended. What happens to its worker concerns no other view.
+/// One stream in a worker of its own, and another worker when a live stream has ended: its pictures, what it
+/// does in words, and a button to start it again at once. What happens to its worker concerns no other view.
 class StreamView : public QWidget {
     Q_OBJECT
 
@@ -44,7 +45,7 @@ public:
     void open(const QString& url);
     /// Plays the same URL again in a new worker.
     void restart();
-    /// Asks the worker to end; picture and URL stay.
+    /// Asks the worker to end, for good; picture and URL stay.
     void stop();
     /// Waits for the worker's end after stop(). False when the time is over.
     bool waitForEnd(std::chrono::milliseconds timeout);
@@ -54,7 +55,7 @@ public:
     void stepVolume(int direction);
     void setMuted(bool isMuted);
 
-    [[nodiscard]] bool isRunning() const { return worker_.isRunning(); }
+    [[nodiscard]] bool isRunning() const { return stream_.worker().isRunning(); }
     [[nodiscard]] bool isPaused() const { return monitor_.isPaused(); }
     [[nodiscard]] const SoundControl& sound() const { return sound_; }
     [[nodiscard]] const QString& url() const { return url_; }
@@ -62,7 +63,8 @@ public:
     [[nodiscard]] StreamStatus status() const;
     [[nodiscard]] PictureWidget& pictures() const { return *pictures_; }
     [[nodiscard]] const parent::PlaybackMonitor& monitor() const { return monitor_; }
-    [[nodiscard]] parent::WorkerProcess& worker() { return worker_; }
+    [[nodiscard]] parent::StreamSupervisor& stream() { return stream_; }
+    [[nodiscard]] parent::WorkerProcess& worker() { return stream_.worker(); }
 
     /// The line below the picture, for streams that share a window.
     void showCaption(bool isShown);
@@ -81,7 +83,7 @@ protected:
 
 private:
     void makeOverlay();
-    void start();
+    void onStarted();
     void carryOut(const std::optional<SoundControl::Command>& command);
     void end(const QString& words);
     void refresh();
@@ -93,7 +95,7 @@ private:
     SoundControl sound_;
     parent::PlaybackMonitor monitor_;
     QString endWords_;
-    QString stopWords_; ///< why this side ended the worker; empty when it did not
+    bool isUsersStart_ = false; ///< of the worker that is being started
     bool isSoundProblemTold_ = false;
     bool hasPicture_ = false;
     int wheelAngle_ = 0; ///< turned, but not a whole step yet; eighths of a degree
@@ -106,9 +108,8 @@ private:
     QLabel* caption_;
     QTimer refreshTimer_;
     QTimer noteTimer_;
-    QTimer unlinkedTimer_; ///< for a worker that closed its link but goes on
 
-    parent::WorkerProcess worker_; ///< last: it may speak while it goes
+    parent::StreamSupervisor stream_; ///< last: it may speak while it goes
 };
 
 } // namespace mediaworker::view

@@ -57,6 +57,9 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
     const QCommandLineOption noSync(
         QStringLiteral("no-sync"),
         QStringLiteral("Do not keep the sound in step with the pictures: it has a rhythm of its own."));
+    const QCommandLineOption noReconnect(
+        QStringLiteral("no-reconnect"),
+        QStringLiteral("Do not start a live stream again when it has ended."));
     const QCommandLineOption volume(
         QStringLiteral("volume"),
         QStringLiteral("Volume at the start, 0 to 100. Default: %1.").arg(SoundControl::kDefaultPercent),
@@ -73,8 +76,8 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
     const QCommandLineOption statistics(
         QStringLiteral("statistics"),
         QStringLiteral("Print at the end how many pictures each stream announced, showed and copied."));
-    parser.addOptions({help, version, worker, proxy, proxyType, flv, lowLatency, noSync, volume, mute,
-                       snapshots, seconds, statistics});
+    parser.addOptions({help, version, worker, proxy, proxyType, flv, lowLatency, noSync, noReconnect, volume,
+                       mute, snapshots, seconds, statistics});
     parser.addPositionalArgument(
         QStringLiteral("URL"), QStringLiteral("A stream (http, https), or a file (file:///path, or a path)."),
         QStringLiteral("[URL…]"));
@@ -115,6 +118,7 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
         reading == QStringLiteral("strict") ? parent::FlvReading::Strict : parent::FlvReading::Standard;
     options.streams.hasLowLatency = parser.isSet(lowLatency);
     options.streams.hasSync = !parser.isSet(noSync);
+    options.streams.isReconnecting = !parser.isSet(noReconnect);
     if (parser.isSet(volume)) {
         const std::optional<int> percent = number(parser.value(volume), 0, 100);
         if (!percent) {

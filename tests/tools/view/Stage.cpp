@@ -40,6 +40,7 @@ view::StreamSettings Stage::silent() {
     view::StreamSettings settings;
     settings.workerProgram = QStringLiteral(MEDIAWORKER_PROGRAM);
     settings.isMuted = true;
+    settings.isReconnecting = false;
     return settings;
 }
 

@@ -32,6 +32,7 @@ protected:
 
     /// A window with these streams, on the screen and active.
     void show(const std::vector<std::string>& paths, view::StreamSettings settings = silent());
+    /// Muted, and what has ended stays so.
     [[nodiscard]] static view::StreamSettings silent();
 
     [[nodiscard]] view::ViewerWindow& window() { return *window_; }

@@ -38,6 +38,18 @@ INSTANTIATE_TEST_SUITE_P(All, State,
                                                    "ended: it was late"}),
                          [](const auto& instance) { return instance.param.name; });
 
+TEST(StateText, TellsWhenTheNextAttemptIs) {
+    StreamStatus status;
+    status.state = PlaybackState::Ended;
+    status.endWords = QStringLiteral("the server answered 404 Not Found");
+    for (const auto& [left, seconds] :
+         {std::pair{4000, 4}, {3999, 4}, {3001, 4}, {3000, 3}, {1, 1}, {0, 0}}) {
+        status.untilNextAttempt = std::chrono::milliseconds(left);
+        EXPECT_EQ(stateText(status).toStdString(),
+                  "the server answered 404 Not Found – again in " + std::to_string(seconds) + " s");
+    }
+}
+
 struct ClockCase {
     qint64 ms;
     const char* expected;
