@@ -17,7 +17,8 @@ QString optionsOf(const StreamJob& job) {
 }
 
 QString optionsOf(const ExportJob& job) {
-    return flvOption(job.flv);
+    return flvOption(job.flv) +
+           (job.exactLength ? QStringLiteral(",length=exact") : QStringLiteral(",length=expected"));
 }
 
 } // namespace mediaworker::parent

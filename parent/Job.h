@@ -28,10 +28,14 @@ struct StreamJob {
 /// Records a stream into an MP4 file.
 struct ExportJob {
     QString url;        ///< http or https
-    int durationMs = 0; ///< expected length: what progress is measured against
+    int durationMs = 0; ///< length; what progress is measured against
     QString outputPath; ///< the file to write; what is there is overwritten
 
     FlvReading flv = FlvReading::Standard;
+    /// The file ends at the picture that begins behind the duration; with a duration of 0, at
+    /// WorkerProcess::finish(). Otherwise the duration is what a server is expected to send, and a stream
+    /// that goes on is cut ten seconds behind it.
+    bool exactLength = true;
 };
 
 /// The environment variable by which a worker is told what its arguments have no place for.

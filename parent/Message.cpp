@@ -69,6 +69,7 @@ Message decodePacket(std::uint8_t type, const QByteArray& data) {
     case MessageType::Pause:
     case MessageType::Resume:
     case MessageType::StopAudio:
+    case MessageType::Finish:
         break; // commands: a worker never sends them
     }
     return Malformed{type, size};

@@ -20,6 +20,7 @@ enum class MessageType : std::uint8_t {
     Resume = 7,
     Progress = 8,
     StopAudio = 9,
+    Finish = 10, ///< to an export: close the file and end
 };
 
 /// The worker has connected.

@@ -15,6 +15,8 @@ constexpr char kPictures[] = "pictures unavailable: ";
 constexpr char kSound[] = "sound unavailable: ";
 constexpr char kDevice[] = "Trying to start audio device: ";
 
+constexpr char kRecorded[] = "recorded: ";
+
 constexpr char kDeviceStarted[] = "audio device has been sucessfully started";
 constexpr char kNoDevice[] = "Failed to create audio output";
 
@@ -58,6 +60,11 @@ void WorkerFindings::take(const QString& line, bool isSoundWanted) {
         noteFirst(picturesUnavailable, *pictures);
     } else if (const auto sound = textBehind(kSound, line)) {
         noteFirst(soundUnavailable, *sound);
+    } else if (const auto recorded = textBehind(kRecorded, line)) {
+        bool isNumber = false;
+        const qint64 lengthMs = recorded->section(QLatin1Char(' '), 0, 0).toLongLong(&isNumber);
+        recordedMs = isNumber ? std::optional(lengthMs) : std::nullopt;
+        hasRecordedSound = recorded->endsWith(QLatin1String(", with sound"));
     } else if (isSoundWanted && saysThatThereIsNoDevice(line)) {
         noteFirst(soundUnavailable, QStringLiteral("no sound device"));
     }

@@ -17,6 +17,9 @@ struct WorkerFindings {
     QString networkErrorText = {};
     QString picturesUnavailable = {}; ///< codec and first reason; empty: nothing was said of the kind
     QString soundUnavailable = {};    ///< codec and first reason, or that there is no device
+    /// Of an export whose file is complete: how long its pictures last, and whether it has sound.
+    std::optional<qint64> recordedMs = {};
+    bool hasRecordedSound = false;
 
     /// The response ended by one of the two.
     [[nodiscard]] bool isResponseFailed() const { return httpStatus || !networkError.isEmpty(); }

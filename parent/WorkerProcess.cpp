@@ -103,6 +103,7 @@ bool WorkerProcess::listen() {
     recentLog_.clear();
     findings_ = {};
     isSoundWanted_ = false;
+    isFinishWanted_ = false;
     error_.clear();
     serverName_ = randomName();
     server_ = new QLocalServer(this);
@@ -205,6 +206,9 @@ void WorkerProcess::deliver(const Message& message) {
             if constexpr (std::is_same_v<T, Connected>) {
                 greeted_ = true;
                 writeCommands();
+                if (isFinishWanted_) {
+                    finish();
+                }
                 Q_EMIT connected(m.pid);
             } else if constexpr (std::is_same_v<T, FrameShown>) {
                 Q_EMIT frame(m.ptsMs);
@@ -278,6 +282,11 @@ bool WorkerProcess::stopAudio() {
     isSoundWanted_ = isSoundWanted_ && !queued;
     writeCommands();
     return queued;
+}
+
+bool WorkerProcess::finish() {
+    isFinishWanted_ = isRunning() && mode_ == WorkerMode::Export;
+    return isFinishWanted_ && (!isConnected() || writeRaw(encodePacket(MessageType::Finish)));
 }
 
 void WorkerProcess::writeCommands() {

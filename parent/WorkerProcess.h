@@ -93,6 +93,10 @@ public:
     /// Closes the sound device, until the next setVolume().
     bool stopAudio();
 
+    /// Asks an export to close its file and to end: with 0 when that worked, as finished() tells. One that
+    /// has not connected yet is asked as soon as it has. False when no export runs.
+    bool finish();
+
     /// Writes bytes to the link at once, past the command queue: to try a worker with packets that no parent
     /// would send. False when there is no link.
     bool writeRaw(const QByteArray& bytes);
@@ -149,6 +153,7 @@ private:
     QStringList recentLog_;
     WorkerFindings findings_;
     bool isSoundWanted_ = false;
+    bool isFinishWanted_ = false;
 
     std::unique_ptr<FrameChannel> frames_;
     QProcess* process_ = nullptr;    ///< a child of this object

@@ -34,10 +34,11 @@ void limitExit(int code) {
 
 FfpExport::FfpExport(const QString& url, const QString& outputPath, int durationMs, const QString& serverName,
                      const ko_player::Options& options)
-    : progress_(durationMs), explains_(options.explains) {
+    : progress_(durationMs, options.length), explains_(options.explains) {
     base::logLine("url: ", url.toStdString());
     try {
-        recorder_ = std::make_unique<ko_player::FileRecorder>(outputPath.toUtf8().toStdString(), options.flv);
+        recorder_ = std::make_unique<ko_player::FileRecorder>(outputPath.toUtf8().toStdString(), options.flv,
+                                                              progress_.exactEndMs());
     } catch (const std::exception& error) {
         base::logLine("creating of muxer is failed with exc: ", error.what());
         std::exit(EXIT_FAILURE);
@@ -59,6 +60,7 @@ void FfpExport::connectLink(const QString& serverName) {
         }
         end(EXIT_FAILURE);
     });
+    connect(link_, &Corvane::Ipc::SocketHandler::newMessage, this, &FfpExport::onMessage);
     connect(link_, &Corvane::Ipc::SocketHandler::disconnected, this, [this] { end(EXIT_FAILURE); });
 }
 
@@ -78,14 +80,25 @@ void FfpExport::onData(const QByteArray& bytes) {
         end(EXIT_FAILURE);
         return;
     }
+    if (recorder_->isAtEnd()) {
+        tell(progress_.complete());
+        finish();
+        return;
+    }
     const std::int64_t dts = recorder_->maxVideoDts();
     const auto step = progress_.update(dts);
     if (step.isOver) {
         base::logLine("forced finishing when: ", dts, " > ", progress_.durationMs());
-        end(recorder_->pushEofAndClose() ? EXIT_SUCCESS : EXIT_FAILURE);
-    } else if (step.percent) {
+        finish();
+    } else {
+        tell(step.percent);
+    }
+}
+
+void FfpExport::tell(std::optional<int> percent) {
+    if (percent) {
         using namespace Corvane::Ipc;
-        static_cast<void>(link_->send(makeMessage(message_type::kProgress, qint32{*step.percent})));
+        static_cast<void>(link_->send(makeMessage(message_type::kProgress, qint32{*percent})));
     }
 }
 
@@ -98,12 +111,23 @@ void FfpExport::onFinished() {
         base::logLine("http failed: ", failure);
     }
     base::logLine("http is finished, with dts: ", recorder_ ? recorder_->maxVideoDts() : 0);
-    if (!recorder_ || !recorder_->pushEofAndClose()) {
-        end(EXIT_FAILURE);
-        return;
+    finish();
+}
+
+void FfpExport::finish() {
+    const bool isComplete = recorder_ != nullptr && recorder_->pushEofAndClose();
+    if (isComplete && explains_) {
+        base::logLine("recorded: ", recorder_->recordedMs(), " ms, ",
+                      recorder_->hasSound() ? "with sound" : "without sound");
     }
     recorder_.reset();
-    end(EXIT_SUCCESS);
+    end(isComplete ? EXIT_SUCCESS : EXIT_FAILURE);
+}
+
+void FfpExport::onMessage(const Corvane::Ipc::Message& message) {
+    if (message.type == Corvane::Ipc::message_type::kFinish && !ending_) {
+        finish();
+    }
 }
 
 // This runs inside signals of the reply and of the link. The network has a thread, which must have ended

@@ -14,7 +14,8 @@
 
 namespace Corvane::Ipc {
 class SocketHandler;
-}
+struct Message;
+} // namespace Corvane::Ipc
 
 /// Records one stream into a file, tells the parent how far it is, and ends the process: with 0 when the file
 /// is complete, else with 1. Lives as long as the process, on the main thread.
@@ -33,6 +34,10 @@ public:
 private:
     void onData(const QByteArray& bytes);
     void onFinished();
+    /// Closes the file and ends.
+    void finish();
+    void onMessage(const Corvane::Ipc::Message& message);
+    void tell(std::optional<int> percent);
     void connectLink(const QString& serverName);
     /// Ends the process as soon as the event loop is reached; nothing is heard until then.
     void end(int code);

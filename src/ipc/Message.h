@@ -18,6 +18,7 @@ inline constexpr quint8 kPause = 6;        ///< from parent: no data
 inline constexpr quint8 kResume = 7;       ///< from parent: no data
 inline constexpr quint8 kProgress = 8;     ///< to parent: signed 32-bit percent
 inline constexpr quint8 kStopAudio = 9;    ///< from parent: no data
+inline constexpr quint8 kFinish = 10;      ///< from the parent of an export: no data; close the file and end
 } // namespace message_type
 
 /// One packet of the link between worker and parent.

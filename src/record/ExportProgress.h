@@ -1,5 +1,7 @@
 #pragma once
 
+#include "records/Options.h"
+
 #include <cstdint>
 #include <optional>
 
@@ -11,8 +13,10 @@ public:
     /// How much longer than asked for the stream may be. A server that honours the range ends before.
     static constexpr std::int64_t kToleranceMs = 10'000;
 
-    /// `durationMs` is the length asked for. Without a positive one there is no progress.
-    explicit ExportProgress(int durationMs) : durationMs_(durationMs) {}
+    /// `durationMs` is the length asked for. Without a positive one there is no progress. With
+    /// LengthPolicy::Exact it is never over: the recorder knows the first picture that is too much.
+    explicit ExportProgress(int durationMs, LengthPolicy length = LengthPolicy::Expected)
+        : durationMs_(durationMs), length_(length) {}
 
     struct Step {
         bool isOver = false;        ///< the recording is to be finished
@@ -23,10 +27,16 @@ public:
     /// told when it has changed; beyond the end each further one is told as 100 again.
     [[nodiscard]] Step update(std::int64_t dtsMs);
 
+    /// All of it is recorded: what is to be told, if it has not been told yet.
+    [[nodiscard]] std::optional<int> complete();
+
     [[nodiscard]] int durationMs() const noexcept { return durationMs_; }
+    /// Where the recording is to end, milliseconds from its first picture; empty: where the stream does.
+    [[nodiscard]] std::optional<std::int64_t> exactEndMs() const;
 
 private:
     int durationMs_;
+    LengthPolicy length_;
     std::int32_t last_ = 0; ///< percent, not clamped
 };
 

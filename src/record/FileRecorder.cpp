@@ -32,9 +32,9 @@ constexpr std::uint32_t kHevcTag = MKTAG('h', 'v', 'c', '1');
 
 } // namespace
 
-FileRecorder::FileRecorder(const std::string& path, FlvReading reading)
-    : path_(path), rules_(recordingRules(reading)), handler_(std::make_shared<FlvHandler>(reading)),
-      reader_(handler_.get(), reading) {
+FileRecorder::FileRecorder(const std::string& path, FlvReading reading, std::optional<std::int64_t> endMs)
+    : path_(path), rules_(recordingRules(reading)), endMs_(endMs),
+      handler_(std::make_shared<FlvHandler>(reading)), reader_(handler_.get(), reading) {
     emplaceMuxer();
     handler_->onVideoParams = [this](const AVCodecParameters*) {
         startVideo();
@@ -169,6 +169,10 @@ void FileRecorder::pushVideo(PacketPtr packet) {
             timeZero_ = maxVideoDts_ = dts;
         }
     }
+    measure(dts);
+    if (isAtEnd_) {
+        return;
+    }
     if (rules_.followsConfiguration) {
         packet = configuration_.withParameterSets(std::move(packet));
     }
@@ -184,7 +188,27 @@ void FileRecorder::pushVideo(PacketPtr packet) {
     }
 }
 
+/// A picture lasts to the next one; the last one as long as the one before it.
+void FileRecorder::measure(std::int64_t dts) {
+    const bool isFirst = !firstVideoDts_.has_value();
+    if (isFirst) {
+        firstVideoDts_ = dts;
+    }
+    const std::int64_t begin = base::subtractSaturated(dts, *firstVideoDts_);
+    if (endMs_ && begin >= *endMs_) {
+        recordedMs_ = isAtEnd_ ? recordedMs_ : begin;
+        isAtEnd_ = true;
+        return;
+    }
+    const std::int64_t spacing = isFirst ? 0 : base::subtractSaturated(dts, newestVideoDts_);
+    newestVideoDts_ = dts;
+    recordedMs_ = std::max(recordedMs_, base::addSaturated(begin, std::max<std::int64_t>(spacing, 0)));
+}
+
 void FileRecorder::pushAudio(PacketPtr packet) {
+    if (isAtEnd_) {
+        return;
+    }
     bridge(Medium::Audio, *packet);
     if (buffering_) {
         holdAudio(std::move(packet));

@@ -42,8 +42,10 @@ public:
     static constexpr std::size_t kMaxBufferedPackets = 10'000;
 
     /// `path` is in the encoding that FFmpeg wants for file names. The file is created when the header is
-    /// written. Throws what Muxer and FlvHandler throw.
-    explicit FileRecorder(const std::string& path, FlvReading reading = FlvReading::Strict);
+    /// written. `endMs`, more than 0: nothing is recorded from there on, milliseconds from the first picture.
+    /// Throws what Muxer and FlvHandler throw.
+    explicit FileRecorder(const std::string& path, FlvReading reading = FlvReading::Strict,
+                          std::optional<std::int64_t> endMs = std::nullopt);
     FileRecorder(const FileRecorder&) = delete;
     FileRecorder& operator=(const FileRecorder&) = delete;
     ~FileRecorder() = default;
@@ -59,6 +61,13 @@ public:
     /// RecordingRules); 0 before the first.
     [[nodiscard]] std::int64_t maxVideoDts() const noexcept;
 
+    /// A picture has come that lies behind the end: what was to be recorded is.
+    [[nodiscard]] bool isAtEnd() const noexcept { return isAtEnd_; }
+    /// How long the pictures last, milliseconds: from the first one to the end of the last.
+    [[nodiscard]] std::int64_t recordedMs() const noexcept { return recordedMs_; }
+    /// Whether the file has sound.
+    [[nodiscard]] bool hasSound() const noexcept { return audioStarted_; }
+
     /// Bytes that are held back.
     [[nodiscard]] std::uint64_t bufferedBytes() const noexcept { return held_.bytes(); }
 
@@ -69,6 +78,7 @@ private:
     void startAudio();
     void startLateAudio();
     void pushVideo(PacketPtr packet);
+    void measure(std::int64_t dts);
     void pushAudio(PacketPtr packet);
     void holdAudio(PacketPtr packet);
     [[nodiscard]] bool isReadyForHeader() const;
@@ -99,6 +109,11 @@ private:
     HeldPackets held_;
     std::int64_t timeZero_ = 0; ///< what counts as 0 for maxVideoDts()
     std::int64_t maxVideoDts_ = 0;
+    const std::optional<std::int64_t> endMs_;
+    bool isAtEnd_ = false;
+    std::optional<std::int64_t> firstVideoDts_;
+    std::int64_t newestVideoDts_ = 0;
+    std::int64_t recordedMs_ = 0;
     std::int64_t origin_ = 0; ///< of the file: what its first packet has
     std::optional<Muxer> muxer_;
     AVCodecID soundCodec_ = AV_CODEC_ID_NONE; ///< for what is said about it

@@ -20,6 +20,8 @@ constexpr std::array kChoices{
     Choice{"buffering", "off", [](Options& options) { options.buffering = BufferingPolicy::Never; }},
     Choice{"sync", "off", [](Options& options) { options.sync = SyncPolicy::StartTogether; }},
     Choice{"sync", "on", [](Options& options) { options.sync = SyncPolicy::ByTimeStamps; }},
+    Choice{"length", "expected", [](Options& options) { options.length = LengthPolicy::Expected; }},
+    Choice{"length", "exact", [](Options& options) { options.length = LengthPolicy::Exact; }},
 };
 
 std::string_view trimmed(std::string_view text) {

@@ -24,11 +24,18 @@ enum class SyncPolicy {
     ByTimeStamps,  ///< time stamps: early sound waits, late sound is skipped
 };
 
+/// When an export has recorded enough.
+enum class LengthPolicy {
+    Expected, ///< the duration is what a server that honours it sends: only far beyond it, the file is cut
+    Exact,    ///< the file ends where the duration does; without a duration, when the parent says so
+};
+
 /// What a parent asks for beside the command line. The default is what a worker does that nobody asked.
 struct Options {
     FlvReading flv = FlvReading::Strict;
     BufferingPolicy buffering = BufferingPolicy::ByUrl;
     SyncPolicy sync = SyncPolicy::StartTogether;
+    LengthPolicy length = LengthPolicy::Expected;
     /// Whether the log has the lines that say more than a worker of old said: set for every parent that asks
     /// for anything, since it knows them.
     bool explains = false;
@@ -48,7 +55,7 @@ struct ParsedOptions {
 /// Reads "key=value,key=value". Parts that are not known are ignored, so that a newer parent can start an
 /// older worker; of a key that comes twice the last value counts. Blanks around a part are skipped.
 ///
-///     flv=strict|standard   buffering=on|off   sync=off|on
+///     flv=strict|standard   buffering=on|off   sync=off|on   length=expected|exact
 [[nodiscard]] ParsedOptions parseOptions(std::string_view text);
 
 } // namespace ko_player

@@ -124,6 +124,86 @@ TEST_F(Export, RecordsTheWholeStreamAndEndsWithZero) {
     EXPECT_EQ(exchanges[0].request.header("Accept"), "*/*");
 }
 
+/// With what the library asks for by itself.
+Recording::Options askingForAll() {
+    return {.environment = {{"MEDIAWORKER_OPTIONS", "flv=standard,length=exact"}}};
+}
+
+TEST_F(Export, EndsWhereTheDurationDoesHoweverFastTheServerSends) {
+    for (int i = 0; i < 5; ++i) {
+        Recording recording(askingForAll());
+        recording.start(server_.url("/endless.flv"), output_, 5000);
+        ASSERT_EQ(recording.waitForExit(), 0) << recording.logText();
+        const auto streams = readMp4(output_);
+        ASSERT_EQ(streams.size(), 2U);
+        EXPECT_EQ(streams[0].packets.size(), 125U);
+        EXPECT_EQ(complaints(output_), "");
+        EXPECT_EQ(recording.log().back().text, "recorded: 5000 ms, with sound");
+        EXPECT_EQ(recording.progress().back(), 100);
+        EXPECT_EQ(std::count(recording.progress().begin(), recording.progress().end(), 100), 1);
+    }
+}
+
+TEST_F(Export, WithoutALengthGoesOnUntilItIsToldToFinish) {
+    FlvOptions options;
+    options.repeats = 20; // 40 seconds: a worker that was not asked stops after ten
+    const auto pieces = makeFlv(clip_, options);
+    server_.route("/minute.flv", pacedHandler(pieces, {.speed = 0, .staysOpen = true}));
+    Recording recording(askingForAll());
+    recording.start(server_.url("/minute.flv"), output_, 0);
+    const auto served = [&] {
+        const auto exchanges = server_.exchanges();
+        return !exchanges.empty() && exchanges[0].sends.size() == pieces.size();
+    };
+    ASSERT_TRUE(recording.waitUntil(served));
+    recording.listen(500ms); // what the system holds
+    EXPECT_TRUE(recording.worker().isRunning());
+    ASSERT_TRUE(recording.worker().finish());
+    ASSERT_EQ(recording.waitForExit(), 0) << recording.logText();
+    EXPECT_EQ(recording.log().back().text, "recorded: 40000 ms, with sound");
+    EXPECT_EQ(readMp4(output_).at(0).packets.size(), 1000U);
+    EXPECT_EQ(complaints(output_), "");
+    EXPECT_THAT(recording.progress(), IsEmpty());
+}
+
+TEST_F(Export, FinishesWhenItIsTold) {
+    for (const bool isBare : {true, false}) {
+        Recording recording(isBare ? Recording::Options{} : askingForAll());
+        recording.start(server_.url("/live.flv"), output_, 60000);
+        ASSERT_TRUE(recording.waitUntil([&] { return recording.progress().size() >= 2; }));
+        ASSERT_TRUE(recording.worker().finish());
+        ASSERT_EQ(recording.waitForExit(), 0) << recording.logText();
+        EXPECT_TRUE(isFinished(output_));
+        EXPECT_EQ(complaints(output_), "");
+        EXPECT_FALSE(recording.worker().finish()) << "nobody is there";
+    }
+}
+
+TEST_F(Export, HasNothingToFinishBeforeThePictures) {
+    server_.route("/silent.flv", [](HttpResponse& response) {
+        response.sendHeader();
+        response.waitForClientToLeave();
+    });
+    Recording recording;
+    recording.start(server_.url("/silent.flv"), output_);
+    ASSERT_TRUE(recording.worker().finish()); // before it has connected
+    EXPECT_EQ(recording.waitForExit(), 1) << recording.logText();
+    EXPECT_FALSE(std::filesystem::exists(output_));
+}
+
+TEST_F(Export, OnlyTheKnownCommandFinishes) {
+    Recording recording;
+    recording.start(server_.url("/live.flv"), output_, 60000);
+    ASSERT_TRUE(recording.waitUntil([&] { return recording.worker().isConnected(); }));
+    for (const char* packet :
+         {"000000", "040000", "050000", "060000", "070000", "080000", "090000", "0b0000", "ff0000"}) {
+        ASSERT_TRUE(recording.worker().writeRaw(QByteArray::fromHex(packet)));
+    }
+    const std::size_t told = recording.progress().size();
+    EXPECT_TRUE(recording.waitUntil([&] { return recording.progress().size() >= told + 2; }));
+    EXPECT_TRUE(recording.worker().isRunning());
+}
+
 TEST_F(Export, RecordsALiveStreamAndTellsEachPercentageOnce) {
     Recording recording;
     server_.route("/live.flv", pacedHandler(lasting(2s), {.speed = 2}));

@@ -23,7 +23,7 @@ TEST(Job, IsAskedForUnderTheNameThatAWorkerReads) {
 
 TEST(Job, AsksForTheBestUnlessToldOtherwise) {
     EXPECT_EQ(optionsOf(StreamJob{}), QStringLiteral("flv=standard,buffering=on,sync=on"));
-    EXPECT_EQ(optionsOf(ExportJob{}), QStringLiteral("flv=standard"));
+    EXPECT_EQ(optionsOf(ExportJob{}), QStringLiteral("flv=standard,length=exact"));
 }
 
 TEST(Job, AsksAWorkerForWhatItsFieldsSay) {
@@ -42,10 +42,14 @@ TEST(Job, AsksAWorkerForWhatItsFieldsSay) {
                 EXPECT_TRUE(options.explains);
             }
         }
-        const ko_player::Options options =
-            readByAWorker(optionsOf(ExportJob{.url = {}, .outputPath = {}, .flv = flv}));
-        EXPECT_EQ(options.flv, reading);
-        EXPECT_TRUE(options.explains);
+        for (const bool exact : {false, true}) {
+            const ko_player::Options options = readByAWorker(
+                optionsOf(ExportJob{.url = {}, .outputPath = {}, .flv = flv, .exactLength = exact}));
+            EXPECT_EQ(options.flv, reading);
+            EXPECT_EQ(options.length,
+                      exact ? ko_player::LengthPolicy::Exact : ko_player::LengthPolicy::Expected);
+            EXPECT_TRUE(options.explains);
+        }
     }
 }
 

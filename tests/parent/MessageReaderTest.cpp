@@ -102,17 +102,16 @@ TEST_P(OddMessages, IsSkippedAndTheNextOneIsRead) {
 
 INSTANTIATE_TEST_SUITE_P(
     MessageReader, OddMessages,
-    ::testing::Values(Odd{"ConnectedShort", "00 0400 01000000", {0, 4}}, Odd{"FrameEmpty", "01 0000", {1, 0}},
-                      Odd{"FrameLong", "01 0900 000000000000000000", {1, 9}},
-                      Odd{"FragmentHalf", "02 0800 0000000000000000", {2, 8}},
-                      Odd{"AbsoluteTimeShort", "03 0100 00", {3, 1}},
-                      Odd{"FormatWithData", "04 0100 00", {4, 1}},
-                      Odd{"VolumeFromWorker", "05 0400 32000000", {5, 4}},
-                      Odd{"PauseFromWorker", "06 0000", {6, 0}}, Odd{"ResumeFromWorker", "07 0000", {7, 0}},
-                      Odd{"StopAudioFromWorker", "09 0000", {9, 0}},
-                      Odd{"ProgressAbove100", "08 0400 65000000", {8, 4}},
-                      Odd{"ProgressNegative", "08 0400 ffffffff", {8, 4}},
-                      Odd{"ProgressShort", "08 0200 3200", {8, 2}}, Odd{"UnknownType", "ff 0000", {255, 0}}),
+    ::testing::Values(
+        Odd{"ConnectedShort", "00 0400 01000000", {0, 4}}, Odd{"FrameEmpty", "01 0000", {1, 0}},
+        Odd{"FrameLong", "01 0900 000000000000000000", {1, 9}},
+        Odd{"FragmentHalf", "02 0800 0000000000000000", {2, 8}},
+        Odd{"AbsoluteTimeShort", "03 0100 00", {3, 1}}, Odd{"FormatWithData", "04 0100 00", {4, 1}},
+        Odd{"VolumeFromWorker", "05 0400 32000000", {5, 4}}, Odd{"PauseFromWorker", "06 0000", {6, 0}},
+        Odd{"ResumeFromWorker", "07 0000", {7, 0}}, Odd{"StopAudioFromWorker", "09 0000", {9, 0}},
+        Odd{"FinishFromWorker", "0a 0000", {10, 0}}, Odd{"ProgressAbove100", "08 0400 65000000", {8, 4}},
+        Odd{"ProgressNegative", "08 0400 ffffffff", {8, 4}}, Odd{"ProgressShort", "08 0200 3200", {8, 2}},
+        Odd{"UnknownType", "ff 0000", {255, 0}}),
     [](const auto& row) { return std::string(row.param.name); });
 
 TEST(EncodePacket, WritesTypeSizeAndData) {

@@ -137,6 +137,9 @@ std::optional<QByteArray> commandOf(const QString& words) {
     if (words == QStringLiteral("stop audio")) {
         return encodePacket(MessageType::StopAudio);
     }
+    if (words == QStringLiteral("finish")) {
+        return encodePacket(MessageType::Finish);
+    }
     return std::nullopt;
 }
 
@@ -156,7 +159,7 @@ TEST(ProtocolPage, ShowsEveryPacketAsItIs) {
         EXPECT_EQ(reader.next(), message);
         EXPECT_EQ(reader.bufferedBytes(), 0);
     }
-    EXPECT_THAT(shown, testing::ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9));
+    EXPECT_THAT(shown, testing::ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10));
 }
 
 TEST(ProtocolPage, ShowsThePacketThatMeansNothing) {

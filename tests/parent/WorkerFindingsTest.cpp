@@ -96,4 +96,24 @@ TEST(WorkerFindings, AreBounded) {
     }
 }
 
+TEST(WorkerFindings, ReadWhatWasRecorded) {
+    struct Recorded {
+        const char* line;
+        std::optional<qint64> lengthMs;
+        bool hasSound;
+    };
+    for (const Recorded& row : {
+             Recorded{"recorded: 5000 ms, with sound", 5000, true},
+             Recorded{"recorded: 86400000 ms, without sound", 86400000, false},
+             Recorded{"recorded: ", {}, false},
+             Recorded{"recorded: much, with sound", {}, true},
+             Recorded{"x recorded: 5000 ms, with sound", {}, false},
+         }) {
+        WorkerFindings findings;
+        findings.take(QString::fromLatin1(row.line), false);
+        EXPECT_EQ(findings.recordedMs, row.lengthMs) << row.line;
+        EXPECT_EQ(findings.hasRecordedSound, row.hasSound) << row.line;
+    }
+}
+
 } // namespace

@@ -14,6 +14,7 @@
 ///     env:NAME       log the value of a variable behind "env: "
 ///     has:NAME       log whether there is such a variable behind "has: ": yes or no
 ///     picture:WxH    write a picture of that size into the frame file, and send the format message
+///     write:TEXT     write the file of an export
 ///     shape:WxH      write a picture of that size into the frame file, without a word
 ///     cut:N          make the frame file N bytes long; its header stays
 ///     play           write pictures of changing sizes, each with its messages, until killed or alone
@@ -97,6 +98,10 @@ private:
         } else if (verb == QStringLiteral("picture")) {
             shape(value);
             send(QByteArray::fromHex("040000"));
+        } else if (verb == QStringLiteral("write")) {
+            QFile file(arguments_.value(4));
+            file.open(QIODevice::WriteOnly);
+            file.write(text);
         } else if (verb == QStringLiteral("shape")) {
             shape(value);
         } else if (verb == QStringLiteral("cut")) {

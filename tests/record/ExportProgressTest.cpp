@@ -54,5 +54,36 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"LargestStamp", 60000, {std::numeric_limits<std::int64_t>::max()}, "over"}),
     [](const auto& instance) { return instance.param.name; });
 
+TEST(ExactLength, IsNeverOver) {
+    ExportProgress progress(60000, LengthPolicy::Exact);
+    EXPECT_EQ(progress.update(30000).percent, 50);
+    for (const std::int64_t dts : {std::int64_t{70001}, std::int64_t{86'400'000}}) {
+        const auto step = progress.update(dts);
+        EXPECT_FALSE(step.isOver) << dts;
+        EXPECT_EQ(step.percent, 100) << dts;
+    }
+    ExportProgress endless(0, LengthPolicy::Exact);
+    EXPECT_FALSE(endless.update(36'000'000).isOver);
+    EXPECT_FALSE(endless.update(36'000'000).percent);
+    EXPECT_FALSE(endless.complete());
+}
+
+TEST(ExactLength, IsCompleteOnce) {
+    ExportProgress progress(5000, LengthPolicy::Exact);
+    EXPECT_EQ(progress.update(4960).percent, 99);
+    EXPECT_EQ(progress.complete(), 100);
+    EXPECT_FALSE(progress.complete());
+    ExportProgress told(5000, LengthPolicy::Exact);
+    EXPECT_EQ(told.update(5000).percent, 100);
+    EXPECT_FALSE(told.complete());
+}
+
+TEST(ExactLength, EndsWhereTheDurationDoes) {
+    EXPECT_EQ(ExportProgress(5000, LengthPolicy::Exact).exactEndMs(), 5000);
+    EXPECT_EQ(ExportProgress(0, LengthPolicy::Exact).exactEndMs(), std::nullopt);
+    EXPECT_EQ(ExportProgress(-5, LengthPolicy::Exact).exactEndMs(), std::nullopt);
+    EXPECT_EQ(ExportProgress(5000).exactEndMs(), std::nullopt);
+}
+
 } // namespace
 } // namespace ko_player

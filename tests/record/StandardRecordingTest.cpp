@@ -197,6 +197,40 @@ FlvOptions withMetadata(const AmfValue::Properties& metadata) {
     return options;
 }
 
+TEST(ExactEnd, IsThePictureThatBeginsBehindIt) {
+    struct Row {
+        std::int64_t endMs;
+        std::size_t pictures;
+        std::int64_t recordedMs;
+    };
+    const Clip clip = clipOf(specOf(VideoCodec::Avc, AudioCodec::Aac));
+    for (const FlvReading reading : {FlvReading::Strict, FlvReading::Standard}) {
+        for (const Row& row : {Row{1000, 25, 1000}, Row{1001, 26, 1040}, Row{40, 1, 40}, Row{1, 1, 40},
+                               Row{3000, 75, 3000}, Row{60000, 100, 4000}}) {
+            const TemporaryFolder folder;
+            const auto path = folder / "out.mp4";
+            LogCapture log;
+            FlvOptions options = startingAt(7'000'000);
+            options.repeats = 2; // four seconds
+            FileRecorder recorder(path.string(), reading, row.endMs);
+            for (const TimedBytes& piece : makeFlv(clip, options)) {
+                ASSERT_TRUE(recorder.consume(piece.bytes.data(), piece.bytes.size()))
+                    << testing::PrintToString(log.lines());
+            }
+            EXPECT_EQ(recorder.isAtEnd(), row.endMs < 4000) << row.endMs;
+            ASSERT_TRUE(recorder.pushEofAndClose()) << testing::PrintToString(log.lines());
+            EXPECT_EQ(recorder.recordedMs(), row.recordedMs) << row.endMs;
+            EXPECT_TRUE(recorder.hasSound());
+            const auto streams = readMp4(path);
+            ASSERT_EQ(streams.size(), 2U);
+            EXPECT_EQ(streams[0].packets.size(), row.pictures) << row.endMs;
+            EXPECT_LE(static_cast<std::int64_t>(streams[1].packets.size()) * 1024 * 1000 / 44100,
+                      row.recordedMs + 50)
+                << "nor does the sound go on";
+        }
+    }
+}
+
 struct StartCase {
     const char* name;
     VideoCodec video;

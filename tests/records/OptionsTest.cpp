@@ -10,7 +10,8 @@ namespace {
 
 using ::testing::ElementsAreArray;
 
-constexpr Options kEverything{FlvReading::Standard, BufferingPolicy::Never, SyncPolicy::ByTimeStamps, true};
+constexpr Options kEverything{FlvReading::Standard, BufferingPolicy::Never, SyncPolicy::ByTimeStamps,
+                              LengthPolicy::Exact, true};
 
 struct OptionsCase {
     const char* name;
@@ -40,9 +41,10 @@ INSTANTIATE_TEST_SUITE_P(
     Rows, ParseOptions,
     ::testing::Values(
         OptionsCase{"Empty", "", {}, {}}, OptionsCase{"OnlyCommasAndBlanks", " ,,\t, ", {}, {}},
-        OptionsCase{"Defaults", "flv=strict,buffering=on,sync=off", {.explains = true}, {}},
-        OptionsCase{"All", "flv=standard,buffering=off,sync=on", kEverything, {}},
-        OptionsCase{"AnyOrderAndBlanks", " sync=on , flv = standard,buffering=off,", kEverything, {}},
+        OptionsCase{"Defaults", "flv=strict,buffering=on,sync=off,length=expected", {.explains = true}, {}},
+        OptionsCase{"All", "flv=standard,buffering=off,sync=on,length=exact", kEverything, {}},
+        OptionsCase{
+            "AnyOrderAndBlanks", " sync=on , flv = standard,length=exact,buffering=off,", kEverything, {}},
         OptionsCase{"LastOneCounts", "flv=standard,flv=strict", {.explains = true}, {}},
         OptionsCase{"UnknownKey",
                     "color=red,sync=on",

@@ -4,6 +4,7 @@
 
 #include <QCommandLineParser>
 #include <QDir>
+#include <QFileInfo>
 #include <QUrl>
 
 #include <cmath>
@@ -65,14 +66,16 @@ QString generalHelp() {
                "\n"
                "Commands:\n"
                "  play URL [options]                         Play a stream or a file, and tell how it goes.\n"
-               "  export URL FILE --duration S [options]     Record a stream into an MP4 file.\n"
+               "  export URL FILE [options]                  Record a stream into an MP4 file.\n"
                "  help [COMMAND]                             Print the help of a command.\n"
                "\n"
                "Options:\n"
                "  -h, --help     Print this help; behind a command, the command's.\n"
                "  -v, --version  Print the version.\n"
                "\n"
-               "Exit status: 0 if the job was done, 2 for wrong usage, 1 for anything else.\n")
+               "Exit status: 0 if the job was done, 2 for wrong usage, 3 if an export is complete but "
+               "shorter\n"
+               "than it was to be, 1 for anything else.\n")
         .arg(programName());
 }
 
@@ -264,32 +267,45 @@ Command parsePlay(const QStringList& arguments, const QString& folder) {
     return command;
 }
 
+/// The file to write, which has a name that players know it by. @throws Refusal
+QString recordingFile(const QString& text, const QString& folder) {
+    const QString suffix = QFileInfo(text).suffix().toLower();
+    const bool isMp4 = suffix == QStringLiteral("mp4") || suffix == QStringLiteral("m4v");
+    if (!isMp4) {
+        throw Refusal{QStringLiteral("%1 is no name for an MP4 file: film.mp4 would be").arg(text)};
+    }
+    return QDir(folder).absoluteFilePath(text);
+}
+
 /// @throws Refusal
 Command parseExport(const QStringList& arguments, const QString& folder) {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
         "Records a stream into an MP4 file, as it comes. FILE appears when it is complete, in place of what\n"
-        "was there; until then the recording is \"film.partial.mp4\" for \"film.mp4\". Ctrl-C cancels\n"
-        "the export and removes it. There is no proxy for exports."));
+        "was there; until then the recording is \"film.partial.mp4\" for \"film.mp4\". Ctrl-C ends the\n"
+        "recording and keeps it; a second Ctrl-C gives it up. There is no proxy for exports."));
     const auto help = helpOption();
     const auto duration = option("duration", "S",
-                                 QStringLiteral("The expected length in seconds: what the progress is "
-                                                "measured against. A stream that ends sooner is complete "
-                                                "then; one without an end is cut ten seconds later."));
+                                 QStringLiteral("Record S seconds, up to the next picture. A stream that "
+                                                "ends sooner is complete then. Without it, the recording "
+                                                "goes on until the stream ends, or Ctrl-C."));
     const auto timeout = option("timeout", "S",
-                                QStringLiteral("Give up when the progress stands still for S seconds; 0: "
-                                               "never. Default: 60 and a twentieth of the duration."));
+                                QStringLiteral("End when the progress stands still for S seconds, and keep "
+                                               "what was recorded; 0: never. Default: 60 and a twentieth "
+                                               "of the duration; without one, never."));
+    const QCommandLineOption noClobber = {QStringLiteral("no-clobber"),
+                                          QStringLiteral("Do not replace a file that is there: status 1.")};
     const auto json = jsonOption();
     const auto flv = flvOption();
     const auto worker = workerOption();
-    parser.addOptions({help, duration, timeout, json, flv, worker});
+    parser.addOptions({help, duration, timeout, noClobber, json, flv, worker});
     parser.addPositionalArgument(QStringLiteral("URL"), QStringLiteral("An FLV stream (http, https)."));
     parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("The MP4 file to write."));
     if (!parser.parse(arguments)) {
         throw Refusal{parser.errorText()};
     }
     if (parser.isSet(help)) {
-        return Information{helpOf(parser, QStringLiteral("export URL FILE --duration S [options]"))};
+        return Information{helpOf(parser, QStringLiteral("export URL FILE [options]"))};
     }
 
     const QStringList values =
@@ -299,12 +315,12 @@ Command parseExport(const QStringList& arguments, const QString& folder) {
     if (!isWebUrl(command.url)) {
         throw Refusal{QStringLiteral("cannot export %1: only http and https").arg(command.url)};
     }
-    command.file = QDir(folder).absoluteFilePath(values[1]);
-    if (!parser.isSet(duration)) {
-        throw Refusal{QStringLiteral("--duration is missing")};
+    command.file = recordingFile(values[1], folder);
+    if (parser.isSet(duration)) {
+        command.duration = durationOf(parser, duration);
+        command.patience = defaultPatience(command.duration);
     }
-    command.duration = durationOf(parser, duration);
-    command.patience = defaultPatience(command.duration);
+    command.mayReplace = !parser.isSet(noClobber);
     if (parser.isSet(timeout)) {
         const auto patience = toDuration(parser.value(timeout));
         if (!patience) {

@@ -31,10 +31,11 @@ struct PlayCommand {
 struct ExportCommand {
     QString url;
     QString file;                          ///< absolute
-    std::chrono::milliseconds duration{0}; ///< expected length
+    std::chrono::milliseconds duration{0}; ///< the recording's length; zero: until the user stops it
     /// How long the progress may stand still; zero: for ever.
     std::chrono::milliseconds patience{0};
     parent::FlvReading flv = parent::FlvReading::Standard;
+    bool mayReplace = true; ///< a file of that name
     QString worker = {};
     bool isJson = false;
     friend bool operator==(const ExportCommand&, const ExportCommand&) = default;

@@ -67,6 +67,13 @@ Ended jobEnd(const Summary& summary, const QString& problem, const std::optional
     return ended;
 }
 
+bool isCutShort(const WorkerEnd& worker, std::chrono::milliseconds asked, bool stoodStill) {
+    const bool isBroken = stoodStill || worker.findings.isResponseFailed();
+    const auto recordedMs = worker.findings.recordedMs;
+    const bool isAsLong = asked.count() > 0 && recordedMs && *recordedMs >= asked.count();
+    return isBroken && !isAsLong;
+}
+
 QString whyNotDone(const PlayEnd& end) {
     const bool isFile = end.worker.mode == parent::WorkerMode::LocalFile;
     const bool isAtEnd = !end.worker.crashed && end.worker.exitCode == (isFile ? kEndOfFile : kEndOfStream);

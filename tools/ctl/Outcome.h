@@ -34,6 +34,10 @@ struct WorkerEnd {
 [[nodiscard]] Ended jobEnd(const Summary& summary, const QString& problem,
                            const std::optional<WorkerEnd>& worker);
 
+/// A complete file is shorter than it was to be, since the connection was lost or the stream stood still. One
+/// that the server ended is as long as the stream. `asked`: zero: until the user stops it.
+[[nodiscard]] bool isCutShort(const WorkerEnd& worker, std::chrono::milliseconds asked, bool stoodStill);
+
 enum class PlayStop {
     None,        ///< the worker ended by itself
     Duration,    ///< it was told to, when all was watched that should be

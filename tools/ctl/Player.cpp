@@ -270,7 +270,7 @@ void Player::end(QString problem, const std::optional<WorkerEnd>& worker) {
     summary.delayMs = monitor_.delayMs(Clock::now());
     summary.snapshots = snapshots_;
     console_.report(jobEnd(summary, problem, worker));
-    Q_EMIT done(problem);
+    Q_EMIT done(problem, false);
 }
 
 } // namespace mediaworker::ctl

@@ -30,8 +30,8 @@ public:
     void interrupt();
 
 Q_SIGNALS:
-    /// `problem` is empty when the job was done. Everything has been reported.
-    void done(const QString& problem);
+    /// `problem` is empty when the job was done. Everything has been reported. `isCutShort`: never.
+    void done(const QString& problem, bool isCutShort);
 
 private:
     using Clock = std::chrono::steady_clock;

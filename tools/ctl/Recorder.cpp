@@ -15,11 +15,13 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kEndWait = 5s;
+// The index of a recording of days has a hundred megabytes, and disks are slow.
+constexpr auto kCloseWait = 60s;
 
 } // namespace
 
 Recorder::Recorder(ExportCommand command, Console& console)
-    : command_(std::move(command)), partial_(partialPath(command_.file)), console_(console) {
+    : command_(std::move(command)), console_(console) {
     using parent::WorkerProcess;
     worker_.setProgram(command_.worker);
     connect(&worker_, &WorkerProcess::connected, this,
@@ -34,6 +36,7 @@ Recorder::Recorder(ExportCommand command, Console& console)
             [this](const QString& reason) { console_.report(SoundUnavailable{reason}); });
     connect(&worker_, &WorkerProcess::finished, this, &Recorder::onFinished);
     connect(&worker_, &WorkerProcess::startFailed, this, [this](const QString& why) {
+        QFile::remove(partial_);
         end(QStringLiteral("the worker cannot be started: ") + why, std::nullopt);
     });
     connect(&worker_, &WorkerProcess::connectTimedOut, this,
@@ -41,7 +44,8 @@ Recorder::Recorder(ExportCommand command, Console& console)
     connect(&ticks_, &QTimer::timeout, this, &Recorder::tick);
     patience_.setSingleShot(true);
     connect(&patience_, &QTimer::timeout, this, [this] {
-        giveUp(QStringLiteral("the export stands still at %1 %; its recording was removed").arg(percent_));
+        isStill_ = true;
+        finish();
     });
     endTimer_.setSingleShot(true);
     connect(&endTimer_, &QTimer::timeout, this,
@@ -53,14 +57,25 @@ void Recorder::start() {
         end(QStringLiteral("%1 is a folder").arg(command_.file), std::nullopt);
         return;
     }
+    if (!command_.mayReplace && QFileInfo::exists(command_.file)) {
+        end(QStringLiteral("%1 exists").arg(command_.file), std::nullopt);
+        return;
+    }
+    const auto partial = makePartialFile(command_.file);
+    if (!partial) {
+        end(QStringLiteral("cannot write into %1").arg(QFileInfo(command_.file).absolutePath()),
+            std::nullopt);
+        return;
+    }
+    partial_ = *partial;
     startedAt_ = Clock::now();
-    QFile::remove(partial_); // what an earlier export left must not pass for this one's
     const parent::ExportJob job{.url = command_.url,
                                 .durationMs = static_cast<int>(command_.duration.count()),
                                 .outputPath = partial_,
                                 .flv = command_.flv};
     const Interruption::Shield shield;
     if (!worker_.start(job)) {
+        QFile::remove(partial_);
         end(worker_.errorString(), std::nullopt);
         return;
     }
@@ -74,13 +89,23 @@ void Recorder::interrupt() {
     if (isDone_) {
         return;
     }
+    isGivenUp_ = std::exchange(isInterrupted_, true);
+    if (isGivenUp_) {
+        worker_.kill();
+    } else {
+        finish();
+    }
+}
+
+/// The worker closes the file and ends.
+void Recorder::finish() {
     ticks_.stop();
     patience_.stop();
-    if (std::exchange(isCancelled_, true) || !worker_.isConnected()) {
-        worker_.kill(); // it would not notice
+    if (!worker_.isConnected()) {
+        worker_.kill(); // nothing is recorded yet
     }
-    worker_.disconnectLink();
-    endTimer_.start(kEndWait);
+    worker_.finish();
+    endTimer_.start(kCloseWait);
 }
 
 std::chrono::milliseconds Recorder::elapsed() const {
@@ -88,7 +113,8 @@ std::chrono::milliseconds Recorder::elapsed() const {
 }
 
 void Recorder::reportProgress() {
-    console_.report(ExportProgress{percent_, elapsed()});
+    const bool hasLength = command_.duration > 0ms;
+    console_.report(ExportProgress{hasLength ? std::optional(percent_) : std::nullopt, elapsed()});
 }
 
 void Recorder::tick() {
@@ -112,23 +138,29 @@ void Recorder::onFinished(int exitCode, bool crashed) {
 QString Recorder::takeResult(const WorkerEnd& worker) {
     const bool isComplete = !worker.crashed && worker.exitCode == 0;
     if (isComplete) {
-        return replaceFile(partial_, command_.file)
+        const auto replacing = command_.mayReplace ? Replacing::Allowed : Replacing::Refused;
+        return moveFile(partial_, command_.file, replacing)
                    ? QString()
                    : QStringLiteral("cannot write %1; the recording is %2").arg(command_.file, partial_);
     }
-    if (isCancelled_) {
-        QFile::remove(partial_);
-        return QStringLiteral("cancelled; the recording was removed");
-    }
     // A worker that ends by itself closes the file as well as it can; without that nobody can read it.
-    if (worker.crashed || QFileInfo(partial_).size() == 0) {
+    const bool isUseless = QFileInfo(partial_).size() == 0 || (worker.crashed && !isGivenUp_);
+    if (isUseless) {
         QFile::remove(partial_);
     }
-    QString problem = QStringLiteral("the export failed: ") + describe(worker);
-    if (QFileInfo::exists(partial_)) {
-        problem += QStringLiteral("\n  what was recorded until then is ") + partial_;
+    const QString left =
+        isUseless ? QString() : QStringLiteral("\n  what was recorded until then is ") + partial_;
+    if (isGivenUp_) {
+        return QStringLiteral("given up; the file was not closed") + left;
     }
-    return problem;
+    if (isInterrupted_) {
+        return QStringLiteral("interrupted before anything was recorded") + left;
+    }
+    if (isStill_) {
+        return QStringLiteral("the export stands still at %1 %, and nothing was recorded").arg(percent_) +
+               left;
+    }
+    return QStringLiteral("the export failed: ") + describe(worker) + left;
 }
 
 void Recorder::giveUp(const QString& problem) {
@@ -138,7 +170,9 @@ void Recorder::giveUp(const QString& problem) {
     const QString described = describe(problem, worker_.recentLog());
     worker_.kill();
     worker_.waitForFinished(kEndWait); // it could write on
-    QFile::remove(partial_);
+    if (QFileInfo(partial_).size() == 0 || !isInterrupted_) {
+        QFile::remove(partial_);
+    }
     isDone_ = false;
     end(described, std::nullopt);
 }
@@ -151,14 +185,20 @@ void Recorder::end(const QString& problem, const std::optional<WorkerEnd>& worke
     patience_.stop();
     endTimer_.stop();
     ExportSummary summary;
+    summary.asked = command_.duration;
     summary.elapsed = startedAt_ == Clock::time_point{} ? 0ms : elapsed();
     if (problem.isEmpty()) {
         reportProgress();
         summary.file = command_.file;
         summary.bytes = QFileInfo(command_.file).size();
+        if (worker) {
+            summary.recordedMs = worker->findings.recordedMs;
+            summary.hasSound = worker->findings.hasRecordedSound;
+            summary.isCutShort = isCutShort(*worker, command_.duration, isStill_);
+        }
     }
     console_.report(jobEnd(summary, problem, worker));
-    Q_EMIT done(problem);
+    Q_EMIT done(problem, summary.isCutShort);
 }
 
 } // namespace mediaworker::ctl

@@ -20,12 +20,13 @@ public:
     Recorder(ExportCommand command, Console& console);
 
     void start();
-    /// The user wants it to end; for the second time, at once.
+    /// The user wants it to end: the file is closed and kept. For the second time, at once.
     void interrupt();
 
 Q_SIGNALS:
-    /// `problem` is empty when the job was done. Everything has been reported.
-    void done(const QString& problem);
+    /// `problem` is empty when there is a file. Everything has been reported. `isCutShort`: it is shorter
+    /// than it was to be.
+    void done(const QString& problem, bool isCutShort);
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -34,13 +35,14 @@ private:
     void reportProgress();
     void onFinished(int exitCode, bool crashed);
     [[nodiscard]] QString takeResult(const WorkerEnd& worker);
+    void finish();
     void giveUp(const QString& problem);
     void end(const QString& problem, const std::optional<WorkerEnd>& worker);
     [[nodiscard]] std::chrono::milliseconds elapsed() const;
 
     const ExportCommand command_;
-    const QString partial_;
     Console& console_;
+    QString partial_; ///< empty: not made yet
     parent::WorkerProcess worker_;
     QTimer ticks_;
     QTimer patience_;
@@ -48,7 +50,9 @@ private:
 
     Clock::time_point startedAt_{};
     int percent_ = 0;
-    bool isCancelled_ = false;
+    bool isInterrupted_ = false; ///< by the user
+    bool isGivenUp_ = false;     ///< by the user, who does not wait for the file to be closed
+    bool isStill_ = false;       ///< the stream: it was ended for that
     bool isDone_ = false;
 };
 

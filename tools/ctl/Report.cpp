@@ -1,5 +1,6 @@
 #include "tools/ctl/Report.h"
 
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -83,12 +84,13 @@ struct Text {
     QString operator()(const Snapshot& event) const { return QStringLiteral("saved %1").arg(event.file); }
 
     QString operator()(const ExportProgress& event) const {
+        const QString after = fixed(toSeconds(event.elapsed), 1);
+        if (!event.percent) {
+            return QStringLiteral("  recording after %1 s").arg(after);
+        }
         const QString bar =
-            form == ProgressForm::Bar ? progressBar(event.percent) : QStringLiteral("exported");
-        return QStringLiteral("  %1 %2 %   after %3 s")
-            .arg(bar)
-            .arg(event.percent, 3)
-            .arg(fixed(toSeconds(event.elapsed), 1));
+            form == ProgressForm::Bar ? progressBar(*event.percent) : QStringLiteral("exported");
+        return QStringLiteral("  %1 %2 %   after %3 s").arg(bar).arg(*event.percent, 3).arg(after);
     }
 
     QString operator()(const SoundUnavailable& event) const {
@@ -131,7 +133,21 @@ struct Text {
         if (summary.file.isEmpty()) {
             return {};
         }
-        return QStringLiteral("exported: %1 (%2 bytes)").arg(summary.file).arg(summary.bytes);
+        QString text = QStringLiteral("exported: %1 (%2 bytes").arg(summary.file).arg(summary.bytes);
+        if (summary.recordedMs) {
+            text += QStringLiteral(", %1 s%2")
+                        .arg(fixed(toSeconds(*summary.recordedMs), 1),
+                             summary.hasSound ? QString() : QStringLiteral(", without sound"));
+        }
+        text += u')';
+        if (summary.isCutShort) {
+            text +=
+                summary.asked.count() > 0
+                    ? QStringLiteral("\nthe file is complete, but shorter than the %1 s that were asked for")
+                          .arg(fixed(toSeconds(summary.asked), 1))
+                    : QStringLiteral("\nthe file is complete, but the stream ended before it was stopped");
+        }
+        return text;
     }
 };
 
@@ -180,9 +196,12 @@ struct Json {
     }
 
     QJsonObject operator()(const ExportProgress& event) const {
-        return {{QStringLiteral("event"), QStringLiteral("progress")},
-                {QStringLiteral("percent"), event.percent},
-                {QStringLiteral("elapsedMs"), static_cast<qint64>(event.elapsed.count())}};
+        QJsonObject object{{QStringLiteral("event"), QStringLiteral("progress")},
+                           {QStringLiteral("elapsedMs"), static_cast<qint64>(event.elapsed.count())}};
+        if (event.percent) {
+            object.insert(QStringLiteral("percent"), *event.percent);
+        }
+        return object;
     }
 
     QJsonObject operator()(const Ended& event) const {
@@ -231,6 +250,19 @@ struct Json {
         if (!summary.file.isEmpty()) {
             object.insert(QStringLiteral("file"), summary.file);
             object.insert(QStringLiteral("bytes"), summary.bytes);
+            object.insert(QStringLiteral("isCutShort"), summary.isCutShort);
+        }
+        if (summary.recordedMs) {
+            object.insert(QStringLiteral("recordedMs"), *summary.recordedMs);
+            QJsonArray tracks{QStringLiteral("video")};
+            if (summary.hasSound) {
+                tracks.append(QStringLiteral("sound"));
+            }
+            object.insert(QStringLiteral("tracks"), tracks);
+            if (summary.asked.count() > 0) {
+                const qint64 percent = *summary.recordedMs * 100 / summary.asked.count();
+                object.insert(QStringLiteral("percentOfAsked"), std::min<qint64>(percent, 100));
+            }
         }
     }
 };

@@ -50,7 +50,7 @@ struct Reconnecting {
 };
 
 struct ExportProgress {
-    int percent = 0;
+    std::optional<int> percent = {}; ///< of the length asked for; empty: there is none
     std::chrono::milliseconds elapsed{0};
 };
 
@@ -69,6 +69,10 @@ struct ExportSummary {
     QString file; ///< empty: there is none
     qint64 bytes = 0;
     std::chrono::milliseconds elapsed{0};
+    std::chrono::milliseconds asked{0};    ///< how long it was to be; zero: until the user stops it
+    std::optional<qint64> recordedMs = {}; ///< how long it is
+    bool hasSound = false;
+    bool isCutShort = false; ///< the stream broke off before that
 };
 
 using Summary = std::variant<PlaySummary, ExportSummary>;

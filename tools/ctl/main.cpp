@@ -20,6 +20,7 @@ using mediaworker::Interruption;
 constexpr int kDone = 0;
 constexpr int kNotDone = 1;
 constexpr int kWrongUsage = 2;
+constexpr int kCutShort = 3;
 
 template <class Job, class JobCommand>
 int run(const JobCommand& command) {
@@ -32,8 +33,8 @@ int run(const JobCommand& command) {
     // Queued: the job may be over before the loop runs.
     QObject::connect(
         &job, &Job::done, &loop,
-        [&](const QString& problem) {
-            status = problem.isEmpty() ? kDone : kNotDone;
+        [&](const QString& problem, bool isCutShort) {
+            status = !problem.isEmpty() ? kNotDone : isCutShort ? kCutShort : kDone;
             if (!problem.isEmpty()) {
                 console.complain(problem);
             }

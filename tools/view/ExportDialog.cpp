@@ -58,6 +58,7 @@ ExportDialog::ExportDialog(const QString& url, const QString& workerProgram, QWi
     connect(&worker_, &WorkerProcess::progress, progress_, &QProgressBar::setValue);
     connect(&worker_, &WorkerProcess::finished, this, &ExportDialog::end);
     connect(&worker_, &WorkerProcess::startFailed, this, [this](const QString& why) {
+        QFile::remove(partialFile_);
         finish(exportEndText(ExportEnd::Failed, {}, tr("the worker cannot be started: %1").arg(why)), false);
     });
     connect(&worker_, &WorkerProcess::connectTimedOut, &worker_, &WorkerProcess::kill);
@@ -146,7 +147,13 @@ void ExportDialog::begin() {
         return;
     }
     file_ = withMp4Suffix(QDir::fromNativeSeparators(path_->text()));
-    partialFile_ = partialPath(file_);
+    const auto partial = makePartialFile(file_);
+    if (!partial) {
+        message_->setText(
+            tr("Cannot write into %1.").arg(QDir::toNativeSeparators(QFileInfo(file_).absolutePath())));
+        return;
+    }
+    partialFile_ = *partial;
     isCancelled_ = false;
     isExporting_ = true;
     for (QWidget* widget : {static_cast<QWidget*>(length_), static_cast<QWidget*>(path_),
@@ -156,11 +163,11 @@ void ExportDialog::begin() {
     progress_->setValue(0);
     message_->setText(tr("Exporting …"));
     close_->setText(tr("Cancel"));
-    QFile::remove(partialFile_); // of an earlier failure
     if (!worker_.start(parent::ExportJob{.url = url_,
                                          .durationMs = *lengthMs,
                                          .outputPath = QFileInfo(partialFile_).absoluteFilePath(),
                                          .flv = flv_})) {
+        QFile::remove(partialFile_);
         finish(exportEndText(ExportEnd::Failed, {}, worker_.errorString()), false);
     }
 }
@@ -195,7 +202,7 @@ void ExportDialog::end(int exitCode, bool crashed) {
         return;
     }
     if (!crashed && exitCode == 0) {
-        const bool isSaved = replaceFile(partialFile_, file_);
+        const bool isSaved = moveFile(partialFile_, file_, Replacing::Allowed);
         finish(isSaved ? exportEndText(ExportEnd::Complete, QDir::toNativeSeparators(file_),
                                        shortcomings(worker_.findings()))
                        : exportEndText(ExportEnd::NotSaved, QDir::toNativeSeparators(partialFile_), {}),

@@ -115,6 +115,16 @@ TEST(CtlArguments, ExportTakesEveryOption) {
               mediaworker::parent::FlvReading::Standard);
 }
 
+TEST(CtlArguments, ExportGoesOnUntilItIsStopped) {
+    EXPECT_EQ(std::get<ExportCommand>(parse("export http://cam/a.flv A.MP4 --no-clobber")),
+              (ExportCommand{.url = QStringLiteral("http://cam/a.flv"),
+                             .file = kRoot + QStringLiteral("home/me/A.MP4"),
+                             .duration = 0ms,
+                             .patience = 0ms,
+                             .mayReplace = false}));
+    EXPECT_EQ(std::get<ExportCommand>(parse("export http://cam/a.flv a.mp4 --timeout 5")).patience, 5s);
+}
+
 TEST(CtlArguments, WaitsForAWhileAndAPartOfTheLength) {
     EXPECT_EQ(defaultPatience(0s), 60s);
     EXPECT_EQ(defaultPatience(1h), 4min);
@@ -133,7 +143,7 @@ TEST(CtlArguments, HelpIsEverywhere) {
         }
     }
     for (const char* line : {"export --help", "export -h", "help export"}) {
-        EXPECT_THAT(textOf(parse(line)), StartsWith("Usage: mediaworker-ctl export URL FILE --duration S"))
+        EXPECT_THAT(textOf(parse(line)), StartsWith("Usage: mediaworker-ctl export URL FILE [options]"))
             << line;
         EXPECT_THAT(textOf(parse(line)), HasSubstr("There is no proxy for exports.")) << line;
         EXPECT_THAT(textOf(parse(line)), HasSubstr("--flv <READING>")) << line;
@@ -194,7 +204,10 @@ TEST(CtlArguments, RefusesWrongUsageWithAReason) {
              Row{"export http://cam a.mp4 --duration 1 --low-latency", "Unknown option 'low-latency'.",
                  kExport},
              Row{"export http://cam", "the file to write is missing", kExport},
-             Row{"export http://cam a.mp4", "--duration is missing", kExport},
+             Row{"export http://cam a.flv", "a.flv is no name for an MP4 file", kExport},
+             Row{"export http://cam a", "a is no name for an MP4 file", kExport},
+             Row{"export http://cam -", "- is no name for an MP4 file", kExport},
+             Row{"export http://cam .mp4.part", "is no name for an MP4 file", kExport},
              Row{"export http://cam a.mp4 b.mp4 --duration 1", "unexpected argument: b.mp4", kExport},
              Row{"export http://cam a.mp4 --duration x", "--duration must be a number", kExport},
              Row{"export http://cam a.mp4 --duration 1 --timeout -1", "--timeout must be a number", kExport},

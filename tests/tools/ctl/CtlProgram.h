@@ -9,6 +9,7 @@
 #include "support/servers/Pacing.h"
 
 #include <QImage>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -33,6 +34,7 @@ namespace mediaworker::test {
 inline constexpr int kDone = 0;
 inline constexpr int kNotDone = 1;
 inline constexpr int kWrongUsage = 2;
+inline constexpr int kCutShort = 3;
 
 inline Clip clip(AudioCodec audio) {
     ClipSpec spec;

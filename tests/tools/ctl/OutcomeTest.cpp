@@ -113,6 +113,35 @@ TEST(CtlOutcome, TellsOfTheWorkerOnlyWhatIsKnown) {
     EXPECT_EQ(withoutWorker.reason, QString());
 }
 
+TEST(CtlOutcome, KnowsARecordingThatIsCutShort) {
+    struct Row {
+        const char* what;
+        std::optional<qint64> recordedMs;
+        std::chrono::milliseconds asked;
+        bool isBroken;
+        bool stoodStill;
+        bool isCutShort;
+    };
+    using namespace std::chrono_literals;
+    for (const Row& row : {
+             Row{"as long as it was to be", 5000, 5s, false, false, false},
+             Row{"the server ended it", 400, 5s, false, false, false},
+             Row{"the connection broke", 400, 5s, true, false, true},
+             Row{"it broke behind the end", 5000, 5s, true, false, false},
+             Row{"it stood still", 400, 5s, false, true, true},
+             Row{"a worker that does not tell", {}, 5s, true, false, true},
+             Row{"until it is stopped, and it was", 400, 0s, false, false, false},
+             Row{"until it is stopped, and it broke", 400, 0s, true, false, true},
+         }) {
+        WorkerEnd end{parent::WorkerMode::Export, 0, false};
+        end.findings.recordedMs = row.recordedMs;
+        if (row.isBroken) {
+            end.findings.networkError = QStringLiteral("RemoteHostClosedError");
+        }
+        EXPECT_EQ(isCutShort(end, row.asked, row.stoodStill), row.isCutShort) << row.what;
+    }
+}
+
 TEST(CtlOutcome, TellsWhatTheLogToldOfTheResponse) {
     parent::WorkerFindings refused;
     refused.httpStatus = 404;

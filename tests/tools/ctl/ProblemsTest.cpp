@@ -134,11 +134,19 @@ TEST_F(CtlBrokenStream, IsPlayedToWhereItBreaksOff) {
 
 TEST_F(CtlBrokenStream, IsExportedToWhereItBreaksOff) {
     const std::string file = (folder_ / "film.mp4").generic_string();
-    EXPECT_EQ(run({"export", server_.url("/broken.flv"), file, "--duration", "30"}), kDone) << errors();
+    EXPECT_EQ(run({"export", server_.url("/broken.flv"), file, "--duration", "30"}), kCutShort) << errors();
+    EXPECT_THAT(output(),
+                HasSubstr("\nthe file is complete, but shorter than the 30.0 s that were asked for\n"));
     EXPECT_EQ(lines(output()).back(), kBrokeOff);
-    EXPECT_EQ(run({"export", server_.url("/broken.flv"), file, "--duration", "30", "--json"}), kDone);
+    EXPECT_EQ(run({"export", server_.url("/broken.flv"), file, "--duration", "30", "--json"}), kCutShort);
     const QJsonObject end = events("ended").at(0);
     EXPECT_TRUE(end[QStringLiteral("ok")].toBool());
+    EXPECT_TRUE(end[QStringLiteral("isCutShort")].toBool());
+    EXPECT_EQ(intOf(end, "recordedMs"), 2000);
+    EXPECT_EQ(intOf(end, "percentOfAsked"), 6);
+    EXPECT_EQ(run({"export", server_.url("/broken.flv"), file, "--duration", "2"}), kDone)
+        << "all that was asked for had come";
+    EXPECT_EQ(run({"export", server_.url("/broken.flv"), file}), kCutShort) << "nobody has stopped it";
     EXPECT_EQ(textOf(end, "cause"), "connectionLost");
     EXPECT_EQ(textOf(end, "reason"), std::string("the file is complete, but ") + kBrokeOff);
 }

@@ -226,7 +226,8 @@ TEST_F(CtlExport, RecordsAFile) {
     EXPECT_THAT(probe(), ElementsAre("codec_name=h264|nb_read_packets=50",
                                      StartsWith("codec_name=aac|nb_read_packets=")));
     EXPECT_EQ(lines(output()).back(), "exported: " + file_.generic_string() + " (" +
-                                          std::to_string(std::filesystem::file_size(file_)) + " bytes)");
+                                          std::to_string(std::filesystem::file_size(file_)) +
+                                          " bytes, 2.0 s)");
     EXPECT_EQ(errors(), "");
 }
 
@@ -254,6 +255,64 @@ TEST_F(CtlExport, SpeaksJson) {
     EXPECT_EQ(textOf(end, "file"), file_.generic_string());
     EXPECT_EQ(intOf(end, "bytes"), static_cast<int>(std::filesystem::file_size(file_)));
     EXPECT_EQ(intOf(end, "exitCode"), 0);
+    EXPECT_EQ(intOf(end, "recordedMs"), 2000);
+    EXPECT_EQ(intOf(end, "percentOfAsked"), 100);
+    EXPECT_EQ(end[QStringLiteral("tracks")].toArray(), (QJsonArray{"video", "sound"}));
+    EXPECT_FALSE(end[QStringLiteral("isCutShort")].toBool());
+}
+
+TEST_F(CtlExport, IsAsLongAsItWasToBe) {
+    FlvOptions minutes;
+    minutes.repeats = 60;
+    server_.route("/minutes.flv", pacedHandler(makeFlv(clip_, minutes), {.speed = 0, .staysOpen = true}));
+    ASSERT_EQ(
+        run({"export", server_.url("/minutes.flv"), file_.generic_string(), "--duration", "5", "--json"}),
+        kDone)
+        << errors();
+    EXPECT_EQ(intOf(events("progress").back(), "percent"), 100);
+    EXPECT_EQ(intOf(events("ended").at(0), "recordedMs"), 5000);
+    EXPECT_EQ(probe().at(0), "codec_name=h264|nb_read_packets=125");
+}
+
+TEST_F(CtlExport, TwoIntoOneFileAreBothWhole) {
+    start({"export", server_.url("/clip.flv"), file_.generic_string(), "--duration", "2"});
+    ASSERT_TRUE(eventually([&] { return files().size() == 1; }));
+    ChildProcess second({.command = {MEDIAWORKER_CTL, "export", server_.url("/clip.flv"),
+                                     file_.generic_string(), "--duration", "2"},
+                         .environment = environment_,
+                         .output = folder_ / "output2",
+                         .errors = folder_ / "errors2"});
+    ASSERT_TRUE(eventually([&] { return files().size() == 2; }));
+    EXPECT_THAT(files(), ElementsAre("film.partial-2.mp4", "film.partial.mp4"));
+    EXPECT_EQ(finish(), kDone) << errors();
+    EXPECT_EQ(second.waitFor(std::chrono::seconds(60)), kDone) << readText(folder_ / "errors2");
+    EXPECT_THAT(files(), ElementsAre("film.mp4"));
+    EXPECT_EQ(probe().at(0), "codec_name=h264|nb_read_packets=50");
+}
+
+TEST_F(CtlExport, ReplacesNothingWhenItIsToldSo) {
+    writeFile(file_, "an older film");
+    EXPECT_EQ(
+        run({"export", server_.url("/fast.flv"), file_.generic_string(), "--duration", "2", "--no-clobber"}),
+        kNotDone);
+    EXPECT_EQ(errors(), "mediaworker-ctl: " + file_.generic_string() + " exists\n");
+    EXPECT_EQ(readFile(file_), "an older film");
+    EXPECT_THAT(files(), ElementsAre("film.mp4"));
+
+    // One that comes while it records.
+    std::filesystem::remove(file_);
+    start({"export", server_.url("/clip.flv"), file_.generic_string(), "--duration", "2", "--no-clobber"});
+    ASSERT_TRUE(eventually([&] { return files().size() == 1; }));
+    writeFile(file_, "a newer film");
+    EXPECT_EQ(finish(), kNotDone);
+    EXPECT_THAT(errors(), HasSubstr("; the recording is "));
+    EXPECT_EQ(readFile(file_), "a newer film");
+    EXPECT_THAT(files(), ElementsAre("film.mp4", "film.partial.mp4"));
+}
+
+TEST_F(CtlExport, WritesIntoNoFolderThatIsNotThere) {
+    EXPECT_EQ(run({"export", server_.url("/fast.flv"), (folder_ / "nothing/film.mp4").string()}), kNotDone);
+    EXPECT_THAT(errors(), StartsWith("mediaworker-ctl: cannot write into "));
 }
 
 TEST_F(CtlExport, ReplacesAnOlderFile) {
@@ -261,7 +320,8 @@ TEST_F(CtlExport, ReplacesAnOlderFile) {
     writeFile(file_.parent_path() / "film.partial.mp4", "left by an accident");
     ASSERT_EQ(run({"export", server_.url("/fast.flv"), file_.generic_string(), "--duration", "2"}), kDone)
         << errors();
-    EXPECT_THAT(files(), ElementsAre("film.mp4"));
+    EXPECT_THAT(files(), ElementsAre("film.mp4", "film.partial.mp4"));
+    EXPECT_EQ(readFile(file_.parent_path() / "film.partial.mp4"), "left by an accident") << "not ours";
     EXPECT_EQ(probe().size(), 2U);
 }
 
@@ -288,18 +348,26 @@ TEST_F(CtlExport, AnErrorOfTheServerIsAFailure) {
 }
 
 TEST_F(CtlExport, AFolderIsNoFile) {
-    EXPECT_EQ(run({"export", server_.url("/fast.flv"), file_.parent_path().string(), "--duration", "2"}),
-              kNotDone);
+    std::filesystem::create_directory(file_);
+    EXPECT_EQ(run({"export", server_.url("/fast.flv"), file_.string(), "--duration", "2"}), kNotDone);
     EXPECT_THAT(errors(), HasSubstr("is a folder"));
 }
 
-TEST_F(CtlExport, AStreamThatStandsStillIsAFailure) {
+TEST_F(CtlExport, OfAStreamThatStandsStillKeepsWhatCame) {
     server_.route("/stalls.flv", pacedHandler(pieces_, {.speed = 0, .staysOpen = true}));
     EXPECT_EQ(run({"export", server_.url("/stalls.flv"), file_.generic_string(), "--duration", "4",
                    "--timeout", "1"}),
+              kCutShort);
+    EXPECT_EQ(errors(), "");
+    EXPECT_EQ(lines(output()).back(), "the file is complete, but shorter than the 4.0 s that were asked for");
+    EXPECT_THAT(files(), ElementsAre("film.mp4"));
+    EXPECT_EQ(probe().at(0), "codec_name=h264|nb_read_packets=50");
+
+    EXPECT_EQ(run({"export", server_.url("/silent.flv"), file_.generic_string(), "--duration", "4",
+                   "--timeout", "1"}),
               kNotDone);
-    EXPECT_THAT(errors(), HasSubstr("the export stands still at 49 %"));
-    EXPECT_THAT(files(), IsEmpty());
+    EXPECT_EQ(errors(), "mediaworker-ctl: the export stands still at 0 %, and nothing was recorded\n");
+    EXPECT_THAT(files(), ElementsAre("film.mp4"));
 }
 
 TEST_F(CtlExport, AWorkerThatNeverConnectsIsAFailure) {

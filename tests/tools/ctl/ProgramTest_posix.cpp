@@ -159,17 +159,55 @@ TEST_F(CtlExport, AWorkerThatDiesLeavesNoFile) {
     EXPECT_THAT(files(), IsEmpty());
 }
 
-TEST_F(CtlExport, InterruptedIsCancelled) {
+TEST_F(CtlExport, InterruptedIsKept) {
     writeFile(file_, "an older film");
     start({"export", server_.url("/long.flv"), file_.generic_string(), "--duration", "100", "--json"});
     ASSERT_TRUE(waitForEvent("progress", 2)) << errors();
     EXPECT_THAT(files(), ElementsAre("film.mp4", "film.partial.mp4"));
     program_->signal(SIGINT);
-    EXPECT_EQ(finish(), kNotDone);
-    EXPECT_EQ(errors(), "mediaworker-ctl: cancelled; the recording was removed\n");
+    EXPECT_EQ(finish(), kDone) << errors();
     EXPECT_THAT(files(), ElementsAre("film.mp4"));
-    EXPECT_EQ(readFile(file_), "an older film");
-    EXPECT_FALSE(events("ended").at(0)[QStringLiteral("ok")].toBool());
+    EXPECT_EQ(probe().size(), 2U);
+    const QJsonObject end = events("ended").at(0);
+    EXPECT_TRUE(end[QStringLiteral("ok")].toBool());
+    EXPECT_FALSE(end[QStringLiteral("isCutShort")].toBool());
+    EXPECT_GE(intOf(end, "recordedMs"), 1000);
+}
+
+TEST_F(CtlExport, GoesOnUntilItIsInterrupted) {
+    start({"export", server_.url("/long.flv"), file_.generic_string()});
+    ASSERT_TRUE(eventually([&] { return output().find("recording after ") != std::string::npos; }));
+    program_->signal(SIGTERM);
+    EXPECT_EQ(finish(), kDone) << errors();
+    EXPECT_THAT(lines(output()).back(),
+                ContainsPattern("^exported: .*/film\\.mp4 \\([0-9]+ bytes, [0-9.]+ s\\)$"));
+    EXPECT_EQ(probe().size(), 2U);
+}
+
+TEST_F(CtlExport, InterruptedBeforeAnythingCameLeavesNothing) {
+    start({"export", server_.url("/silent.flv"), file_.generic_string(), "--json"});
+    ASSERT_TRUE(waitForEvent("connected"));
+    program_->signal(SIGINT);
+    EXPECT_EQ(finish(), kNotDone);
+    EXPECT_EQ(errors(), "mediaworker-ctl: interrupted before anything was recorded\n");
+    EXPECT_THAT(files(), IsEmpty());
+}
+
+TEST_F(CtlExport, InterruptedTwiceGivesUpAndNamesWhatIsLeft) {
+    // A worker that does not close its file.
+    start({"export", "http://h/;connect;hello;write:half a film;wait:60000", file_.generic_string(),
+           "--worker", FAKE_WORKER, "--json"});
+    ASSERT_TRUE(eventually(
+        [&] { return files().size() == 1 && readFile(file_.parent_path() / files()[0]) == "half a film"; }));
+    program_->signal(SIGINT);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_TRUE(program_->isRunning()) << "the file could still be closed";
+    program_->signal(SIGINT);
+    EXPECT_EQ(finish(), kNotDone);
+    EXPECT_EQ(errors(),
+              "mediaworker-ctl: given up; the file was not closed\n  what was recorded until then is " +
+                  (file_.parent_path() / "film.partial.mp4").string() + "\n");
+    EXPECT_THAT(files(), ElementsAre("film.partial.mp4"));
 }
 
 /// A server that others wrote, with nothing to serve.

@@ -56,6 +56,15 @@ TEST(CtlReport, SpeaksToPeople) {
              Row{Ended{PlaySummary{}, QStringLiteral("x"), 3, {}}, ""},
              Row{Ended{ExportSummary{QStringLiteral("/a.mp4"), 262083, 2s}, {}, 0, {}},
                  "exported: /a.mp4 (262083 bytes)"},
+             Row{Ended{ExportSummary{QStringLiteral("/a.mp4"), 9, 2s, 5s, 4960, true}, {}, 0, {}},
+                 "exported: /a.mp4 (9 bytes, 5.0 s)"},
+             Row{Ended{ExportSummary{QStringLiteral("/a.mp4"), 9, 2s, 60s, 4800, false, true}, {}, 0, {}},
+                 "exported: /a.mp4 (9 bytes, 4.8 s, without sound)\n"
+                 "the file is complete, but shorter than the 60.0 s that were asked for"},
+             Row{Ended{ExportSummary{QStringLiteral("/a.mp4"), 9, 2s, 0s, 4800, true, true}, {}, 0, {}},
+                 "exported: /a.mp4 (9 bytes, 4.8 s)\n"
+                 "the file is complete, but the stream ended before it was stopped"},
+             Row{ExportProgress{{}, 61s}, "  recording after 61.0 s"},
              Row{Ended{ExportSummary{}, QStringLiteral("x"), 1, {}}, ""},
          }) {
         EXPECT_EQ(toText(row.event, ProgressForm::Line).toStdString(), row.text);
@@ -112,7 +121,14 @@ TEST(CtlReport, SpeaksToScripts) {
                  R"({"event":"ended","ok":false,"problem":"why\nnot","frames":0,"snapshots":0})"},
              Row{Ended{ExportSummary{QStringLiteral("/a.mp4"), 262083, 2s}, {}, 0, {}},
                  R"({"event":"ended","ok":true,"exitCode":0,"file":"/a.mp4","bytes":262083,
-                     "elapsedMs":2000})"},
+                     "isCutShort":false,"elapsedMs":2000})"},
+             Row{Ended{ExportSummary{QStringLiteral("/a.mp4"), 9, 2s, 60s, 4800, true, true}, {}, 0, {}},
+                 R"({"event":"ended","ok":true,"exitCode":0,"file":"/a.mp4","bytes":9,"isCutShort":true,
+                     "recordedMs":4800,"tracks":["video","sound"],"percentOfAsked":8,"elapsedMs":2000})"},
+             Row{Ended{ExportSummary{QStringLiteral("/a.mp4"), 9, 2s, 0s, 4800, false, false}, {}, 0, {}},
+                 R"({"event":"ended","ok":true,"exitCode":0,"file":"/a.mp4","bytes":9,"isCutShort":false,
+                     "recordedMs":4800,"tracks":["video"],"elapsedMs":2000})"},
+             Row{ExportProgress{{}, 2s}, R"({"event":"progress","elapsedMs":2000})"},
              Row{Ended{ExportSummary{{}, 0, 2s}, QStringLiteral("x"), 1, {}},
                  R"({"event":"ended","ok":false,"problem":"x","exitCode":1,"elapsedMs":2000})"},
          }) {

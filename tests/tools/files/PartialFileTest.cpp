@@ -9,32 +9,65 @@
 namespace mediaworker {
 namespace {
 
-TEST(PartialFile, IsBesideItsTarget) {
-    const QString root = QDir::rootPath();
-    EXPECT_EQ(partialPath(root + QStringLiteral("x/a.b.mp4")), root + QStringLiteral("x/a.b.partial.mp4"));
-    EXPECT_EQ(partialPath(QStringLiteral("a.mp4")),
-              QDir::current().filePath(QStringLiteral("a.partial.mp4")));
+QString nameOf(const std::filesystem::path& path) {
+    return QString::fromStdString(path.generic_string());
 }
 
-TEST(PartialFile, TakesThePlaceOfItsTarget) {
+TEST(PartialFile, IsBesideItsTarget) {
     const test::TemporaryFolder folder;
-    const auto target = folder / "film.mp4";
-    const QString name = QString::fromStdString(target.string());
+    const auto partial = makePartialFile(nameOf(folder / "a.b.mp4"));
+    ASSERT_TRUE(partial);
+    EXPECT_EQ(*partial, nameOf(folder / "a.b.partial.mp4"));
+    EXPECT_EQ(test::readFile(folder / "a.b.partial.mp4"), "");
+}
+
+TEST(PartialFile, IsNobodyElses) {
+    const test::TemporaryFolder folder;
+    const QString target = nameOf(folder / "film.mp4");
+    test::writeFile(folder / "film.partial.mp4", "what another one has left");
+    EXPECT_EQ(makePartialFile(target), nameOf(folder / "film.partial-2.mp4"));
+    EXPECT_EQ(makePartialFile(target), nameOf(folder / "film.partial-3.mp4"));
+    EXPECT_EQ(test::readFile(folder / "film.partial.mp4"), "what another one has left");
+}
+
+TEST(PartialFile, CannotBeMadeWhereNoFolderIs) {
+    const test::TemporaryFolder folder;
+    EXPECT_EQ(makePartialFile(nameOf(folder / "nothing" / "film.mp4")), std::nullopt);
+}
+
+TEST(MoveFile, TakesThePlaceOfItsTarget) {
+    const test::TemporaryFolder folder;
+    const auto target = folder / "film \u00fc.mp4";
     const auto partial = folder / "film.partial.mp4";
     for (const char* text : {"first", "second"}) {
         test::writeFile(partial, text);
-        EXPECT_TRUE(replaceFile(partialPath(name), name));
+        EXPECT_TRUE(moveFile(nameOf(partial), nameOf(target), Replacing::Allowed));
         EXPECT_EQ(test::readFile(target), text);
         EXPECT_FALSE(std::filesystem::exists(partial));
     }
 }
 
-TEST(PartialFile, CannotTakeThePlaceOfAFolder) {
+TEST(MoveFile, ReplacesNothingUnlessItMay) {
+    const test::TemporaryFolder folder;
+    const auto target = folder / "film.mp4";
+    const auto partial = folder / "film.partial.mp4";
+    test::writeFile(target, "older");
+    test::writeFile(partial, "newer");
+    EXPECT_FALSE(moveFile(nameOf(partial), nameOf(target), Replacing::Refused));
+    EXPECT_EQ(test::readFile(target), "older");
+    EXPECT_EQ(test::readFile(partial), "newer");
+    std::filesystem::remove(target);
+    EXPECT_TRUE(moveFile(nameOf(partial), nameOf(target), Replacing::Refused));
+    EXPECT_EQ(test::readFile(target), "newer");
+}
+
+TEST(MoveFile, CannotTakeThePlaceOfAFolder) {
     const test::TemporaryFolder folder;
     std::filesystem::create_directory(folder / "film.mp4");
     test::writeFile(folder / "film.partial.mp4", "text");
-    const QString name = QString::fromStdString((folder / "film.mp4").string());
-    EXPECT_FALSE(replaceFile(partialPath(name), name));
+    for (const auto replacing : {Replacing::Allowed, Replacing::Refused}) {
+        EXPECT_FALSE(moveFile(nameOf(folder / "film.partial.mp4"), nameOf(folder / "film.mp4"), replacing));
+    }
     EXPECT_EQ(test::readFile(folder / "film.partial.mp4"), "text");
 }
 

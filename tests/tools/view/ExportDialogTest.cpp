@@ -38,7 +38,7 @@ protected:
         fill();
     }
     void fill() {
-        dialog().setLength(QStringLiteral("2"));
+        dialog().setLength(QStringLiteral("60"));
         dialog().setFile(QString::fromStdString(file_.string()));
         dialog().show();
     }
@@ -259,9 +259,9 @@ TEST_F(ExportTest, AsksForTheReadingOfTheViewer) {
         EXPECT_TRUE(waitForEnd());
         return message();
     };
-    EXPECT_THAT(toldWith([] {}), HasSubstr("(its last words: env: flv=standard)"));
+    EXPECT_THAT(toldWith([] {}), HasSubstr("(its last words: env: flv=standard,length=exact)"));
     EXPECT_THAT(toldWith([this] { dialog().setFlvReading(parent::FlvReading::Strict); }),
-                HasSubstr("(its last words: env: flv=strict)"));
+                HasSubstr("(its last words: env: flv=strict,length=exact)"));
 }
 
 } // namespace
