@@ -1,9 +1,11 @@
 #include "app/FaultGuard.h"
 
-#include <array>
+#include "base/HandlerStack.h"
+
 #include <csignal>
 #include <cstdlib>
 #include <exception>
+#include <initializer_list>
 
 #include <unistd.h>
 
@@ -11,9 +13,6 @@ namespace fault_guard {
 namespace {
 
 constexpr int kCrashCode = 1;
-
-/// Own stack for the handlers: the main thread's may be what overflowed. No more than `_exit` runs on it.
-std::array<char, 64 << 10> handlerStack;
 
 extern "C" void endAfterSignal(int /*signal*/) {
     // The process is in an unknown state: nothing else is safe here.
@@ -27,11 +26,7 @@ void silenceFaultDialogs() {
 }
 
 void installCrashFilter() {
-    stack_t stack{};
-    stack.ss_sp = handlerStack.data();
-    stack.ss_size = handlerStack.size();
-    ::sigaltstack(&stack, nullptr);
-
+    base::provideHandlerStack();
     struct sigaction action {};
     action.sa_handler = endAfterSignal;
     action.sa_flags = SA_ONSTACK;

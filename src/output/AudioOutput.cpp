@@ -2,7 +2,7 @@
 
 #include "base/Log.h"
 #include "base/Saturating.h"
-#include "base/ThreadName.h"
+#include "base/ThreadEntry.h"
 #include "ffmpeg/FfmpegError.h"
 
 extern "C" {
@@ -47,7 +47,7 @@ void AudioOutput::join() {
 }
 
 void AudioOutput::audioTask() {
-    base::setThreadName("audio output");
+    base::enterThread("audio output");
     try {
         if (state_->shown) {
             playInStep();

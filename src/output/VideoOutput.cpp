@@ -1,7 +1,7 @@
 #include "output/VideoOutput.h"
 
 #include "base/Log.h"
-#include "base/ThreadName.h"
+#include "base/ThreadEntry.h"
 #include "ffmpeg/FfmpegError.h"
 #include "output/VideoConvert.h"
 
@@ -51,7 +51,7 @@ void VideoOutput::join() {
 }
 
 void VideoOutput::showTask() {
-    base::setThreadName("video output");
+    base::enterThread("video output");
     try {
         showPictures();
     } catch (const std::exception& error) {

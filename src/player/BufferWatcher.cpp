@@ -1,7 +1,7 @@
 #include "player/BufferWatcher.h"
 
 #include "base/Log.h"
-#include "base/ThreadName.h"
+#include "base/ThreadEntry.h"
 
 #include <exception>
 #include <utility>
@@ -31,7 +31,7 @@ void Player::BufferWatcher::disarm() {
 }
 
 void Player::BufferWatcher::watch() {
-    base::setThreadName("buffer watcher");
+    base::enterThread("buffer watcher");
     while (const auto request = requests_.waitPop()) {
         if (*request != kDisarm) {
             waitArmed(*request);

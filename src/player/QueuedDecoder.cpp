@@ -2,7 +2,7 @@
 
 #include "base/Log.h"
 #include "base/Saturating.h"
-#include "base/ThreadName.h"
+#include "base/ThreadEntry.h"
 #include "ffmpeg/Avcodec.h"
 #include "ffmpeg/FfmpegError.h"
 
@@ -52,7 +52,7 @@ void QueuedDecoder::join() {
 }
 
 void QueuedDecoder::decodeTask() {
-    base::setThreadName(threadName_);
+    base::enterThread(threadName_);
     try {
         decodeFrames();
     } catch (const std::exception& error) {

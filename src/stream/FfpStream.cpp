@@ -2,7 +2,7 @@
 
 #include "base/ImmediateExit.h"
 #include "base/Log.h"
-#include "base/ThreadName.h"
+#include "base/ThreadEntry.h"
 #include "player/Engine.h"
 #include "sound/AudioHandler.h"
 #include "sound/SoundModule.h"
@@ -22,7 +22,7 @@ namespace {
 constexpr int kShortestSilentChunk = 1024;
 
 void loadCodecs() {
-    base::setThreadName("codec loader");
+    base::enterThread("codec loader");
     ko_player::loadCodecs();
 }
 

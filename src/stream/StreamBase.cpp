@@ -3,7 +3,7 @@
 #include "base/Clock.h"
 #include "base/ImmediateExit.h"
 #include "base/Log.h"
-#include "base/ThreadName.h"
+#include "base/ThreadEntry.h"
 #include "ipc/SocketHandler.h"
 #include "stream/ExitCodes.h"
 #include "stream/Prefault.h"
@@ -53,7 +53,7 @@ StreamBase::StreamBase(const QString& channelName, const QString& serverName)
 }
 
 void StreamBase::openLink(const QString& serverName) {
-    base::setThreadName("link");
+    base::enterThread("link");
     link_ = std::make_unique<Corvane::Ipc::SocketHandler>(serverName, nullptr);
     connect(link_.get(), &Corvane::Ipc::SocketHandler::newMessage, this, &StreamBase::onMessage,
             Qt::DirectConnection);

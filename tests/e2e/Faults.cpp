@@ -1,5 +1,7 @@
 // A library that a test loads into a worker, to have its faults happen there: in code that the system can
 // unwind, as it is with real ones.
+#include "Faults.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdlib>
@@ -28,24 +30,23 @@ void (*volatile failing)() = fail;
 
 extern "C" {
 
-__declspec(dllexport) void accessViolation() {
+void accessViolation() {
     *nowhere = 1;
 }
 
-__declspec(dllexport) void illegalInstruction() {
+void illegalInstruction() {
     __builtin_trap();
 }
 
-__declspec(dllexport) void stackOverflow() {
+void stackOverflow() {
     *nowhere = overflow(0);
 }
 
-/// Nobody catches it: it does not get any further than this.
-__declspec(dllexport) void uncaughtException() noexcept {
+void uncaughtException() noexcept {
     failing();
 }
 
-__declspec(dllexport) void callAbort() {
+void callAbort() {
     std::abort();
 }
 }
