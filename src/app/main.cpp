@@ -1,6 +1,7 @@
 #include "app/ApplicationProxy.h"
 #include "app/CommandLine.h"
 #include "app/FaultGuard.h"
+#include "app/QtMessages.h"
 #include "base/Log.h"
 #include "export/FfpExport.h"
 #include "player/Engine.h"
@@ -48,6 +49,7 @@ int main(int argc, char** argv) {
     fault_guard::silenceFaultDialogs();
     fault_guard::installCrashFilter();
     ko_player::installEngineLog();
+    installQtMessages();
     const QCoreApplication application(argc, argv);
     hidePluginFolders();
     return std::visit([options = requestedOptions()](const auto& command) { return run(command, options); },

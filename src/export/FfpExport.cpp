@@ -18,15 +18,18 @@ using namespace std::chrono_literals;
 /// that gets no answer takes half a minute; the parent has been told "at once".
 constexpr auto kLongestExit = 2s;
 
-void limitExit(int code) {
+/// False when there is no thread for that.
+bool limitExit(int code) {
     try {
         std::thread([code] {
             // Not by the process's clock: this runs while globals go.
             std::this_thread::sleep_for(kLongestExit);
             base::exitNow(code);
         }).detach();
+        return true;
     } catch (const std::system_error& error) {
         base::logAt(__func__, error.what());
+        return false;
     }
 }
 
@@ -138,7 +141,14 @@ void FfpExport::end(int code) {
         return;
     }
     ending_ = true;
-    limitExit(code);
+    const bool isLimited = limitExit(code);
     QMetaObject::invokeMethod(
-        this, [this, code] { base::exitOrderly(code, [this] { reader_.reset(); }); }, Qt::QueuedConnection);
+        this,
+        [this, code, isLimited] {
+            if (!isLimited) {
+                base::exitNow(code);
+            }
+            base::exitOrderly(code, [this] { reader_.reset(); });
+        },
+        Qt::QueuedConnection);
 }

@@ -70,9 +70,11 @@ bool AudioPipeline::open(const AVCodecParameters* parameters) {
     if (out.frameSize < 1 || out.bytesPerSecond < 1) {
         throw std::logic_error("AudioPipeline: bad out parameters");
     }
-    decoder_ =
+    // Both or none, where a thread cannot be started: nobody would end a decoder without an output.
+    auto queued =
         std::make_unique<QueuedDecoder>(std::move(decoder), packets_, frames_, "audio decoder", rules_);
     output_ = std::make_unique<AudioOutput>(frames_, out, handler_, state_, clock_);
+    decoder_ = std::move(queued);
     base::logAt("ko_player::AudioPipeline::open", "AudioPipeline has been openned");
     return true;
 }

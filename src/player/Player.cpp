@@ -9,6 +9,7 @@
 
 #include <exception>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 namespace ko_player {
@@ -117,6 +118,8 @@ void Player::startVideo(const AVCodecParameters* parameters) {
 bool Player::startAudio(const AVCodecParameters* parameters) {
     try {
         return audio_.open(parameters);
+    } catch (const std::system_error&) {
+        throw; // no thread for it: the system can give no more
     } catch (const std::exception& error) {
         base::logAt("ko_player::Player::startAudio", "failed with exception: ", error.what());
         return false;

@@ -39,7 +39,8 @@ public:
     Player& operator=(const Player&) = delete;
 
     /// Starts the video output and, if wanted, the first buffering period, which lasts at most
-    /// `timeouts.next`. Call once, before any input.
+    /// `timeouts.next`. Call once, before any input. Throws std::system_error when a thread cannot be
+    /// started; the player is then good for nothing but to be destroyed.
     void start(Buffering buffering, FrameTimeouts timeouts);
 
     /// Feeds the next bytes of the FLV stream; blocks while the video channel is full (back-pressure). False
@@ -49,8 +50,8 @@ public:
 
     /// Plays a local file through FFmpeg's demuxer, video only. Blocks the caller until the file is read to
     /// its end or cannot be read (the reason is in the log); pictures that are still queued play out after
-    /// that. Throws std::runtime_error "Player::VideoPipeline stopped", and what VideoPipeline::open throws.
-    /// Call once.
+    /// that. Throws std::runtime_error "Player::VideoPipeline stopped", what VideoPipeline::open throws, and
+    /// std::system_error when a thread cannot be started. Call once.
     void playFile(const char* path);
 
     /// The user's pause. Thread-safe.

@@ -15,6 +15,7 @@
 #include <QCoreApplication>
 
 #include <exception>
+#include <system_error>
 
 namespace {
 
@@ -37,6 +38,12 @@ int deviceBufferMs(ko_player::SyncPolicy sync, bool buffering) {
         return kOwnRhythmMs;
     }
     return buffering ? kInStepMs : kUnbufferedMs;
+}
+
+/// The system has no thread for us: without it nothing would be shown, or ever end.
+[[noreturn]] void endWithoutThread(const std::system_error& error) {
+    base::logLine("can't start a thread: ", error.what());
+    base::exitNow(exit_code::kFailure);
 }
 
 } // namespace
@@ -72,15 +79,16 @@ FfpStream::FfpStream(const QString& url, const QString& channelName, const QStri
     for (const std::string& line : timing.logLines) {
         base::logLine(line);
     }
-    player_->start(timing.buffering ? ko_player::Buffering::On : ko_player::Buffering::Off,
-                   {.first = timing.firstFrame, .next = timing.nextFrame});
+    try {
+        player_->start(timing.buffering ? ko_player::Buffering::On : ko_player::Buffering::Off,
+                       {.first = timing.firstFrame, .next = timing.nextFrame});
+    } catch (const std::system_error& error) {
+        endWithoutThread(error);
+    }
     openCommands();
 
     if (timing.isHttp) {
-        httpClient_.get(
-            url, [this](const QByteArray& bytes) { onData(bytes); }, [this] { onFinished(); });
-        // Last: while a library is being loaded, the system lets no other thread begin.
-        codecLoader_ = std::jthread(loadCodecs);
+        playResponse(url);
     } else {
         playLocalFile(url);
     }
@@ -113,9 +121,23 @@ void FfpStream::startAudio() {
     audio_.start();
 }
 
+void FfpStream::playResponse(const QString& url) {
+    httpClient_.get(
+        url, [this](const QByteArray& bytes) { onData(bytes); }, [this] { onFinished(); });
+    try {
+        // Last: while a library is being loaded, the system lets no other thread begin.
+        codecLoader_ = std::jthread(loadCodecs);
+    } catch (const std::system_error& error) {
+        // Whoever needs the codecs loads them.
+        base::logLine("can't load the codecs ahead: ", error.what());
+    }
+}
+
 void FfpStream::playLocalFile(const QString& url) {
     try {
         player_->playFile(localPath(url).c_str());
+    } catch (const std::system_error& error) {
+        endWithoutThread(error);
     } catch (const std::exception& e) {
         // The video thread has ended, and ends the process with the code that says so.
         base::logAt("FfpStream::playLocalFile", e.what());

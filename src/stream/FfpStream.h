@@ -38,6 +38,7 @@ protected:
     void onVideoStopped();
 
 private:
+    void playResponse(const QString& url);
     void playLocalFile(const QString& url);
 
     // Main thread.

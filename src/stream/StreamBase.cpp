@@ -40,16 +40,21 @@ StreamBase::StreamBase(const QString& channelName, const QString& serverName)
 
     // Made by the thread that it lives on: where the link is a named pipe, Qt reads it on the thread that
     // opened it, whatever thread the socket belongs to later.
-    std::promise<void> made;
+    // The promise is the thread's as well: it may still be busy with it when the wait here is over.
+    const auto made = std::make_shared<std::promise<void>>();
     connect(
         &linkThread_, &QThread::started, this,
-        [this, &serverName, &made] {
+        [this, serverName, made] {
             openLink(serverName);
-            made.set_value();
+            made->set_value();
         },
         Qt::DirectConnection);
     linkThread_.start();
-    made.get_future().wait();
+    if (!linkThread_.isRunning()) {
+        base::logLine("can't start the thread of the link");
+        base::exitNow(exit_code::kFailure);
+    }
+    made->get_future().wait();
 }
 
 void StreamBase::openLink(const QString& serverName) {

@@ -36,7 +36,8 @@ public:
 
     /// Opens the frame file of that name in the temporary directory and the semaphore of that name, and
     /// connects to the parent's server. A failed connection ends the process, except one that the platform
-    /// reports at once: that is over before anybody listens, and the worker goes on without a parent.
+    /// reports at once: that is over before anybody listens, and the worker goes on without a parent. Ends
+    /// the process with code 1 when the link's thread cannot be started.
     StreamBase(const QString& channelName, const QString& serverName);
     StreamBase(const StreamBase&) = delete;
     StreamBase& operator=(const StreamBase&) = delete;
