@@ -7,7 +7,8 @@ namespace fault_guard {
 void silenceFaultDialogs();
 
 /// Makes a crash, or an exception that nobody caught, end the process with code 1. Call early in main; on
-/// POSIX a closed pipe or socket then shows as a write error instead of a signal.
+/// POSIX a closed pipe or socket, and a file beyond the limit for its size, then show as write errors instead
+/// of signals.
 void installCrashFilter();
 
 } // namespace fault_guard

@@ -37,6 +37,9 @@ void installCrashFilter() {
     std::set_terminate([] { std::_Exit(kCrashCode); });
     // A parent that closes its end of standard error must not kill the worker.
     std::signal(SIGPIPE, SIG_IGN);
+    // A limit for the size of files shows as an error of whoever writes, which tells what could not be
+    // written.
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 } // namespace fault_guard

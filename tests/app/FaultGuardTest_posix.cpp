@@ -1,14 +1,28 @@
 #include "app/FaultGuard.h"
 
+#include "base/ThreadEntry.h"
+
 #include <gmock/gmock.h>
 
+#include <array>
 #include <csignal>
+#include <cstddef>
+#include <cstdlib>
 #include <stdexcept>
 #include <thread>
 
 namespace {
 
 using ::testing::ExitedWithCode;
+
+int overflow(std::size_t depth);
+int (*volatile deeper)(std::size_t) = overflow; ///< not for the compiler to see through
+
+int overflow(std::size_t depth) { // NOLINT(misc-no-recursion)
+    std::array<volatile char, 4096> room{};
+    room[depth % room.size()] = 1;
+    return deeper(depth + 1) + room[0];
+}
 
 /// Each case crashes in a process of its own.
 class FaultGuardDeathTest : public ::testing::Test {
@@ -30,6 +44,29 @@ TEST_P(FaultGuardSignalDeathTest, EndsWithCode1) {
 
 INSTANTIATE_TEST_SUITE_P(Signals, FaultGuardSignalDeathTest,
                          ::testing::Values(SIGSEGV, SIGILL, SIGFPE, SIGABRT));
+
+TEST_F(FaultGuardDeathTest, WhatShowsAsWriteErrorsIsNoCrash) {
+    EXPECT_EXIT(
+        {
+            fault_guard::installCrashFilter();
+            std::raise(SIGPIPE);
+            std::raise(SIGXFSZ);
+            std::_Exit(7);
+        },
+        ExitedWithCode(7), "^$");
+}
+
+TEST_F(FaultGuardDeathTest, StackThatOverflowsInAThreadEndsWithCode1) {
+    EXPECT_EXIT(
+        {
+            fault_guard::installCrashFilter();
+            std::thread([] {
+                base::enterThread("overflowing");
+                overflow(0);
+            }).join();
+        },
+        ExitedWithCode(1), "^$");
+}
 
 TEST_F(FaultGuardDeathTest, ExceptionThatNobodyCaughtInAThreadEndsWithCode1) {
     EXPECT_EXIT(

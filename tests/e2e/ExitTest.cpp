@@ -172,6 +172,19 @@ TEST(FrameFileThatCannotBeMade, EndsTheWorkerWithOneAtTheFirstPicture) {
         << readText(folder / "log");
 }
 
+TEST(FrameFileBeyondTheLimitForFiles, EndsTheWorkerWithOneAtTheFirstPicture) {
+    if (platform::kIsWindows) {
+        GTEST_SKIP() << "Windows has no limit for the size of a process's files";
+    }
+    HttpServer server;
+    server.route("/live.flv", pacedHandler(makeFlv(encode(ClipSpec{})), {.burstMs = 1500}));
+    Session session({.prefix = {QStringLiteral("bash"), QStringLiteral("-c"),
+                                QStringLiteral("ulimit -f 100; exec \"$0\" \"$@\"")}});
+    session.start(server.url("/live.flv"));
+    EXPECT_EQ(session.waitForExit(), 1) << session.logText();
+    EXPECT_TRUE(session.hasLineBeginning("can't map the frame file: ")) << session.logText();
+}
+
 /// What the file holds, once it holds something; empty when that takes too long.
 std::string waitForContent(const std::filesystem::path& path) {
     const auto deadline = Clock::now() + 20s;
