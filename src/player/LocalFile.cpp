@@ -11,8 +11,10 @@ extern "C" {
 #include <libavutil/error.h>
 }
 
+#include <algorithm>
 #include <array>
 #include <new>
+#include <span>
 
 namespace ko_player {
 namespace {
@@ -24,6 +26,28 @@ std::string openErrorText(int code) {
     std::array<char, 64> text{};
     av_strerror(code, text.data(), text.size());
     return text.data();
+}
+
+bool isVideo(const AVStream& stream) {
+    return stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
+}
+
+/// A picture that lies beside the sound or the film: the cover of a record, a thumbnail.
+bool isCover(const AVStream& stream) {
+    return isVideo(stream) && (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+}
+
+/// Whether the stream is what the file has to show. A cover is where there is nothing else, the first of
+/// several.
+bool isShown(const AVFormatContext& file, const AVStream& stream) {
+    const std::span streams(file.streams, file.nb_streams);
+    if (isCover(stream)) {
+        return *std::ranges::find_if(streams, [](const AVStream* other) { return isVideo(*other); }) ==
+                   &stream &&
+               std::ranges::all_of(streams,
+                                   [](const AVStream* other) { return !isVideo(*other) || isCover(*other); });
+    }
+    return isVideo(stream);
 }
 
 } // namespace
@@ -70,7 +94,7 @@ void Player::playFile(const char* path) {
     for (unsigned i = 0; i < opened->nb_streams; ++i) {
         const AVCodecParameters* parameters = opened->streams[i]->codecpar;
         const std::lock_guard lock(mutex_);
-        if (parameters->codec_type == AVMEDIA_TYPE_VIDEO) {
+        if (isShown(*opened, *opened->streams[i])) {
             startVideo(parameters);
             videoStream = static_cast<int>(i);
         } else if (parameters->codec_type == AVMEDIA_TYPE_AUDIO) {

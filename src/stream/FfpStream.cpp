@@ -139,7 +139,8 @@ void FfpStream::playLocalFile(const QString& url) {
     } catch (const std::system_error& error) {
         endWithoutThread(error);
     } catch (const std::exception& e) {
-        // The video thread has ended, and ends the process with the code that says so.
+        // A file with several videos, say, shows none: the time-out ends the process with its code. Where the
+        // video thread has ended, that ends it.
         base::logAt("FfpStream::playLocalFile", e.what());
     }
 }

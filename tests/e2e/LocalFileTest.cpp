@@ -281,6 +281,83 @@ TEST_F(LocalFile, WithTwoVideosEndsWithTwo) {
     }
 }
 
+struct CoverCase {
+    const char* name;
+    const char* fileName;
+    std::vector<std::string> arguments; ///< behind both inputs: the clip and a picture
+
+    friend void PrintTo(const CoverCase& file, std::ostream* out) { *out << file.fileName; }
+};
+
+class LocalFileWithCover : public LocalFile, public testing::WithParamInterface<CoverCase> {
+protected:
+    /// A picture with another number and size.
+    [[nodiscard]] std::filesystem::path cover(const char* name) const {
+        ClipSpec spec = shortClip();
+        spec.firstFrameNumber = 77;
+        spec.widthPx = 640;
+        spec.heightPx = 360;
+        return convert(encodedFile(spec), {"-frames:v", "1", "-update", "1"}, folder_ / name);
+    }
+    [[nodiscard]] std::filesystem::path withCover(const std::vector<std::string>& more) const {
+        ClipSpec spec = shortClip();
+        spec.audio = AudioCodec::Aac;
+        std::vector<std::string> arguments = {"-i", cover("cover.png").string()};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return convert(encodedFile(spec), arguments, folder_ / GetParam().fileName);
+    }
+};
+
+TEST_P(LocalFileWithCover, ShowsItsVideo) {
+    std::vector<std::string> arguments = GetParam().arguments;
+    if (arguments.empty()) { // a file of its own within the file
+        arguments = {"-map",
+                     "0",
+                     "-c",
+                     "copy",
+                     "-attach",
+                     cover("attached.jpg").string(),
+                     "-metadata:s:t",
+                     "mimetype=image/jpeg"};
+    }
+    const auto path = withCover(arguments);
+    ASSERT_THAT(runCommand({"ffprobe", "-v", "error", "-show_streams", path.string()}),
+                HasSubstr("attached_pic=1"));
+    Session session;
+    play(session, fileUrl(path));
+    expectPictures(session, kFirstNumber, kFrames, 320, 180);
+    EXPECT_TRUE(session.hasLine("format ctx stream: 0")) << session.logText();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, LocalFileWithCover,
+    testing::Values(CoverCase{"Mp4",
+                              "video.mp4",
+                              {"-map", "0", "-map", "1", "-c", "copy", "-disposition:v:1", "attached_pic"}},
+                    CoverCase{"Mp4WithTheCoverFirst",
+                              "first.mp4",
+                              {"-map", "1", "-map", "0", "-c", "copy", "-disposition:v:0", "attached_pic"}},
+                    CoverCase{"Mp4WithTwoCovers",
+                              "two.mp4",
+                              {"-map", "0", "-map", "1", "-map", "1", "-c", "copy", "-disposition:v:1",
+                               "attached_pic", "-disposition:v:2", "attached_pic"}},
+                    CoverCase{"Matroska", "video.mkv", {}}),
+    [](const auto& instance) { return instance.param.name; });
+
+TEST_F(LocalFile, OfSoundWithACoverShowsTheCover) {
+    ClipSpec spec = shortClip();
+    spec.audio = AudioCodec::Aac;
+    const auto picture =
+        convert(encodedFile(shortClip()), {"-frames:v", "1", "-update", "1"}, folder_ / "cover.png");
+    const auto path = convert(encodedFile(spec),
+                              {"-i", picture.string(), "-map", "0:a", "-map", "1", "-map", "1", "-c", "copy",
+                               "-disposition:v:0", "attached_pic", "-disposition:v:1", "attached_pic"},
+                              folder_ / "song.m4a");
+    Session session;
+    play(session, fileUrl(path));
+    expectPictures(session, kFirstNumber, 1, 320, 180);
+}
+
 TEST_F(LocalFile, WithSubtitlesTellsAboutTheirStream) {
     writeFile(folder_ / "text.srt", "1\n00:00:00,000 --> 00:00:01,000\nHello\n");
     const auto path = convert(
