@@ -13,6 +13,13 @@ Player::BufferWatcher::BufferWatcher(std::chrono::seconds timeout, Callback call
       task_(std::async(std::launch::async, [this] { watch(); })) {}
 
 Player::BufferWatcher::~BufferWatcher() {
+    stop();
+}
+
+void Player::BufferWatcher::stop() noexcept {
+    if (!task_.valid()) {
+        return;
+    }
     try {
         requests_.close();
         task_.get();

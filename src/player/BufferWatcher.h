@@ -19,10 +19,13 @@ public:
 
     /// `callback` runs on the watcher's task.
     BufferWatcher(std::chrono::seconds timeout, Callback callback, base::Clock& clock);
-    /// Ends the task and waits for it. The callback must not need a lock that the caller holds.
     ~BufferWatcher();
     BufferWatcher(const BufferWatcher&) = delete;
     BufferWatcher& operator=(const BufferWatcher&) = delete;
+
+    /// Ends the task and waits for it, with a callback that may be under way, which must not need a lock that
+    /// the caller holds. The destructor does so, too.
+    void stop() noexcept;
 
     /// Starts a new generation and its time-out. Called under the player's mutex, as are the next two.
     void arm();

@@ -55,7 +55,9 @@ Player::Player(std::shared_ptr<VideoHandler> videoHandler, std::shared_ptr<Audio
 }
 
 Player::~Player() {
-    watcher_.reset();
+    if (watcher_) {
+        watcher_->stop(); // and goes later: its task may be asking it for its generation
+    }
     pauseCtrl_->stop(); // the output threads may wait there
 }
 

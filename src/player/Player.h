@@ -89,11 +89,11 @@ private:
     std::shared_ptr<FlvHandler> flvHandler_;
     flv::FlvReader reader_;
     BufferingRules buffering_;
+    std::unique_ptr<LocalFile> localFile_; ///< goes after the decoders, which may use it
     VideoPipeline video_;
     AudioPipeline audio_;
-    std::unique_ptr<LocalFile> localFile_; ///< lives as long as the player
 
-    /// Created by start(). Ends first: its task calls back into this object.
+    /// Created by start(). Its task calls back into this object, and ends before anything else of it.
     std::unique_ptr<BufferWatcher> watcher_;
 };
 

@@ -65,6 +65,12 @@ Muxer::Muxer(const std::string& fileName, Form form) : fileName_(fileName), form
     }
 }
 
+Muxer::~Muxer() {
+    if (context_) {
+        context_->pb = nullptr; // which goes first; the writer must not find it when it cleans up
+    }
+}
+
 bool Muxer::holds(int codecId) const {
     return avformat().avformat_query_codec(context_->oformat, static_cast<AVCodecID>(codecId),
                                            context_->strict_std_compliance) == 1;

@@ -59,7 +59,7 @@ public:
     /// "Muxer.ctor: ...".
     explicit Muxer(const std::string& fileName, Form form = Form::Plain);
     /// A file that is still open is closed as it is, without an index.
-    ~Muxer() = default;
+    ~Muxer();
     Muxer(const Muxer&) = delete;
     Muxer& operator=(const Muxer&) = delete;
 

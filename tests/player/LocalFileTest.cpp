@@ -2,6 +2,7 @@
 #include "FakeHandlers.h"
 #include "Packets.h"
 #include "support/LogCapture.h"
+#include "support/Platform.h"
 #include "support/media/Clip.h"
 
 extern "C" {
@@ -10,7 +11,10 @@ extern "C" {
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <filesystem>
 #include <limits>
+#include <system_error>
 
 namespace ko_player {
 namespace {
@@ -85,6 +89,58 @@ TEST_F(LocalFileTest, ShowsThePicturesOfAFile) {
     video->waitForShown(5);
     EXPECT_TRUE(audio->parts().empty()) << "a local file shows its pictures only";
     EXPECT_TRUE(log.contains("ko_player::AudioPipeline::open: AudioPipeline has been openned"));
+}
+
+/// Whether the file is still open when the decoder's thread ends.
+class OpenFileWatch final : public base::LogSink {
+public:
+    explicit OpenFileWatch(std::filesystem::path file)
+        : file_(std::move(file)), previous_(base::exchangeLogSink(this)) {}
+    ~OpenFileWatch() override { base::exchangeLogSink(previous_); }
+
+    void write(std::string_view text) override {
+        if (text == "ko_player::QueuedDecoder::decodeTask: is finished\n") {
+            ++(isOpen() ? endsBeforeClose_ : endsAfterClose_);
+        }
+    }
+    [[nodiscard]] int endsBeforeClose() const { return endsBeforeClose_; }
+    [[nodiscard]] int endsAfterClose() const { return endsAfterClose_; }
+
+private:
+    [[nodiscard]] bool isOpen() const {
+        std::error_code error;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            if (std::filesystem::read_symlink(entry.path(), error) == file_) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    const std::filesystem::path file_;
+    base::LogSink* const previous_;
+    std::atomic<int> endsBeforeClose_{0};
+    std::atomic<int> endsAfterClose_{0};
+};
+
+TEST_F(LocalFileTest, StaysOpenUntilTheDecodersHaveEnded) {
+    if (mediaworker::test::platform::kIsWindows) {
+        GTEST_SKIP() << "Windows does not tell which files are open";
+    }
+    mediaworker::test::ClipSpec spec;
+    spec.frames = 5;
+    spec.audio = mediaworker::test::AudioCodec::Aac;
+    spec.zeroLatency = true;
+    const auto file = std::filesystem::canonical(mediaworker::test::encodedFile(spec));
+    OpenFileWatch watch(file);
+    {
+        Player other(video, audio);
+        other.start(Buffering::Off, {5s, 5s});
+        other.playFile(file.string().c_str());
+        video->waitForShown(5);
+    }
+    EXPECT_EQ(watch.endsBeforeClose(), 2);
+    EXPECT_EQ(watch.endsAfterClose(), 0);
 }
 
 TEST_F(LocalFileTest, ShowsEveryPictureWherePresentationTimesCount) {

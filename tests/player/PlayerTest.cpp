@@ -171,6 +171,48 @@ TEST_F(PlayerTest, ABufferingPeriodIsCanceledByItsTimeout) {
     EXPECT_TRUE(log.contains("ko_player::Player::finishBuffering: buf end: p: 0, l: 80"));
 }
 
+/// Holds the watcher in the line that it writes when a time-out fires, before it asks the player anything.
+class HeldWatcher final : public base::LogSink {
+public:
+    HeldWatcher() : previous_(base::exchangeLogSink(this)) {}
+    ~HeldWatcher() override { base::exchangeLogSink(previous_); }
+
+    void write(std::string_view text) override {
+        if (!text.starts_with("ko_player::Player::cancelBuffering: ")) {
+            return;
+        }
+        isHeld_ = true;
+        // Until the player's end is well on its way.
+        for (int i = 0; i < 300 || !mayGo_; ++i) {
+            std::this_thread::yield();
+        }
+    }
+    void waitUntilHeld() const {
+        while (!isHeld_) {
+            std::this_thread::yield();
+        }
+    }
+    void letGo() { mayGo_ = true; }
+
+private:
+    base::LogSink* const previous_;
+    std::atomic<bool> isHeld_{false};
+    std::atomic<bool> mayGo_{false};
+};
+
+TEST_F(PlayerTest, EndsWhileABufferingPeriodIsCanceled) {
+    for (int i = 0; i < 3; ++i) {
+        player = std::make_unique<Player>(video, audio, clock);
+        HeldWatcher watcher;
+        start(Buffering::On, {100'000s, 3s});
+        clock.waitForDeadline(clock.now() + 3s);
+        clock.advance(3s);
+        watcher.waitUntilHeld();
+        watcher.letGo();
+        player.reset();
+    }
+}
+
 TEST_F(PlayerTest, AnEndedBufferingPeriodIsNotCanceled) {
     const auto pieces = makeFlv(encode(spec(50)));
     start(Buffering::On, {100'000s, 100'000s});
