@@ -3,9 +3,11 @@
 #include "parent/RandomName.h"
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QFileInfo>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QPointer>
 #include <QStandardPaths>
 
 #include <algorithm>
@@ -21,6 +23,8 @@ constexpr int kRecentLogLines = 100;
 // What may wait unread in this process; more waits in the system's buffer, and then in the worker.
 constexpr qint64 kLinkReadBufferBytes = 1 << 20;
 constexpr int kKillWaitMs = 5000;
+// How long the link may wait while the process's end is waited for.
+constexpr int kAttendMs = 10;
 
 // The worker writes this, and the type of the command as a raw byte, when it begins to carry out a command.
 constexpr char kCommandLine[] = "Command from parent process: ";
@@ -352,12 +356,41 @@ void WorkerProcess::kill() {
 }
 
 bool WorkerProcess::waitForFinished(std::chrono::milliseconds timeout) {
-    return process_ == nullptr || process_->waitForFinished(static_cast<int>(timeout.count()));
+    const QPointer<QProcess> process = process_;
+    const QDeadlineTimer deadline(std::max(timeout, std::chrono::milliseconds(-1)).count());
+    // A slot may start the next worker, whose end is not waited for.
+    while (process && process == process_) {
+        attendLink();
+        if (!process || process != process_) {
+            break;
+        }
+        if (deadline.hasExpired()) {
+            return process->waitForFinished(0);
+        }
+        const qint64 left = deadline.isForever() ? kAttendMs : deadline.remainingTime();
+        process->waitForFinished(static_cast<int>(std::clamp<qint64>(left, 0, kAttendMs)));
+    }
+    return !process || process->error() != QProcess::FailedToStart;
+}
+
+void WorkerProcess::attendLink() {
+    if (server_ != nullptr) {
+        server_->waitForNewConnection(0); // which announces it
+    }
+    if (linkOpen_) {
+        link_->waitForReadyRead(0); // the same
+    }
+    readLink();
+    writeCommands();
 }
 
 void WorkerProcess::processEnded(int exitCode, QProcess::ExitStatus status) {
     readLog();
     lines_.finish([this](const QByteArray& line) { takeLogLine(line); });
+    // The worker may have connected, spoken and gone before anybody looked.
+    if (server_ != nullptr) {
+        server_->waitForNewConnection(0);
+    }
     // The last messages may still lie in the system's buffer. A worker that is gone cannot add to them.
     while (linkOpen_ && link_->waitForReadyRead(0)) {
         readLink();

@@ -29,6 +29,11 @@ namespace mediaworker::parent {
 /// Survives whatever the worker does: it may never connect, send garbage, or die at any moment. What it says
 /// is read as it comes and kept in bounded buffers. Lives in a thread with an event loop; all functions and
 /// signals belong to that thread. Slots may call anything here, and may delete the object with deleteLater().
+///
+/// Without the event loop nothing happens, but for what waitForFinished() does in its place: it accepts the
+/// worker, writes the commands and emits all signals of the link, the log and the end. connectTimedOut()
+/// comes from the event loop alone. Whenever the worker's end is noticed, what it had sent until then is
+/// delivered before finished(), also where nobody had accepted its connection yet.
 class WorkerProcess : public QObject {
     Q_OBJECT
 
@@ -107,7 +112,8 @@ public:
     void terminate();
     /// Ends the worker at once. finished() comes from the event loop, as ever.
     void kill();
-    /// Waits for the worker's end, with all signals that belong to it. False when the time is over.
+    /// Waits for the worker's end, and meanwhile for all that it says, without the event loop. False when the
+    /// time is over, or the program could not be run. A negative time does not end.
     bool waitForFinished(std::chrono::milliseconds timeout);
 
 Q_SIGNALS:
@@ -133,6 +139,8 @@ private:
     void launch(const QStringList& arguments, const QString& options);
     [[nodiscard]] bool fail(const QString& why);
     void acceptLink();
+    /// Takes what the system has for the link, without an event loop.
+    void attendLink();
     void readLink();
     void deliver(const Message& message);
     void readLog();

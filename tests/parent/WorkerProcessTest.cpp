@@ -132,6 +132,50 @@ TEST_F(WorkerProcessTest, DeliversEveryMessage) {
                            QStringLiteral("progress 50"), QStringLiteral("finished 3")}));
 }
 
+TEST_F(WorkerProcessTest, WaitingForTheEndDeliversEverythingWithoutAnEventLoop) {
+    ASSERT_TRUE(start("connect;hello;send:0108002a00000000000000;log:text;send:040000;exit:3"));
+    EXPECT_TRUE(worker_->waitForFinished(milliseconds(kLimitMs)));
+    EXPECT_FALSE(worker_->isRunning());
+    events_.removeAll(QStringLiteral("linkClosed"));
+    EXPECT_EQ(events_, (QStringList{QStringLiteral("connected"), QStringLiteral("frame 42"),
+                                    QStringLiteral("format"), QStringLiteral("finished 3")}));
+}
+
+TEST_F(WorkerProcessTest, WaitingForTheEndReadsMoreThanTheSystemKeeps) {
+    // The system counts small writes as large ones: a few hundred fill its buffer.
+    constexpr int kFrames = 100; // of 11 writes each
+    const QByteArray script =
+        "connect;hello;pieces:" + QByteArray("0108002a00000000000000").repeated(kFrames) + ";exit:3";
+    ASSERT_TRUE(start(script.constData()));
+    EXPECT_TRUE(worker_->waitForFinished(milliseconds(kLimitMs)));
+    EXPECT_EQ(events_.count(QStringLiteral("frame 42")), kFrames);
+    EXPECT_EQ(events_.last(), QStringLiteral("finished 3"));
+}
+
+TEST_F(WorkerProcessTest, WaitingForTheEndWritesTheCommands) {
+    ASSERT_TRUE(start("connect;hello;await;exit:5"));
+    EXPECT_TRUE(worker_->pause());
+    EXPECT_TRUE(worker_->waitForFinished(milliseconds(kLimitMs)));
+    EXPECT_EQ(events_.last(), QStringLiteral("finished 5"));
+}
+
+TEST_F(WorkerProcessTest, WaitingIsOverWhenItsTimeIs) {
+    ASSERT_TRUE(start("connect;hello;serve"));
+    EXPECT_FALSE(worker_->waitForFinished(milliseconds(200)));
+    EXPECT_TRUE(worker_->isRunning());
+    worker_->kill();
+    EXPECT_TRUE(worker_->waitForFinished(milliseconds(-1)));
+}
+
+TEST_F(WorkerProcessTest, WaitingForAProgramThatCannotRunIsOverAtOnce) {
+    worker_->setProgram(QStringLiteral("/nowhere/no-such-worker"));
+    StreamJob job;
+    job.url = QStringLiteral("x");
+    ASSERT_TRUE(worker_->start(job));
+    EXPECT_FALSE(worker_->waitForFinished(milliseconds(-1)));
+    EXPECT_FALSE(worker_->isRunning());
+}
+
 TEST_F(WorkerProcessTest, ReadsMessagesThatComeInPieces) {
     ASSERT_TRUE(start("connect;hello;pieces:01080028000000000000000400000108005000000000000000;exit:0"));
     ASSERT_TRUE(waitForEnd());
