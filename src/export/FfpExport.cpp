@@ -17,6 +17,8 @@ using namespace std::chrono_literals;
 /// How long Qt's clean-up may take. It waits for a look-up of a host name that is under way, and a resolver
 /// that gets no answer takes half a minute; the parent has been told "at once".
 constexpr auto kLongestExit = 2s;
+/// For the parent to get what was sent last: less, so that there is time for the clean-up.
+constexpr auto kLongestDrain = 1s;
 
 /// False when there is no thread for that.
 bool limitExit(int code) {
@@ -145,6 +147,8 @@ void FfpExport::end(int code) {
     QMetaObject::invokeMethod(
         this,
         [this, code, isLimited] {
+            // Where the link is a pipe, what was written last may still be on its way.
+            link_->waitUntilWritten(kLongestDrain);
             if (!isLimited) {
                 base::exitNow(code);
             }

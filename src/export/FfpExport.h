@@ -39,7 +39,8 @@ private:
     void onMessage(const Corvane::Ipc::Message& message);
     void tell(std::optional<int> percent);
     void connectLink(const QString& serverName);
-    /// Ends the process as soon as the event loop is reached; nothing is heard until then.
+    /// Ends the process as soon as the event loop is reached and the link has written what was sent; nothing
+    /// is heard until then.
     void end(int code);
 
     ko_player::ExportProgress progress_;

@@ -298,6 +298,18 @@ TEST_F(ExportStepByStep, WithoutADurationTellsNothingAndStopsAfterTenSeconds) {
     EXPECT_THAT(recording.progress(), IsEmpty());
 }
 
+TEST_F(Export, TellsItsLastPercentageEachTime) {
+    // The last picture completes it, the response ends right behind, and the worker with it.
+    server_.route("/clip.flv", pacedHandler(pieces_, {.speed = 0}));
+    for (int i = 0; i < 100; ++i) {
+        Recording recording;
+        recording.start(server_.url("/clip.flv"), output_, 1960);
+        ASSERT_EQ(recording.waitForExit(), 0) << i << recording.logText();
+        ASSERT_THAT(recording.progress(), testing::Not(IsEmpty())) << i;
+        ASSERT_EQ(recording.progress().back(), 100) << i;
+    }
+}
+
 TEST_F(Export, TakesADurationThatIsNoNumberForNone) {
     ChildProcess worker({.command = {MEDIAWORKER_PROGRAM, "export", server_.url("/endless.flv"), "abc",
                                      output_.string(), "no-such-server"},
@@ -450,9 +462,9 @@ TEST_F(Export, ToADiskThatBecomesFullEndsWithOne) {
     server_.route("/clip.flv", pacedHandler(lasting(60s), {.speed = 0}));
     // A limit for the size of files does to the worker what a full disk does.
     for (const char* kilobytes : {"1", "100", "600"}) {
-        Recording recording({.prefix = {QStringLiteral("bash"), QStringLiteral("-c"),
-                                        QStringLiteral("ulimit -f \"$0\"; exec \"$@\""),
-                                        QString::fromLatin1(kilobytes)}});
+        Recording recording(
+            {.prefix = {QStringLiteral("bash"), QStringLiteral("-c"),
+                        QStringLiteral("ulimit -f \"$0\"; exec \"$@\""), QString::fromLatin1(kilobytes)}});
         recording.start(server_.url("/clip.flv"), output_, 60000);
         ASSERT_EQ(recording.waitForExit(), 1) << kilobytes << recording.logText();
         EXPECT_NE(recording.logText().find("File too large"), std::string::npos) << recording.logText();
