@@ -24,6 +24,7 @@ constexpr Dialect kStrict{
     .script = {.onlyPlainArrays = true},
     .announcement = Announcement::ByMetadata,
     .hasPresentationTimes = false,
+    .continuesTime = false,
 };
 
 constexpr Dialect kStandard{
@@ -40,6 +41,7 @@ constexpr Dialect kStandard{
     .script = {.onlyPlainArrays = false},
     .announcement = Announcement::ByPackets,
     .hasPresentationTimes = true,
+    .continuesTime = true,
 };
 
 } // namespace

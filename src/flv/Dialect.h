@@ -35,8 +35,10 @@ struct Dialect {
 
     // What is made of them.
     Announcement announcement;
-    /// Packets have a presentation time, and time goes on where the 32 bits of a tag's time stamp wrap.
-    bool hasPresentationTimes;
+    bool hasPresentationTimes; ///< packets have one
+    /// Time goes on where the 32 bits of a tag's time stamp wrap, and where the stream's clock starts anew;
+    /// otherwise a packet has its tag's stamp.
+    bool continuesTime;
 };
 
 [[nodiscard]] const Dialect& dialectOf(FlvReading reading);

@@ -123,23 +123,31 @@ void FlvHandler::onVideoTag(const flv::VideoPacket& packet) {
     if (verdict == Verdict::AnnounceAndPass && onVideoParams) {
         onVideoParams(videoParams_.get());
     }
-    auto filled =
-        fill(packet, packet.compositionMs, pendingVideoSideData_, packet.isKeyFrame ? AV_PKT_FLAG_KEY : 0);
+    auto filled = fill(Medium::Video, packet, packet.compositionMs, pendingVideoSideData_,
+                       packet.isKeyFrame ? AV_PKT_FLAG_KEY : 0);
     if (onVideoPacket) {
         onVideoPacket(std::move(filled));
     }
 }
 
-std::shared_ptr<ff_wrap::Packet> FlvHandler::fill(const flv::Packet& packet, std::int32_t compositionMs,
+std::shared_ptr<ff_wrap::Packet> FlvHandler::fill(Medium medium, const flv::Packet& packet,
+                                                  std::int32_t compositionMs,
                                                   std::vector<std::uint8_t>& sideData, int keyFlag) {
     auto filled = std::make_shared<ff_wrap::Packet>();
-    const std::int64_t dtsMs =
-        dialect_.hasPresentationTimes ? time_.next(packet.timestamp) : packet.timestamp;
+    const std::int64_t dtsMs = decodeTime(medium, packet.timestamp);
     FillPacket(*filled, packet.data, packet.size, dtsMs, sideData, keyFlag);
     if (dialect_.hasPresentationTimes) {
         (*filled)->pts = base::addSaturated(dtsMs, compositionMs);
     }
     return filled;
+}
+
+std::int64_t FlvHandler::decodeTime(Medium medium, std::uint32_t timestampMs) {
+    if (!dialect_.continuesTime) {
+        return timestampMs;
+    }
+    const std::int64_t dtsMs = wrappingTime_.next(timestampMs);
+    return base::addSaturated(dtsMs, continuousTime_.shiftOf(medium, dtsMs));
 }
 
 Verdict FlvHandler::takeByMetadata(const flv::VideoPacket& packet) {
@@ -184,7 +192,7 @@ void FlvHandler::onAudioTag(const flv::AudioPacket& packet) {
     if (verdict == Verdict::AnnounceAndPass && onAudioParams) {
         onAudioParams(audioParams_.get());
     }
-    auto filled = fill(packet, 0, pendingAudioSideData_, 0);
+    auto filled = fill(Medium::Audio, packet, 0, pendingAudioSideData_, 0);
     if (onAudioPacket) {
         onAudioPacket(std::move(filled));
     }

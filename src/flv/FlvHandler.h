@@ -2,7 +2,9 @@
 
 #include "ffmpeg/CodecParameters.h"
 #include "ffmpeg/Packet.h"
+#include "flv/ContinuousTime.h"
 #include "flv/Dialect.h"
+#include "flv/Medium.h"
 #include "flv/MetaInfo.h"
 #include "flv/Observer.h"
 #include "flv/PacketIntake.h"
@@ -26,7 +28,8 @@ namespace ko_player {
 /// Turns what the tag reader finds into codec parameters and FFmpeg packets (time base 1/1000). Both readings
 /// share the way of a packet; they part where it is decided what the stream is: by its metadata, which the
 /// first packet announces whatever it is, or by its packets. In the standard reading packets have both time
-/// stamps, and sound is announced with parameters that a decoder has confirmed.
+/// stamps, their time goes on where the stream's starts anew, and sound is announced with parameters that a
+/// decoder has confirmed.
 ///
 /// Everything, callbacks included, happens on the thread that feeds the reader. Allocation failures are
 /// thrown as std::runtime_error or std::bad_alloc; anything else that is wrong is logged and costs one packet
@@ -81,11 +84,14 @@ private:
     void remember(const MetaInfo& info);
 
     /// A packet on its way to the callback, with its time stamps and the configuration that waits for it.
-    [[nodiscard]] std::shared_ptr<ff_wrap::Packet> fill(const flv::Packet& packet, std::int32_t compositionMs,
+    [[nodiscard]] std::shared_ptr<ff_wrap::Packet> fill(Medium medium, const flv::Packet& packet,
+                                                        std::int32_t compositionMs,
                                                         std::vector<std::uint8_t>& sideData, int keyFlag);
+    [[nodiscard]] std::int64_t decodeTime(Medium medium, std::uint32_t timestampMs);
 
     const flv::Dialect& dialect_;
-    flv::WrappingTime time_;
+    flv::WrappingTime wrappingTime_;
+    flv::ContinuousTime continuousTime_;
     MetaInfo metaInfo_; ///< by packets: what the metadata have said so far
     VideoIntake videoIntake_;
     AudioIntake audioIntake_;

@@ -156,7 +156,6 @@ void FileRecorder::pushVideo(PacketPtr packet) {
     if (!videoStarted_) {
         throw std::logic_error("video packet before started");
     }
-    bridge(Medium::Video, *packet);
     if (rules_.followsConfiguration) {
         configuration_.notice(*packet, handler_->videoParams().codec_id);
     }
@@ -209,7 +208,6 @@ void FileRecorder::pushAudio(PacketPtr packet) {
     if (isAtEnd_) {
         return;
     }
-    bridge(Medium::Audio, *packet);
     if (buffering_) {
         holdAudio(std::move(packet));
         return;
@@ -221,14 +219,6 @@ void FileRecorder::pushAudio(PacketPtr packet) {
         return;
     }
     write(Medium::Audio, std::move(packet));
-}
-
-void FileRecorder::bridge(Medium medium, ff_wrap::Packet& packet) {
-    if (rules_.bridgesClockRestarts) {
-        const std::int64_t shift = time_.shiftOf(medium, packet->dts);
-        packet->dts = base::addSaturated(packet->dts, shift);
-        packet->pts = base::addSaturated(packet->pts, shift);
-    }
 }
 
 void FileRecorder::holdAudio(PacketPtr packet) {

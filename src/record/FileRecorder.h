@@ -4,7 +4,6 @@
 #include "ffmpeg/Packet.h"
 #include "flv/FlvHandler.h"
 #include "flv/FlvReader.h"
-#include "record/ContinuousTime.h"
 #include "record/HeldPackets.h"
 #include "record/Muxer.h"
 #include "record/RecordingRules.h"
@@ -92,7 +91,6 @@ private:
     void openWithoutAudio(const std::string& why);
     void leaveAudioOut(const std::string& why);
     void finishAudio();
-    void bridge(Medium medium, ff_wrap::Packet& packet);
 
     void write(Medium medium, PacketPtr packet);
     void writeAudio(PacketPtr packet);
@@ -118,7 +116,6 @@ private:
     std::optional<Muxer> muxer_;
     AVCodecID soundCodec_ = AV_CODEC_ID_NONE; ///< for what is said about it
     std::optional<SoundTrack> sound_;         ///< where sound is made to fit: what the file has of it
-    ContinuousTime time_;
     ConfigurationFollower configuration_;
     std::shared_ptr<FlvHandler> handler_;
     flv::FlvReader reader_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ffmpeg/Packet.h"
+#include "flv/Medium.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -9,8 +10,6 @@
 #include <optional>
 
 namespace ko_player {
-
-enum class Medium { Video, Audio };
 
 /// The packets that wait for the header of a file, in the order of the stream.
 class HeldPackets {

@@ -14,9 +14,6 @@ struct RecordingRules {
     /// Time counts from the first picture that is written, and the file begins with its first packet;
     /// otherwise both count from 0, wherever the stamps begin.
     bool countsFromFirstPicture = false;
-    /// Time goes on where the stream's clock starts anew; otherwise it stands still until the clock is as far
-    /// as it was.
-    bool bridgesClockRestarts = false;
     /// Packets keep their presentation times, in whole milliseconds; otherwise they have their decode times.
     bool keepsPresentation = false;
     /// The first picture is decoded for its size and format; otherwise the file says what the metadata said.
@@ -36,7 +33,6 @@ struct RecordingRules {
     return {.holdsSound = true,
             .beginsWithKeyFrame = true,
             .countsFromFirstPicture = true,
-            .bridgesClockRestarts = true,
             .keepsPresentation = true,
             .looksAtFirstPicture = true,
             .makesSoundFit = true,

@@ -358,6 +358,35 @@ TEST_F(StandardHandler, GoesOnWhereTheTimeStampsWrap) {
     EXPECT_EQ((*audio_[1])->dts, 0x100000020LL);
 }
 
+TEST_F(StandardHandler, GoesOnWhereTheClockStartsAnew) {
+    writer_.video(0, VideoCodec::Avc, true, 0, kAvcConfig).video(90'000, VideoCodec::Avc, true, 1, kIdr);
+    writer_.audio(90'010, 0x72, Bytes(160, 0xD5)).video(90'040, VideoCodec::Avc, false, 1, kSlice, 80);
+    writer_.video(0, VideoCodec::Avc, true, 1, kIdr, 40).audio(10, 0x72, Bytes(160, 0xD5));
+    feed(writer_);
+    ASSERT_EQ(video_.size(), 3U);
+    EXPECT_EQ((*video_[1])->dts, 90'040);
+    EXPECT_EQ((*video_[1])->pts, 90'120);
+    EXPECT_EQ((*video_[2])->dts, 90'080);
+    EXPECT_EQ((*video_[2])->pts, 90'120);
+    ASSERT_EQ(audio_.size(), 2U);
+    EXPECT_EQ((*audio_[0])->dts, 90'010);
+    EXPECT_EQ((*audio_[1])->dts, 90'090);
+    EXPECT_EQ((*audio_[1])->pts, 90'090);
+}
+
+TEST_F(StandardHandler, TakesAClockFromBeyondTheWrapForAnother) {
+    // 3,000,000 s to 0 is nearer as a step of 15 days ahead.
+    writer_.video(0, VideoCodec::Avc, true, 0, kAvcConfig);
+    writer_.video(3'000'000'000, VideoCodec::Avc, true, 1, kIdr).audio(3'000'000'000, 0x72, Bytes(160, 0xD5));
+    writer_.video(3'000'000'040, VideoCodec::Avc, false, 1, kSlice).video(0, VideoCodec::Avc, true, 1, kIdr);
+    writer_.audio(5, 0x72, Bytes(160, 0xD5));
+    feed(writer_);
+    ASSERT_EQ(video_.size(), 3U);
+    EXPECT_EQ((*video_[2])->dts, 3'000'000'080);
+    ASSERT_EQ(audio_.size(), 2U);
+    EXPECT_EQ((*audio_[1])->dts, 3'000'000'085);
+}
+
 // --- sound
 
 TEST_F(StandardHandler, TakesTheRateOfG711FromTheMetadataWhereItMakesSense) {

@@ -191,6 +191,42 @@ TEST(BothReadings, MetadataStayWithPicturesOutOfOrder) {
     EXPECT_EQ(seen.metadata, expected);
 }
 
+/// A server that is restarted counts from 0 again, or from wherever its clock stands.
+std::vector<std::int64_t> shownOverARestart(FlvReading reading, std::uint32_t from, std::uint32_t to) {
+    const Clip clip = encode(spec(AudioCodec::Aac));
+    FlvOptions before;
+    before.startMs = from;
+    FlvOptions after;
+    after.startMs = to;
+    after.timedMetadata = {{0, {{"absolute_time", 1.4e12}}}};
+    auto pieces = makeFlv(clip, before);
+    const auto again = makeFlv(clip, after);
+    pieces.insert(pieces.end(), again.begin() + 1, again.end()); // without its file header
+    const Seen seen = play(toBytes(pieces), reading);
+    EXPECT_EQ(seen.metadata, std::vector<std::string>{"value 1400000000000"});
+    return seen.pictures;
+}
+
+TEST(BothReadings, EvenPicturesOverAServersRestart) {
+    for (const auto& [from, to] : {std::pair{90'000U, 0U}, {0U, 3'000'000'000U}, {3'000'000'000U, 0U}}) {
+        const auto shown = shownOverARestart(FlvReading::Standard, from, to);
+        ASSERT_EQ(shown.size(), 100U);
+        EXPECT_EQ(shown.front(), from);
+        for (std::size_t i = 1; i < shown.size(); ++i) {
+            // Behind the jump the pictures stand where the sound that was ahead of them leaves room.
+            ASSERT_NEAR(static_cast<double>(shown[i] - shown[i - 1]), 40, i == 50 ? 40 : 0) << i;
+        }
+    }
+}
+
+TEST(BothReadings, StampsAreKeptToTheLetterInTheStrictOne) {
+    const auto shown = shownOverARestart(FlvReading::Strict, 90'000, 0);
+    ASSERT_EQ(shown.size(), 100U);
+    for (std::size_t i = 50; i < shown.size(); ++i) {
+        EXPECT_EQ(shown[i], shown[i - 1] + 1); // until the clock is as far as it was
+    }
+}
+
 /// Streams that the strict reading does not play, or not whole.
 TEST(BothReadings, EnhancedStreamsPlayInTheStandardOne) {
     const std::vector<std::pair<VideoCodec, AudioCodec>> codecs{{VideoCodec::Avc, AudioCodec::Aac},

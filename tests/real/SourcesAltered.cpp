@@ -146,6 +146,36 @@ Made newConfiguration(Workshop& workshop) {
     return {both, both};
 }
 
+void moveBy(std::int64_t ms, std::vector<FlvTag>::iterator begin, std::vector<FlvTag>::iterator end) {
+    for (auto tag = begin; tag != end; ++tag) {
+        tag->timestampMs = static_cast<std::uint32_t>(tag->timestampMs + ms);
+    }
+}
+
+/// A server that is started anew in mid-stream, after half an hour: it counts from 0 again. The reference has
+/// one clock, by which the second part begins behind all sound and pictures of the first.
+Made serverRestarted(Workshop& workshop) {
+    const auto film = workshop / "film.flv";
+    const Made made{workshop / "stream.flv", workshop / "one-clock.flv"};
+    encodeFilm({.pictures = h264(), .sound = aac()}, film);
+    auto tags = readTags(film);
+    // The last key frame: the strict reading hurries from there on, and must not wait for long afterwards.
+    const auto lastKey = std::find_if(tags.rbegin(), tags.rend(), std::mem_fn(&FlvTag::isKeyFrame));
+    if (lastKey == tags.rend()) {
+        throw std::runtime_error("the film has no key frame");
+    }
+    const auto restart = lastKey.base() - 1;
+    constexpr std::int64_t kHalfAnHourMs = 1'800'000;
+    constexpr std::int64_t kSpacingMs = 1000 / kFilmFps;
+    moveBy(kHalfAnHourMs, tags.begin(), restart);
+    const std::int64_t goesOnMs = std::int64_t{(restart - 1)->timestampMs} + kSpacingMs;
+    moveBy(goesOnMs - restart->timestampMs, restart, tags.end());
+    writeTags(made.reference, tags);
+    moveBy(-goesOnMs, restart, tags.end());
+    writeTags(made.flv, tags);
+    return made;
+}
+
 } // namespace
 
 std::vector<Source> alteredSources() {
@@ -171,6 +201,7 @@ std::vector<Source> alteredSources() {
          altered(joinedAt(atKeyFrame, false), /*askOriginal*/ false)},
         {"JoinedMidway", "joined between two key frames",
          altered(joinedAt(betweenKeyFrames, true), /*askOriginal*/ false)},
+        {"ServerRestarted", "a server's clock starts anew in mid-stream", serverRestarted},
         {"NewConfiguration", "another picture size in mid-stream", newConfiguration},
     };
 }

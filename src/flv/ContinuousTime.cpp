@@ -1,17 +1,17 @@
-#include "record/ContinuousTime.h"
+#include "flv/ContinuousTime.h"
 
 #include "base/Saturating.h"
 
 #include <algorithm>
 
-namespace ko_player {
+namespace ko_player::flv {
 
 std::int64_t ContinuousTime::shiftOf(Medium medium, std::int64_t dtsMs) {
     Track& track = tracks_[medium == Medium::Video ? 0 : 1];
     const Track& other = tracks_[medium == Medium::Video ? 1 : 0];
     if (!track.last) {
         track.shift = other.shift;
-    } else if (dtsMs < base::subtractSaturated(*track.last, kSmallestJumpMs)) {
+    } else if (isJump(track, dtsMs)) {
         track.shift = shiftAfterJump(track, other, dtsMs);
     } else {
         track.step =
@@ -20,6 +20,11 @@ std::int64_t ContinuousTime::shiftOf(Medium medium, std::int64_t dtsMs) {
     track.last = dtsMs;
     track.reached = base::addSaturated(dtsMs, track.shift);
     return track.shift;
+}
+
+bool ContinuousTime::isJump(const Track& track, std::int64_t dtsMs) {
+    return dtsMs < base::subtractSaturated(*track.last, kSmallestJumpMs) ||
+           dtsMs > base::addSaturated(*track.last, kLargestGapMs);
 }
 
 /// The other kind may have seen the clock start anew before.
@@ -35,4 +40,4 @@ std::int64_t ContinuousTime::shiftAfterJump(const Track& track, const Track& oth
     return base::subtractSaturated(base::addSaturated(reached, track.step), dtsMs);
 }
 
-} // namespace ko_player
+} // namespace ko_player::flv

@@ -1,4 +1,4 @@
-#include "record/ContinuousTime.h"
+#include "flv/ContinuousTime.h"
 
 #include <gtest/gtest.h>
 
@@ -6,10 +6,11 @@
 #include <string>
 #include <vector>
 
-namespace ko_player {
+namespace ko_player::flv {
 namespace {
 
 constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t kDay = 86'400'000;
 
 struct Stamp {
     char medium; ///< 'v' or 'a'
@@ -44,6 +45,19 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"Steady", {{'v', 0, 0}, {'a', 10, 10}, {'v', 40, 40}, {'a', 33, 33}}},
         Case{"BeginningAnywhere", {{'v', 1'800'000, 1'800'000}, {'a', 1'800'010, 1'800'010}}},
         Case{"AGapStays", {{'v', 0, 0}, {'v', 7'200'000, 7'200'000}, {'a', 7'200'010, 7'200'010}}},
+        Case{"AGapOfADayStays", {{'v', 0, 0}, {'v', kDay, kDay}, {'a', kDay + 10, kDay + 10}}},
+        Case{"DaysAheadAreAnotherClock",
+             {{'v', 0, 0},
+              {'a', 10, 10},
+              {'v', 40, 40},
+              {'a', 33, 33},
+              {'v', 41 + kDay, 80},
+              {'a', 51 + kDay, 90},
+              {'v', 81 + kDay, 120}}},
+        Case{"DaysAheadForSoundAlone",
+             {{'v', 0, 0}, {'a', 0, 0}, {'a', 20, 20}, {'a', 9 * kDay, 40}, {'v', 40, 40}, {'v', 80, 80}}},
+        Case{"DaysAheadAndBack",
+             {{'v', 0, 0}, {'v', 40, 40}, {'v', 5 * kDay, 80}, {'v', 5 * kDay + 40, 120}, {'v', 160, 160}}},
         Case{"ALittleBackIsNoJump", {{'v', 2000, 2000}, {'v', 1000, 1000}, {'v', 2040, 2040}}},
         Case{"JustAJump", {{'v', 2000, 2000}, {'v', 2040, 2040}, {'v', 1039, 2080}, {'v', 1079, 2120}}},
         Case{"BothInStep",
@@ -77,4 +91,4 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& instance) { return instance.param.name; });
 
 } // namespace
-} // namespace ko_player
+} // namespace ko_player::flv
