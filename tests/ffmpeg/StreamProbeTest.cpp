@@ -3,6 +3,7 @@
 #include "ffmpeg/CodecParameters.h"
 #include "ffmpeg/Packet.h"
 #include "support/LogCapture.h"
+#include "support/media/AacSbr.h"
 #include "support/media/Clip.h"
 
 #include <gmock/gmock.h>
@@ -104,6 +105,25 @@ TEST(SoundProbe, BelievesTheFrameAndNotTheConfiguration) {
     EXPECT_TRUE(completeParameters(*parameters, *packetOf(clip.audio.at(0).bytes).get()));
     EXPECT_EQ(parameters->sample_rate, 44100);
     EXPECT_EQ(parameters->frame_size, 2048);
+}
+
+TEST(SoundProbe, FindsTheRateThatOnlyTheFrameTells) {
+    ClipSpec spec;
+    spec.audio = AudioCodec::Aac;
+    spec.sampleRate = 22050;
+    spec.channels = 2;
+    const Clip clip = mediaworker::test::encode(spec);
+    // audioObjectType 2, samplingFrequencyIndex 7, channelConfiguration 2; whether there is SBR stays open
+    const Bytes aacLcAt22050 = {0x13, 0x90};
+    for (const bool isDoubled : {false, true}) {
+        const Bytes& plain = clip.audio.at(0).bytes;
+        const Bytes frame = isDoubled ? mediaworker::test::withImplicitSbr(plain) : plain;
+        const auto parameters = parametersOf(AVMEDIA_TYPE_AUDIO, AV_CODEC_ID_AAC, aacLcAt22050);
+        EXPECT_TRUE(completeParameters(*parameters, *packetOf(frame).get()));
+        EXPECT_EQ(parameters->sample_rate, isDoubled ? 44100 : 22050);
+        EXPECT_EQ(parameters->frame_size, isDoubled ? 2048 : 1024);
+        EXPECT_EQ(parameters->ch_layout.nb_channels, 2);
+    }
 }
 
 TEST(SoundProbe, KeepsTheRateOfG711) {

@@ -2,6 +2,7 @@
 
 #include "FlvTags.h"
 #include "support/FlvWriter.h"
+#include "support/media/AacSbr.h"
 
 #include <algorithm>
 #include <functional>
@@ -122,6 +123,27 @@ Made shiftedSound(Workshop& workshop) {
     return {after, before};
 }
 
+/// AAC whose frames, and nothing else, tell that its rate doubles.
+Made implicitSbr(Workshop& workshop) {
+    const auto before = workshop / "plain.flv";
+    const auto after = workshop / "stream.flv";
+    encodeFilm({.pictures = h264(), .sound = aac(), .sampleRate = 22050}, before);
+    auto tags = readTags(before);
+    constexpr std::size_t kHeadBytes = 2;
+    constexpr std::size_t kPlainConfigBytes = 2; // FFmpeg's encoder adds that there is no SBR
+    for (FlvTag& tag : tags) {
+        if (tag.isAudio() && tag.isConfiguration()) {
+            tag.body.resize(kHeadBytes + kPlainConfigBytes);
+        } else if (tag.isAudio()) {
+            const auto frame = withImplicitSbr(std::span(tag.body).subspan(kHeadBytes));
+            tag.body.resize(kHeadBytes);
+            tag.body.insert(tag.body.end(), frame.begin(), frame.end());
+        }
+    }
+    writeTags(after, tags);
+    return {after, after};
+}
+
 /// Two films one after the other, with configurations of their own: the second has other picture sizes.
 Made newConfiguration(Workshop& workshop) {
     const auto first = workshop / "first.flv";
@@ -202,6 +224,7 @@ std::vector<Source> alteredSources() {
         {"JoinedMidway", "joined between two key frames",
          altered(joinedAt(betweenKeyFrames, true), /*askOriginal*/ false)},
         {"ServerRestarted", "a server's clock starts anew in mid-stream", serverRestarted},
+        {"ImplicitSbr", "AAC with SBR that only its frames tell", implicitSbr},
         {"NewConfiguration", "another picture size in mid-stream", newConfiguration},
     };
 }
