@@ -25,6 +25,9 @@ constexpr milliseconds kReluctance{80};
 /// One that does not play at all must not stop the stream: its sound goes by.
 constexpr milliseconds kGivenUp{3000};
 constexpr double kLeastRoomMs = 5;
+/// Sound may be early because the pictures are about to leap over a gap in the stream, which they do not sit
+/// out: so it waits for a short time, and then is looked at anew.
+constexpr double kLongestSilenceMs = 200;
 constexpr double kShortWaitMs = 20;
 constexpr double kLongestSleepMs = 100;
 constexpr double kLongestDrainMs = 1000;
@@ -166,7 +169,10 @@ void SyncedSound::writePart(const SoundLevel& level) {
         return;
     case SyncRule::Action::Wait:
         if (filled_) {
-            silenceMs_ = decision.ms;
+            silenceMs_ = std::min(decision.ms, kLongestSilenceMs);
+            if (silenceMs_ < decision.ms) {
+                rule_.restart(clock_.now());
+            }
         } else if (decision.ms + leadMs > level.roomMs) {
             sleep(decision.ms + leadMs - level.roomMs);
         } else {

@@ -42,6 +42,7 @@ protected:
         ASSERT_TRUE(frames->push(makeSound(nextPts_, ms * 8)));
         nextPts_ += ms;
     }
+    void skipMs(int ms) { nextPts_ += ms; }
     /// Waits until the output pauses for that long between parts, and lets it pass.
     void passPause(milliseconds expected) {
         clock.waitForDeadline(clock.now() + expected);
@@ -291,6 +292,37 @@ TEST_F(AudioOutputInStep, PutsSilenceBeforeWhatIsEarly) {
     handler->waitForParts(2);
     EXPECT_THAT(partSizes(), testing::ElementsAre(1600, 4800));
     EXPECT_EQ(handler->parts()[0], std::vector<std::uint8_t>(1600, 0));
+}
+
+TEST_F(AudioOutputInStep, DoesNotSitOutAGapThatThePicturesLeapOver) {
+    constexpr int kGapAtMs = 2000;
+    constexpr int kGapMs = 5000;
+    pushMs(kGapAtMs);
+    skipMs(kGapMs);
+    for (int i = 0; i < 40; ++i) {
+        pushMs(100);
+    }
+    setDevice(false, 0);
+    const auto stampAt = [&](int ms) { return 1000 + ms + (ms < kGapAtMs ? 0 : kGapMs); };
+    record->publish({stampAt(0), clock.now()});
+    start();
+    handler->waitForParts(1);
+    for (int ms = 0; ms < 5000; ms += 5) {
+        clock.waitForWaiters(1);
+        setDevice(true, std::max(0.0, handler->soundLevel()->heldMs - 5));
+        if (ms % 40 == 0) {
+            record->publish({stampAt(ms), clock.now()});
+        }
+        clock.advance(milliseconds(5));
+    }
+    clock.waitForWaiters(1);
+    std::size_t silentMs = 0;
+    for (const auto& part : handler->parts()) {
+        silentMs += part == std::vector<std::uint8_t>(part.size(), 0) ? part.size() / 16 : 0;
+    }
+    EXPECT_LE(silentMs, 500U);
+    const double writtenUntil = static_cast<double>(stampAt(5000)) + handler->soundLevel()->heldMs;
+    EXPECT_NEAR(static_cast<double>(output->lastTimestampMs()), writtenUntil, 250);
 }
 
 TEST_F(AudioOutputInStep, WithoutADeviceSoundGoesByWithThePictures) {
