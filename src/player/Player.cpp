@@ -167,15 +167,22 @@ void Player::afterPush() {
 }
 
 void Player::pushAudio(const std::shared_ptr<ff_wrap::Packet>& packet) {
-    // The reverse of video: while the picture stands still for buffering the reader may wait for room, while
-    // it plays sound must never hold up the reader, unless enough video lies ahead for that not to matter.
-    const bool mayWait = buffering_.isBuffering() || (playerState_->shown && isVideoAhead());
-    const Blocking blocking = mayWait ? Blocking::Yes : Blocking::No;
     audio_.countPacket();
     if (!audio_.isOpened()) {
         return;
     }
-    if (audio_.push(packet, blocking) == details::PushResult::Full) {
+    // While buffering nothing is heard, so nothing makes room: a wait would last for ever, and with the
+    // mutex held even the time-out of the buffering could not end it. A full channel ends it instead.
+    if (buffering_.isBuffering()) {
+        if (audio_.push(packet, Blocking::No) != details::PushResult::Full) {
+            return;
+        }
+        finishBuffering();
+    }
+    // While the picture plays, sound must never hold up the reader, unless enough video lies ahead for that
+    // not to matter.
+    const bool mayWait = playerState_->shown && isVideoAhead();
+    if (audio_.push(packet, mayWait ? Blocking::Yes : Blocking::No) == details::PushResult::Full) {
         base::logAt("ko_player::Player::pushAudio", "buf video, ignore audio");
     }
 }

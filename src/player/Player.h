@@ -76,7 +76,8 @@ private:
     void cancelBuffering(std::uint64_t generation);
 
     // Lock order: this mutex first, then that of the pause control, of a channel or of a queue. It is held by
-    // consume() even while that blocks, by stop() across its joins, and by cancelBuffering().
+    // consume() even while that blocks, by stop() across its joins, and by cancelBuffering(). Nothing waits
+    // for room while buffering, so that the time-out can always end it.
     std::mutex mutex_;
 
     base::Clock& clock_;
