@@ -10,6 +10,7 @@
 #include "flv/CodecMapping.h"
 #include "flv/FillPacket.h"
 #include "flv/SeiFilter.h"
+#include "records/MediaParams.h"
 
 extern "C" {
 #include <libavcodec/codec_par.h>
@@ -29,14 +30,8 @@ constexpr int kPatienceFrames = 50;
 /// After so many frames without success the codec is given up until its configuration changes.
 constexpr int kMostFailedProbes = 20;
 
-constexpr int kLowestSampleRate = 4000;
-constexpr int kHighestSampleRate = 192'000;
 /// What G.711 has where nobody says otherwise. The tag's own rate has no value for it.
 constexpr int kTelephoneRate = 8000;
-
-bool isSampleRate(int hz) {
-    return hz >= kLowestSampleRate && hz <= kHighestSampleRate;
-}
 
 std::span<const std::uint8_t> payloadOf(const flv::Packet& packet) {
     return {packet.data, packet.size};

@@ -39,7 +39,8 @@ AudioSwr::AudioSwr(const AudioParams& out)
     : in_{out.format, out.sampleRate, out.channels, out.channelLayout}, out_(in_) {}
 
 std::pair<int, const std::uint8_t*> AudioSwr::convert(const AVFrame& frame) {
-    if (frame.sample_rate < 1 || frame.nb_samples < 0) {
+    // A new configuration in mid-stream may say any rate, and a frame of 1 Hz would last for ever.
+    if (!isSampleRate(frame.sample_rate) || frame.nb_samples < 0) {
         return {AVERROR(EINVAL), nullptr};
     }
     try {

@@ -61,13 +61,14 @@ bool AudioPipeline::open(const AVCodecParameters* parameters) {
             ? inputParams(context.sample_fmt, parameters->sample_rate, parameters->ch_layout)
             : inputParams(context.sample_fmt, context.sample_rate, context.ch_layout);
     AudioParams out;
-    if (!getOutParams(in, out)) {
+    // Not even the device is to see a rate that nothing has.
+    if (isSampleRate(in.sampleRate) && !getOutParams(in, out)) {
         return false;
     }
     const auto format = static_cast<AVSampleFormat>(out.format);
     out.frameSize = av_samples_get_buffer_size(nullptr, out.channels, 1, format, 1);
     out.bytesPerSecond = av_samples_get_buffer_size(nullptr, out.channels, out.sampleRate, format, 1);
-    if (out.frameSize < 1 || out.bytesPerSecond < 1) {
+    if (!isSampleRate(out.sampleRate) || out.frameSize < 1 || out.bytesPerSecond < 1) {
         throw std::logic_error("AudioPipeline: bad out parameters");
     }
     // Both or none, where a thread cannot be started: nobody would end a decoder without an output.

@@ -46,6 +46,16 @@ struct AudioParams {
     friend bool operator==(const AudioParams&, const AudioParams&) = default;
 };
 
+// Rates beyond these are nonsense or an attack: buffers that are measured in time have no byte at 1 Hz and a
+// gigabyte at 1 GHz. Codecs begin at 5,512 Hz (the lowest of an FLV tag), and sound cards end at 192,000.
+inline constexpr int kLowestSampleRate = 4000;     ///< Hz
+inline constexpr int kHighestSampleRate = 192'000; ///< Hz
+
+/// Whether sound can have that rate.
+[[nodiscard]] constexpr bool isSampleRate(int hz) noexcept {
+    return hz >= kLowestSampleRate && hz <= kHighestSampleRate;
+}
+
 /// What a sound device gets for such sound: interleaved signed 16-bit samples, in the rate and with the
 /// channels of `in`, in the usual layout for that many. Frame size and bytes per second are left at 0.
 [[nodiscard]] AudioParams deviceParams(const AudioParams& in);

@@ -63,6 +63,17 @@ TEST(AudioSwr, TakesTheDefaultLayoutWhereTheFramesLayoutSaysNothing) {
     EXPECT_EQ(bytes, (*sound)->data[0]) << "two channels are stereo, which is the output format";
 }
 
+TEST(AudioSwr, RefusesFramesOfRatesThatNothingHas) {
+    AudioSwr converter(s16(8000, 1));
+    for (const int rate : {0, 1, 4, 3999, 192'001, 1'000'000'000}) {
+        const auto [code, none] = converter.convert(*makeSound(0, 1024, rate)->get());
+        EXPECT_EQ(code, AVERROR(EINVAL)) << rate;
+        EXPECT_EQ(none, nullptr) << rate;
+    }
+    EXPECT_GT(converter.convert(*makeSound(0, 1024, 4000)->get()).first, 0);
+    EXPECT_GT(converter.convert(*makeSound(0, 1024, 192'000)->get()).first, 0);
+}
+
 TEST(AudioSwr, ReportsFailureAndTriesAgainWithTheNextFrame) {
     AudioSwr converter(s16(8000, 1));
     const auto broken = makeSound(0, 100);

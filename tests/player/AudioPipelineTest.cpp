@@ -95,6 +95,35 @@ TEST_F(AudioPipelineTest, RefusesAnAnswerThatIsNoFormat) {
     EXPECT_FALSE(pipeline.isOpened());
 }
 
+TEST_F(AudioPipelineTest, RefusesRatesThatNothingPlays) {
+    int asked = 0;
+    handler->answerParams = [&](const AudioParams& in, AudioParams& out) {
+        ++asked;
+        out = in;
+        return true;
+    };
+    for (const int rate : {1, 2, 3, 4, 3999, 192'001, 1'000'000'000}) {
+        const auto parameters = mediaworker::test::alawParameters(rate);
+        EXPECT_EQ(openFailure(*parameters), "AudioPipeline: bad out parameters") << rate;
+        EXPECT_FALSE(pipeline.isOpened()) << rate;
+    }
+    EXPECT_EQ(asked, 0) << "the device is not told of them";
+    handler->answerParams = [](const AudioParams& in, AudioParams& out) {
+        out = in;
+        out.sampleRate = 4;
+        return true;
+    };
+    EXPECT_EQ(openFailure(*alaw), "AudioPipeline: bad out parameters") << "nor has it such";
+}
+
+TEST_F(AudioPipelineTest, OpensTheLowestRate) {
+    EXPECT_TRUE(pipeline.open(mediaworker::test::alawParameters(4000).get()));
+}
+
+TEST_F(AudioPipelineTest, OpensTheHighestRate) {
+    EXPECT_TRUE(pipeline.open(mediaworker::test::alawParameters(192'000).get()));
+}
+
 TEST_F(AudioPipelineTest, OpensOnce) {
     EXPECT_TRUE(pipeline.open(alaw.get()));
     EXPECT_EQ(openFailure(*alaw), "AudioPipeline::open second call");

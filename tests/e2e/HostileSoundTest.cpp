@@ -16,17 +16,15 @@ using namespace std::chrono_literals;
 constexpr std::uint8_t kALaw = 0x70;
 constexpr std::size_t kPictures = 10;
 
-/// What a recording sends that moves only when something moves: under half a second of pictures, and then
-/// more sound than the worker has room for, which is heard in a few seconds, since it has a high rate.
-std::vector<std::uint8_t> fewPicturesAndMuchSound() {
+/// Half a second of pictures.
+void addHead(FlvWriter& writer, int soundRate) {
     const Clip clip = encode(ClipSpec{});
-    FlvWriter writer;
     writer.header();
     writer.metadata(0, {{"videocodecid", 7},
                         {"width", clip.spec.widthPx},
                         {"height", clip.spec.heightPx},
                         {"audiocodecid", kALaw},
-                        {"audiosamplerate", 192'000},
+                        {"audiosamplerate", soundRate},
                         {"audiochannels", 1}});
     writer.video(0, VideoCodec::Avc, true, FlvWriter::kSequenceHeader, clip.videoConfig);
     for (std::size_t i = 0; i < kPictures; ++i) {
@@ -34,6 +32,13 @@ std::vector<std::uint8_t> fewPicturesAndMuchSound() {
         writer.video(static_cast<std::uint32_t>(picture.dtsMs), VideoCodec::Avc, picture.isKey,
                      FlvWriter::kFrames, picture.bytes);
     }
+}
+
+/// What a recording sends that moves only when something moves: under half a second of pictures, and then
+/// more sound than the worker has room for, which is heard in a few seconds, since it has a high rate.
+std::vector<std::uint8_t> fewPicturesAndMuchSound() {
+    FlvWriter writer;
+    addHead(writer, 192'000);
     constexpr std::uint32_t kStampMs = 400;
     constexpr std::size_t kTagBytes = 1024;
     constexpr std::size_t kSoundBytes = std::size_t{3} << 19U; // 1 MiB and what else there is room for
@@ -80,6 +85,29 @@ INSTANTIATE_TEST_SUITE_P(All, SoundWhileBuffering,
                                          Row{"Archive", "/archive/1", true, 2},
                                          Row{"ArchiveThatEnds", "/archive/1", false, 3}),
                          [](const auto& instance) { return instance.param.name; });
+
+class SoundRate : public testing::TestWithParam<int> {};
+
+TEST_P(SoundRate, ThatNothingPlaysLeavesThePictures) {
+    HttpServer server;
+    server.route("/live.flv", [](HttpResponse& response) {
+        FlvWriter writer;
+        addHead(writer, GetParam());
+        for (int i = 0; i < 50; ++i) {
+            writer.audio(static_cast<std::uint32_t>(i * 20), kALaw, std::vector<std::uint8_t>(160, 0xD5));
+        }
+        response.send(writer.take());
+    });
+    Session session;
+    session.start(server.url("/live.flv"));
+    ASSERT_EQ(session.waitForExit(), 3) << session.logText();
+    EXPECT_EQ(session.shown().size(), kPictures);
+    EXPECT_TRUE(session.hasLine("ko_player::Player::startAudio: failed with exception: "
+                                "AudioPipeline: bad out parameters"))
+        << session.logText();
+}
+
+INSTANTIATE_TEST_SUITE_P(All, SoundRate, testing::Values(1, 2, 3, 4, 1'000'000'000));
 
 } // namespace
 } // namespace mediaworker::test
