@@ -339,6 +339,8 @@ bool FileRecorder::addAudioStream(const AVCodecParameters* parameters) {
 void FileRecorder::openFile() {
     try {
         muxer_->openFile();
+    } catch (const Muxer::FileError&) {
+        throw; // without the sound it would be no better
     } catch (const std::exception& error) {
         if (!rules_.makesSoundFit || !audioStarted_) {
             throw;

@@ -13,6 +13,7 @@ extern "C" {
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace ko_player {
 
@@ -39,6 +40,45 @@ std::int64_t rescaled(std::int64_t stamp, AVRational from, AVRational to) {
     return av_rescale_q_rnd(stamp, from, to,
                             static_cast<AVRounding>(AV_ROUND_NEAR_INF | AV_ROUND_PASS_MINMAX));
 }
+
+/// The writer goes back to fill in lengths, and does not look whether it got there: then they are written
+/// into the middle of the recording. Notes it, for the writer of this thread, while this lives.
+class SeekWatch {
+public:
+    explicit SeekWatch(AVIOContext* io) : io_(io), before_(watch) {
+        seek_ = std::exchange(io_->seek, &noteSeek);
+        watch = this;
+    }
+    SeekWatch(const SeekWatch&) = delete;
+    SeekWatch& operator=(const SeekWatch&) = delete;
+    ~SeekWatch() {
+        io_->seek = seek_;
+        watch = before_;
+    }
+
+    /// An FFmpeg error, or 0.
+    [[nodiscard]] int result() const { return result_; }
+
+private:
+    using Seek = decltype(AVIOContext::seek);
+
+    static std::int64_t noteSeek(void* file, std::int64_t offset, int whence) {
+        const std::int64_t position = watch->seek_(file, offset, whence);
+        if (position < 0 && (whence & AVSEEK_SIZE) == 0) {
+            watch->result_ = static_cast<int>(position);
+        }
+        return position;
+    }
+
+    static thread_local SeekWatch* watch;
+
+    AVIOContext* const io_;
+    SeekWatch* const before_;
+    Seek seek_ = nullptr;
+    int result_ = 0;
+};
+
+thread_local SeekWatch* SeekWatch::watch = nullptr;
 
 } // namespace
 
@@ -102,8 +142,8 @@ void Muxer::openFile() {
     }
     const int opened = avformat().avio_open(&context_->pb, fileName_.c_str(), AVIO_FLAG_WRITE);
     if (opened < 0) {
-        throw std::runtime_error("Muxer.writeHeader avio_open: file: " + fileName_ +
-                                 ", err: " + ff_wrap::errorText(opened));
+        throw FileError("Muxer.writeHeader avio_open: file: " + fileName_ +
+                        ", err: " + ff_wrap::errorText(opened));
     }
     io_.reset(context_->pb);
     AVDictionary* options = nullptr;
@@ -113,8 +153,12 @@ void Muxer::openFile() {
     const int written = avformat().avformat_write_header(context_.get(), &options);
     av_dict_free(&options);
     if (written < 0) {
-        throw std::runtime_error("Muxer.writeHeader avformat_write_header: file: " + fileName_ +
-                                 ", err: " + ff_wrap::errorText(written));
+        const std::string what = "Muxer.writeHeader avformat_write_header: file: " + fileName_ +
+                                 ", err: " + ff_wrap::errorText(written);
+        if (io_->error < 0 || (io_->seekable & AVIO_SEEKABLE_NORMAL) == 0) {
+            throw FileError(what);
+        }
+        throw std::runtime_error(what);
     }
     headerWritten_ = true;
 }
@@ -198,11 +242,17 @@ int Muxer::boundHeldPackets(std::size_t packetBytes) {
     return avformat().av_interleaved_write_frame(context_.get(), nullptr);
 }
 
+int Muxer::writeTrailer() {
+    const SeekWatch watch(io_.get());
+    const int written = avformat().av_write_trailer(context_.get());
+    return written < 0 ? written : watch.result();
+}
+
 void Muxer::close() {
     if (!isOpen()) {
         return;
     }
-    const int trailer = headerWritten_ ? avformat().av_write_trailer(context_.get()) : 0;
+    const int trailer = headerWritten_ ? writeTrailer() : 0;
     context_->pb = nullptr;
     const int closed = avformat().avio_close(io_.release());
     if (trailer < 0) {

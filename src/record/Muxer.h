@@ -11,6 +11,7 @@ extern "C" {
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 struct AVCodecParameters;
@@ -55,6 +56,12 @@ public:
                   ///< millisecond
     };
 
+    /// The file cannot be made or written, whatever it should hold.
+    class FileError : public std::runtime_error {
+    public:
+        using std::runtime_error::runtime_error;
+    };
+
     /// Touches no file yet. Throws std::invalid_argument "Muxer.ctor empty filename", or std::runtime_error
     /// "Muxer.ctor: ...".
     explicit Muxer(const std::string& fileName, Form form = Form::Plain);
@@ -70,7 +77,8 @@ public:
     void addStream(const StreamSource& source, int index);
 
     /// Creates the file, or empties one that is there, and writes the header. Throws std::runtime_error
-    /// "Muxer.writeHeader ..."; the object is then good for nothing but to be destroyed.
+    /// "Muxer.writeHeader ...", FileError where not what it should hold is at fault; the object is then good
+    /// for nothing but to be destroyed.
     void openFile();
 
     /// Writes one packet by its stream's StampRule, with its decode time stamp raised where the stamps of the
@@ -106,6 +114,8 @@ private:
     static void stamp(AVPacket& packet, Slot& slot, const AVStream& stream);
     static void keepStamps(AVPacket& packet, Slot& slot, const AVStream& stream);
 
+    /// An FFmpeg error where the index, or any length before it, could not be written.
+    int writeTrailer();
     /// Lets the writer pass on what it keeps in order to interleave the streams, before that grows too large.
     int boundHeldPackets(std::size_t packetBytes);
 
