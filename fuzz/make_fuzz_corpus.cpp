@@ -1,6 +1,8 @@
 // Writes the seeds of the fuzz targets, one folder for each: make_fuzz_corpus FOLDER
 
 #include "support/FlvWriter.h"
+#include "support/media/Clip.h"
+#include "support/media/FlvStream.h"
 
 #include <filesystem>
 #include <fstream>
@@ -182,6 +184,68 @@ void writeLinkPackets(const std::filesystem::path& folder) {
     write(folder, "incomplete", cut(3, Bytes{9, 0xFF, 0xFF, 1}));
 }
 
+/// Streams that can be decoded, small ones: with everything that the first two bytes choose.
+void writePlayer(const std::filesystem::path& folder) {
+    using namespace mediaworker::test;
+    const auto clipOf = [](VideoCodec video, AudioCodec audio, int rate) {
+        ClipSpec spec;
+        spec.codec = video;
+        spec.widthPx = 160;
+        spec.heightPx = 90;
+        spec.frames = 20;
+        spec.gop = 10;
+        spec.bFrames = video == VideoCodec::Avc ? 2 : 0;
+        spec.crf = 40;
+        spec.audio = audio;
+        spec.sampleRate = rate;
+        spec.channels = audio == AudioCodec::ALaw ? 1 : 2;
+        return encode(spec);
+    };
+    const Clip avc = clipOf(VideoCodec::Avc, AudioCodec::Aac, 44100);
+    const Clip hevc = clipOf(VideoCodec::Hevc, AudioCodec::ALaw, 8000);
+    const Clip vp9 = clipOf(VideoCodec::Vp9, AudioCodec::Opus, 48000);
+    ClipSpec large = avc.spec;
+    large.widthPx = 176;
+    const Clip other = encode(large);
+    for (std::uint8_t flags = 0; flags < 64; flags = static_cast<std::uint8_t>(flags + 7)) {
+        const std::string name = std::to_string(flags);
+        const auto begin = [&](const std::vector<TimedBytes>& pieces) {
+            return Bytes{flags, 143} + toBytes(pieces); // pieces of 128 bytes
+        };
+        write(folder, "avc_aac_" + name, begin(makeFlv(avc)));
+        write(folder, "hevc_alaw_" + name, begin(makeFlv(hevc)));
+        write(folder, "vp9_opus_" + name, begin(makeFlv(vp9)));
+        write(folder, "sizes_" + name, begin(makeFlv({&avc, &other, &avc}, {.metadataForEveryClip = true})));
+        write(folder, "made_up_" + name, Bytes{flags, 3} + avcStream() + enhancedStream());
+    }
+}
+
+Bytes message(std::uint8_t type, const Bytes& data) {
+    return Bytes{type, static_cast<std::uint8_t>(data.size()), 0} + data;
+}
+
+void writeParentMessages(const std::filesystem::path& folder) {
+    const Bytes eight{0, 1, 2, 3, 4, 5, 6, 7};
+    const Bytes all = message(0, eight) + message(4, {}) + message(1, eight) + message(2, eight + eight) +
+                      message(3, eight) + message(8, Bytes{50, 0, 0, 0});
+    write(folder, "all", cut(255, all));
+    write(folder, "bytewise", cut(0, all));
+    write(folder, "wrong_sizes", cut(7, message(0, {1}) + message(1, {}) + message(8, Bytes(4, 0xFF))));
+    write(folder, "unknown", cut(7, message(99, eight) + Bytes{1, 0xFF, 0xFF}));
+}
+
+void writeParentLog(const std::filesystem::path& folder) {
+    write(
+        folder, "lines",
+        cut(16,
+            text("url: http://127.0.0.1/\nCommand from parent process: \x06\n"
+                 "http failed: status 404 Not Found\nsound unavailable: Speex: this codec is not supported\n"
+                 "pictures unavailable: AV1: no decoder\nTrying to start audio device: no\nhttp reader "
+                 "finished\r\nlast words")));
+    write(folder, "network",
+          cut(3, text("http failed: network: ConnectionRefusedError: Connection refused\n\n\n")));
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -194,6 +258,9 @@ int main(int argc, char** argv) {
         writeStreams(folder / "flv_reader");
         writeScriptData(folder / "script_data");
         writeLinkPackets(folder / "link_packets");
+        writePlayer(folder / "player");
+        writeParentMessages(folder / "parent_messages");
+        writeParentLog(folder / "parent_log");
     } catch (const std::exception& error) {
         std::cerr << "make_fuzz_corpus: " << error.what() << '\n';
         return 1;
