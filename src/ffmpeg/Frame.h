@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 
 struct AVFrame;
@@ -14,6 +15,12 @@ public:
 
     [[nodiscard]] AVFrame* get() noexcept { return frame_.get(); }
     [[nodiscard]] const AVFrame* get() const noexcept { return frame_.get(); }
+    /// What its samples or pixels cost in memory.
+    [[nodiscard]] std::size_t heldBytes() const noexcept;
+    /// Drops what a decoder has attached to the samples or pixels: nobody asks for it, and a stream can
+    /// attach megabytes to a small picture.
+    void dropSideData() noexcept;
+
     AVFrame* operator->() noexcept { return frame_.get(); }
     const AVFrame* operator->() const noexcept { return frame_.get(); }
 

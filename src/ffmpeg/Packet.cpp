@@ -28,4 +28,12 @@ int Packet::size() const {
     return packet_->size;
 }
 
+std::size_t Packet::heldBytes() const {
+    std::size_t bytes = kOverheadBytes + static_cast<std::size_t>(size());
+    for (int i = 0; i < packet_->side_data_elems; ++i) {
+        bytes += packet_->side_data[i].size;
+    }
+    return bytes;
+}
+
 } // namespace ko_player::ff_wrap

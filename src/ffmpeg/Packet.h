@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 
 struct AVPacket;
@@ -19,6 +20,13 @@ public:
 
     /// Payload size in bytes, for accounting. Throws std::runtime_error "ff_wrap::Packet size neg".
     [[nodiscard]] int size() const;
+
+    /// What a packet costs beside payload and side data: itself, what counts its references, padding, and
+    /// what the allocator adds to each of its half dozen pieces. Measured with channels full of packets of
+    /// 1 and 5 bytes: 430 to 460 bytes each.
+    static constexpr std::size_t kOverheadBytes = 512;
+    /// What it costs in memory, about. Throws as size() does.
+    [[nodiscard]] std::size_t heldBytes() const;
 
 private:
     struct Free {

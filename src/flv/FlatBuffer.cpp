@@ -56,6 +56,10 @@ void FlatBuffer::consume(std::size_t count) {
     if (readOffset_ == end_) {
         readOffset_ = 0;
         end_ = 0;
+        if (capacity_ > kKeptBytes) {
+            storage_.reset();
+            capacity_ = 0;
+        }
     }
 }
 

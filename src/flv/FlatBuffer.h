@@ -15,6 +15,10 @@ public:
     /// enough that a move is rare, small enough that the waste does not matter beside a video frame.
     static constexpr std::size_t kCompactAfterBytes = 10'240;
 
+    /// What an emptied buffer keeps for the next bytes: the key frames of most cameras fit. One tag of
+    /// megabytes is no reason to keep these as long as the stream lasts.
+    static constexpr std::size_t kKeptBytes = 0x40000;
+
     /// `maxSize` is the most unread bytes that the buffer may hold.
     explicit FlatBuffer(std::size_t maxSize) : maxSize_(maxSize) {}
 
@@ -32,7 +36,7 @@ public:
     [[nodiscard]] bool empty() const { return end_ == readOffset_; }
 
     /// Drops bytes from the front. Throws std::out_of_range "FlatBuffer.consume gt size" for more than there
-    /// are. Never moves bytes.
+    /// are. Never moves bytes. An emptied buffer keeps no more memory than kKeptBytes.
     void consume(std::size_t count);
 
     /// Consumed bytes that still lie in front of the unread ones.

@@ -113,7 +113,20 @@ void FlvHandler::generateAacExtraData(int sampleRate, int channels) {
     std::copy(aac->behind.begin(), aac->behind.end(), audioParams_->extradata + aac->config.size());
 }
 
+bool FlvHandler::isAbsurd(const flv::Packet& packet, bool isSequenceHeader) {
+    if (!isSequenceHeader || packet.size <= kMaxConfigurationBytes) {
+        return false;
+    }
+    if (!std::exchange(saidAbsurd_, true)) {
+        base::logAt("ko_player::FlvHandler", "a codec configuration of ", packet.size, " bytes is ignored");
+    }
+    return true;
+}
+
 void FlvHandler::onVideoTag(const flv::VideoPacket& packet) {
+    if (isAbsurd(packet, packet.isSequenceHeader)) {
+        return;
+    }
     const Verdict verdict = dialect_.announcement == flv::Announcement::ByMetadata
                                 ? takeByMetadata(packet)
                                 : videoIntake_.take(packet, metaInfo_, videoParams_, pendingVideoSideData_);
@@ -183,6 +196,9 @@ void FlvHandler::onFirstVideoData(const flv::VideoPacket& packet) {
 }
 
 void FlvHandler::onAudioTag(const flv::AudioPacket& packet) {
+    if (isAbsurd(packet, packet.isSequenceHeader)) {
+        return;
+    }
     const Verdict verdict = dialect_.announcement == flv::Announcement::ByMetadata
                                 ? takeByMetadata(packet)
                                 : audioIntake_.take(packet, metaInfo_, audioParams_, pendingAudioSideData_);

@@ -17,6 +17,7 @@ extern "C" {
 #include <libavcodec/codec_par.h>
 }
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -36,6 +37,10 @@ namespace ko_player {
 /// or one kind of stream.
 class FlvHandler final : public flv::Observer {
 public:
+    /// The longest codec configuration that is taken. What a parameter set can be is told by 16 bits; all of
+    /// a real stream's together stay below 10 kB. Each is copied several times, and some of these are kept.
+    static constexpr std::size_t kMaxConfigurationBytes = 0x10000;
+
     using ParamsCallback = std::function<bool(const AVCodecParameters*)>;
     using PacketCallback = std::function<void(std::shared_ptr<ff_wrap::Packet>)>;
 
@@ -83,6 +88,9 @@ private:
     // The reading by packets.
     void remember(const MetaInfo& info);
 
+    /// True, after a log line for the first, for a configuration that no codec has.
+    [[nodiscard]] bool isAbsurd(const flv::Packet& packet, bool isSequenceHeader);
+
     /// A packet on its way to the callback, with its time stamps and the configuration that waits for it.
     [[nodiscard]] std::shared_ptr<ff_wrap::Packet> fill(Medium medium, const flv::Packet& packet,
                                                         std::int32_t compositionMs,
@@ -97,6 +105,7 @@ private:
     AudioIntake audioIntake_;
     bool firstVideoPending_ = true; ///< by metadata
     bool firstAudioPending_ = true; ///< by metadata
+    bool saidAbsurd_ = false;
     std::vector<std::uint8_t> pendingVideoSideData_;
     std::vector<std::uint8_t> pendingAudioSideData_;
     ff_wrap::LazyCodecParameters audioParams_{AVMEDIA_TYPE_AUDIO};

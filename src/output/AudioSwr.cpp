@@ -18,6 +18,9 @@ namespace {
 
 /// Room for what the resampler holds back and returns later.
 constexpr int kResamplerMarginSamples = 256;
+/// More than the longest tag of G.711 has (ten minutes). A short frame gets there only by a change of rate
+/// that is made for it.
+constexpr int kMostOutputBytes = 16 << 20;
 constexpr int kMillion = 1'000'000;
 constexpr int kCompensationSeconds = 10;
 constexpr int kMostRate = INT_MAX / kCompensationSeconds;
@@ -113,6 +116,9 @@ std::pair<int, const std::uint8_t*> AudioSwr::resample(const AVFrame& frame) {
         av_samples_get_buffer_size(nullptr, out_.channels, capacitySamples, outFormat, 0);
     if (capacityBytes < 1) {
         return {capacityBytes, nullptr};
+    }
+    if (capacityBytes > kMostOutputBytes) {
+        return {AVERROR(EINVAL), nullptr};
     }
     if (output_.size() < static_cast<std::size_t>(capacityBytes)) {
         output_.resize(static_cast<std::size_t>(capacityBytes));

@@ -16,10 +16,15 @@ extern "C" {
 namespace ko_player {
 namespace {
 
-constexpr std::uint64_t kPacketCapacityBytes = 0x100000;
+/// The memory is enough for five minutes of packets of 20 ms and more. Only those with next to nothing in
+/// them reach it before they reach the other bound.
+constexpr details::ChannelRoom kPacketRoom{.payloadBytes = 0x100000, .memoryBytes = 0x1000000};
 /// Sound that keeps step with the pictures waits as long as they do, so it gets as much room.
-constexpr std::uint64_t kPacketCapacityInStepBytes = 0x800000;
+constexpr details::ChannelRoom kPacketRoomInStep{.payloadBytes = 0x800000, .memoryBytes = 0x1000000};
 constexpr std::size_t kFrameCapacity = 100;
+/// A hundred frames of any codec's usual sound, eight channels of HE-AAC included. A tag of G.711 can hold
+/// ten minutes.
+constexpr std::size_t kFrameCapacityBytes = 0x800000;
 constexpr AVRational kMilliseconds{1, 1000};
 constexpr std::uint64_t kPacketsPerLogLine = 1000;
 constexpr std::uint64_t kStereoDownmix = AV_CH_STEREO_LEFT | AV_CH_STEREO_RIGHT;
@@ -46,9 +51,9 @@ AudioParams inputParams(int format, int sampleRate, const AVChannelLayout& layou
 AudioPipeline::AudioPipeline(std::shared_ptr<AudioHandler> handler, std::shared_ptr<PlayerState> state,
                              base::Clock& clock, DecodeRules rules)
     : rules_(rules), state_(std::move(state)),
-      packets_(
-          std::make_shared<PacketChannel>(state_->shown ? kPacketCapacityInStepBytes : kPacketCapacityBytes)),
-      frames_(std::make_shared<FrameQueue>(kFrameCapacity)), handler_(std::move(handler)), clock_(clock) {}
+      packets_(std::make_shared<PacketChannel>(state_->shown ? kPacketRoomInStep : kPacketRoom)),
+      frames_(std::make_shared<FrameQueue>(kFrameCapacity, bytesUpTo(kFrameCapacityBytes))),
+      handler_(std::move(handler)), clock_(clock) {}
 
 bool AudioPipeline::open(const AVCodecParameters* parameters) {
     if (decoder_) {

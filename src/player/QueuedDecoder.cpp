@@ -73,6 +73,7 @@ void QueuedDecoder::decodeFrames() {
             return;
         }
         (*frame)->pts = timeOf(*frame->get());
+        frame->dropSideData();
         if (!frames_->push(std::move(frame))) {
             return;
         }

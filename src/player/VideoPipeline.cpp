@@ -16,7 +16,9 @@ extern "C" {
 namespace ko_player {
 namespace {
 
-constexpr std::uint64_t kPacketCapacityBytes = 0x800000;
+/// The memory is enough for twenty minutes at 25 pictures a second. Only packets with less than 256 bytes
+/// on the average reach it before they reach the other bound.
+constexpr details::ChannelRoom kPacketRoom{.payloadBytes = 0x800000, .memoryBytes = 0x1800000};
 /// Few, because each is a whole picture: at 1080p about 3 MB.
 constexpr std::size_t kFrameCapacity = 4;
 constexpr std::size_t kMetadataCapacity = 150;
@@ -27,7 +29,7 @@ constexpr AVRational kMilliseconds{1, 1000};
 VideoPipeline::VideoPipeline(std::shared_ptr<VideoHandler> handler, std::shared_ptr<VideoState> state,
                              base::Clock& clock, DecodeRules rules)
     : rules_(rules), state_(std::move(state)), metadata_(std::make_shared<MetadataQueue>(kMetadataCapacity)),
-      packets_(std::make_shared<PacketChannel>(kPacketCapacityBytes)),
+      packets_(std::make_shared<PacketChannel>(kPacketRoom)),
       frames_(std::make_shared<FrameQueue>(kFrameCapacity)), handler_(std::move(handler)), clock_(clock) {}
 
 void VideoPipeline::start(std::chrono::seconds firstTimeout, std::chrono::seconds nextTimeout) {

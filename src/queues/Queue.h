@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
+#include <limits>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -15,7 +16,8 @@ namespace ko_player::details {
 /// How a wait for an element ended without one.
 enum class NoElement { TimedOut, Ended };
 
-/// A FIFO bounded by the number of its elements. Thread-safe.
+/// A FIFO bounded by the number of its elements and, if wanted, by their bytes. An element of any size fits
+/// into an empty queue. Thread-safe.
 ///
 /// Two flags end it: closed is set by the consuming side (pushes fail, nothing is taken any more), aborted by
 /// the producing side when it ends (pushes fail, what is queued is still taken). When it is full, push()
@@ -23,29 +25,40 @@ enum class NoElement { TimedOut, Ended };
 template <class T>
 class Queue {
 public:
-    explicit Queue(std::size_t capacity) : capacity_(capacity) {}
+    /// How many bytes may wait, and what tells those of an element, which must not change while it waits.
+    struct ByteBound {
+        std::size_t most = std::numeric_limits<std::size_t>::max();
+        std::size_t (*bytesOf)(const T&) = [](const T&) -> std::size_t { return 0; };
+    };
+
+    explicit Queue(std::size_t capacity, ByteBound bound = {}) : capacity_(capacity), bound_(bound) {}
 
     /// Waits for room. Returns false, without storing, once the queue is closed or aborted.
     bool push(T element) {
+        const std::size_t bytes = bound_.bytesOf(element);
         std::unique_lock lock(mutex_);
-        spaceFreed_.wait(lock, [&] { return elements_.size() < capacity_ || endedLocked(); });
+        spaceFreed_.wait(lock, [&] { return hasRoomLocked(bytes) || endedLocked(); });
         if (endedLocked()) {
             return false;
         }
+        bytes_ += bytes;
         elements_.push_back(std::move(element));
         elementAvailable_.notify_all();
         return true;
     }
 
-    /// Never waits: a full queue loses its oldest element. Does nothing once closed or aborted.
+    /// Never waits: a full queue loses its oldest elements. Does nothing once closed or aborted.
     void pushReplacing(T element) {
+        const std::size_t bytes = bound_.bytesOf(element);
         const std::lock_guard lock(mutex_);
         if (endedLocked()) {
             return;
         }
-        if (elements_.size() >= capacity_) {
+        while (!hasRoomLocked(bytes)) {
+            bytes_ -= bound_.bytesOf(elements_.front());
             elements_.pop_front();
         }
+        bytes_ += bytes;
         elements_.push_back(std::move(element));
         elementAvailable_.notify_all();
     }
@@ -74,6 +87,7 @@ public:
         if (closed_ || found == elements_.end()) {
             return std::nullopt;
         }
+        bytes_ -= bound_.bytesOf(*found);
         std::optional<T> element(std::move(*found));
         elements_.erase(found);
         spaceFreed_.notify_all();
@@ -130,7 +144,13 @@ public:
 private:
     [[nodiscard]] bool endedLocked() const { return closed_ || aborted_; }
 
+    [[nodiscard]] bool hasRoomLocked(std::size_t bytes) const {
+        return elements_.empty() ||
+               (elements_.size() < capacity_ && bytes_ <= bound_.most && bytes <= bound_.most - bytes_);
+    }
+
     [[nodiscard]] T takeFrontLocked() {
+        bytes_ -= bound_.bytesOf(elements_.front());
         T element = std::move(elements_.front());
         elements_.pop_front();
         spaceFreed_.notify_all();
@@ -143,12 +163,14 @@ private:
     }
 
     const std::size_t capacity_;
+    const ByteBound bound_;
     mutable std::mutex mutex_;
     std::condition_variable spaceFreed_;
     std::condition_variable elementAvailable_;
 
     // Guarded by mutex_.
     std::deque<T> elements_;
+    std::size_t bytes_ = 0;
     bool closed_ = false;
     bool aborted_ = false;
 };

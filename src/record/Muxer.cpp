@@ -33,9 +33,6 @@ constexpr const char* kTicksPerSecond = "16000";
 /// Sixteen pictures, as many as a decoder can hold back, at 16 a second.
 constexpr AVRational kLongestLead{1, 1};
 
-/// What a packet costs beside its payload, roughly.
-constexpr std::size_t kPacketOverheadBytes = 512;
-
 std::int64_t rescaled(std::int64_t stamp, AVRational from, AVRational to) {
     return av_rescale_q_rnd(stamp, from, to,
                             static_cast<AVRounding>(AV_ROUND_NEAR_INF | AV_ROUND_PASS_MINMAX));
@@ -181,7 +178,7 @@ bool Muxer::writePacket(std::shared_ptr<ff_wrap::Packet> packet, int index, std:
     slot.isFirstPacket = false;
     out.stream_index = index;
     out.pos = -1;
-    const auto bytes = static_cast<std::size_t>(std::max(out.size, 0));
+    const std::size_t bytes = packet->heldBytes();
     const std::int64_t dts = out.dts;
     int result = avformat().av_interleaved_write_frame(context_.get(), &out);
     if (result >= 0) {
@@ -234,7 +231,7 @@ int Muxer::boundHeldPackets(std::size_t packetBytes) {
     if (context_->nb_streams < 2) {
         return 0; // nothing to interleave with, so nothing is kept
     }
-    heldBytes_ += packetBytes + kPacketOverheadBytes;
+    heldBytes_ += packetBytes;
     if (heldBytes_ < kMaxHeldBytes) {
         return 0;
     }

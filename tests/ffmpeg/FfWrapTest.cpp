@@ -72,6 +72,36 @@ TEST(Packet, RefusesToAccountForANegativeSize) {
     packet->size = 0;
 }
 
+TEST(Packet, TellsWhatItCostsInMemory) {
+    Packet packet;
+    EXPECT_EQ(packet.heldBytes(), Packet::kOverheadBytes);
+    ASSERT_EQ(av_new_packet(packet.get(), 100), 0);
+    ASSERT_NE(av_packet_new_side_data(packet.get(), AV_PKT_DATA_NEW_EXTRADATA, 60'000), nullptr);
+    EXPECT_EQ(packet.heldBytes(), Packet::kOverheadBytes + 60'100);
+    EXPECT_EQ(packet.size(), 100);
+}
+
+TEST(Frame, TellsWhatItsSamplesCost) {
+    Frame frame;
+    EXPECT_EQ(frame.heldBytes(), 0U);
+    frame->nb_samples = 1'000'000;
+    frame->format = AV_SAMPLE_FMT_FLTP;
+    av_channel_layout_default(&frame->ch_layout, 10); // more than the frame itself has places for
+    ASSERT_EQ(av_frame_get_buffer(frame.get(), 0), 0);
+    EXPECT_GE(frame.heldBytes(), 40'000'000U);
+    EXPECT_LT(frame.heldBytes(), 40'100'000U);
+}
+
+TEST(Frame, DropsWhatTheStreamHasAttached) {
+    Frame frame;
+    for (const auto type : {AV_FRAME_DATA_A53_CC, AV_FRAME_DATA_SEI_UNREGISTERED,
+                            AV_FRAME_DATA_SEI_UNREGISTERED, AV_FRAME_DATA_DISPLAYMATRIX}) {
+        ASSERT_NE(av_frame_new_side_data(frame.get(), type, 1000), nullptr);
+    }
+    frame.dropSideData();
+    EXPECT_EQ(frame->nb_side_data, 0);
+}
+
 TEST(Frame, OwnsAnEmptyFrame) {
     Frame frame;
     ASSERT_NE(frame.get(), nullptr);

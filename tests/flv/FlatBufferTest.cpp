@@ -124,6 +124,21 @@ TEST(FlatBuffer, KeepsBytesWhenItGrowsAndCompactsAtOnce) {
     EXPECT_EQ(buffer.readOffset(), 0U);
 }
 
+TEST(FlatBuffer, KeepsLittleMemoryForLife) {
+    FlatBuffer buffer(5'000'000);
+    push(buffer, counting(4'000'000));
+    buffer.consume(3'999'999);
+    EXPECT_GE(buffer.capacity(), 4'000'000U) << "nothing moves";
+    buffer.consume(1);
+    EXPECT_EQ(buffer.capacity(), 0U);
+    const auto usual = counting(100'000);
+    push(buffer, usual);
+    EXPECT_EQ(unread(buffer), usual);
+    const std::size_t capacity = buffer.capacity();
+    buffer.consume(usual.size());
+    EXPECT_EQ(buffer.capacity(), capacity) << "what is usual stays";
+}
+
 TEST(FlatBuffer, HoldsLittleMoreMemoryThanItsMaximum) {
     constexpr std::size_t kMax = 100'000;
     FlatBuffer buffer(kMax);

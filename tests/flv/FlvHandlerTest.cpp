@@ -501,5 +501,38 @@ TEST_F(FlvHandlerTest, NeedsNoCallbacks) {
     EXPECT_EQ(handler.videoParams().codec_id, AV_CODEC_ID_H264);
 }
 
+TEST_F(FlvHandlerTest, IgnoresAConfigurationThatNoCodecHas) {
+    const LogCapture log;
+    handler_.onScriptData(kAvcMeta);
+    Bytes longest = kAvcConfig;
+    longest.resize(FlvHandler::kMaxConfigurationBytes);
+    Bytes absurd = longest;
+    absurd.push_back(0);
+    video({.payload = absurd, .sequenceHeader = true});
+    EXPECT_THAT(videoExtradata_, IsEmpty()) << "not even announced by it";
+    video({.payload = longest, .sequenceHeader = true});
+    EXPECT_THAT(videoExtradata_, ElementsAre(longest));
+    video({.payload = absurd, .sequenceHeader = true});
+    video({.payload = kIdr, .key = true});
+    ASSERT_EQ(videoPackets_.size(), 1U);
+    EXPECT_EQ(sideData(*videoPackets_[0]), std::nullopt);
+    video({.payload = longest, .sequenceHeader = true});
+    video({.payload = kIdr, .key = true});
+    ASSERT_EQ(videoPackets_.size(), 2U);
+    EXPECT_EQ(sideData(*videoPackets_[1]), longest);
+    EXPECT_EQ(log.count("ko_player::FlvHandler: a codec configuration of 65537 bytes is ignored"), 1);
+}
+
+TEST_F(FlvHandlerTest, IgnoresAConfigurationOfSoundThatNoCodecHas) {
+    handler_.onScriptData(kAacMeta);
+    Bytes absurd{0x12, 0x10};
+    absurd.resize(FlvHandler::kMaxConfigurationBytes + 1);
+    audio(10, {0x12, 0x10}, true);
+    audio(10, absurd, true);
+    audio(10, {0x21, 0x10});
+    ASSERT_EQ(audioPackets_.size(), 1U);
+    EXPECT_EQ(sideData(*audioPackets_[0]), std::nullopt);
+}
+
 } // namespace
 } // namespace ko_player

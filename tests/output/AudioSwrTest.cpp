@@ -74,6 +74,14 @@ TEST(AudioSwr, RefusesFramesOfRatesThatNothingHas) {
     EXPECT_GT(converter.convert(*makeSound(0, 1024, 192'000)->get()).first, 0);
 }
 
+TEST(AudioSwr, RefusesAFrameThatAChangeOfRateWouldMakeHuge) {
+    AudioSwr converter(s16(192'000, 2));
+    const auto [code, none] = converter.convert(*makeSound(0, 100'000, 4000, 2)->get());
+    EXPECT_EQ(code, AVERROR(EINVAL)) << "19 MB";
+    EXPECT_EQ(none, nullptr);
+    EXPECT_GT(converter.convert(*makeSound(0, 65'535, 4000, 2)->get()).first, 0);
+}
+
 TEST(AudioSwr, ReportsFailureAndTriesAgainWithTheNextFrame) {
     AudioSwr converter(s16(8000, 1));
     const auto broken = makeSound(0, 100);

@@ -28,6 +28,41 @@ TEST(Channel, AcceptsAPacketOfAnySizeWhenEmpty) {
     EXPECT_EQ(channel.push(makePacket(2, 1), Blocking::No), PushResult::Full);
 }
 
+TEST(Channel, IsFullWhenItsPacketsCostTooMuchMemory) {
+    constexpr std::uint64_t kEach = ff_wrap::Packet::kOverheadBytes + 5;
+    PacketChannel channel({.payloadBytes = 1000, .memoryBytes = 3 * kEach});
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(channel.push(makePacket(i, 5), Blocking::No), PushResult::Pushed);
+    }
+    EXPECT_EQ(channel.memoryHeld(), 3 * kEach);
+    EXPECT_EQ(channel.push(makePacket(3, 5), Blocking::No), PushResult::Full);
+    EXPECT_EQ((*channel.pop())->dts, 0);
+    EXPECT_EQ(channel.memoryHeld(), 2 * kEach);
+    EXPECT_EQ(channel.push(makePacket(4, 5), Blocking::No), PushResult::Pushed);
+    while (channel.memoryHeld() > 0) {
+        ASSERT_NE(channel.pop(), nullptr);
+    }
+    EXPECT_EQ(channel.bytesHeld(), 0U);
+}
+
+TEST(Channel, CountsWhatRidesOnAPacket) {
+    PacketChannel channel({.payloadBytes = 1000, .memoryBytes = 100'000});
+    const auto packet = [] {
+        auto made = makePacket(0, 5);
+        EXPECT_NE(av_packet_new_side_data(made->get(), AV_PKT_DATA_NEW_EXTRADATA, 60'000), nullptr);
+        return made;
+    };
+    ASSERT_EQ(channel.push(packet(), Blocking::No), PushResult::Pushed);
+    EXPECT_EQ(channel.push(packet(), Blocking::No), PushResult::Full);
+    EXPECT_EQ(channel.bytesHeld(), 5U);
+}
+
+TEST(Channel, AcceptsAPacketThatCostsAnyMemoryWhenEmpty) {
+    PacketChannel channel({.payloadBytes = 1000, .memoryBytes = 100});
+    EXPECT_EQ(channel.push(makePacket(1, 5), Blocking::No), PushResult::Pushed);
+    EXPECT_EQ(channel.push(makePacket(2, 5), Blocking::No), PushResult::Full);
+}
+
 TEST(Channel, RefusesWithoutBlockingAndStaysAsItWas) {
     PacketChannel channel(100);
     ASSERT_EQ(channel.push(makePacket(1, 60), Blocking::No), PushResult::Pushed);

@@ -108,6 +108,40 @@ TEST(Queue, TakesTheFirstThatSuitsFromAnywhere) {
     EXPECT_EQ(queue.tryTakeFirst(small), std::nullopt);
 }
 
+/// Each number is as many bytes.
+Queue<int>::ByteBound sumUpTo(std::size_t most) {
+    return {.most = most, .bytesOf = [](const int& element) { return static_cast<std::size_t>(element); }};
+}
+
+TEST(Queue, WaitsForRoomForTheBytesOfAnElement) {
+    Queue<int> queue(10, sumUpTo(100));
+    ASSERT_TRUE(queue.push(60));
+    ASSERT_TRUE(queue.push(40));
+    auto waiting = std::async(std::launch::async, [&] { return queue.push(50); });
+    EXPECT_EQ(queue.tryPop(), 60);
+    EXPECT_TRUE(waiting.get());
+    EXPECT_EQ(queue.tryPop(), 40);
+    EXPECT_EQ(queue.tryPop(), 50);
+    EXPECT_EQ(queue.size(), 0U);
+}
+
+TEST(Queue, TakesAnElementOfAnySizeWhenEmpty) {
+    Queue<int> queue(10, sumUpTo(100));
+    ASSERT_TRUE(queue.push(1000));
+    auto waiting = std::async(std::launch::async, [&] { return queue.push(1); });
+    EXPECT_EQ(queue.tryPop(), 1000);
+    EXPECT_TRUE(waiting.get());
+}
+
+TEST(Queue, ReplacingDropsTheOldestUntilTheNewestFits) {
+    Queue<int> queue(10, sumUpTo(100));
+    for (const int element : {30, 31, 32, 90}) {
+        queue.pushReplacing(element);
+    }
+    EXPECT_EQ(queue.tryPop(), 90);
+    EXPECT_EQ(queue.tryPop(), std::nullopt);
+}
+
 TEST(Queue, AWaitEndsAtItsDeadline) {
     ManualClock clock;
     Queue<int> queue(1);

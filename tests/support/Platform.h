@@ -21,6 +21,8 @@ inline constexpr const char* kTemporaryVariable =
 [[nodiscard]] bool makeCrash(std::int64_t pid);
 /// In bytes; 0 when there is no such process.
 [[nodiscard]] std::int64_t residentBytes(std::int64_t pid);
+/// The most that it ever had, in bytes; 0 when there is no such process.
+[[nodiscard]] std::int64_t peakResidentBytes(std::int64_t pid);
 /// The files of the libraries that a process has loaded, a line for each, among others perhaps.
 [[nodiscard]] std::string loadedLibraries(std::int64_t pid);
 /// Processes that this one has started and that are still there, on POSIX also those nobody has waited for.

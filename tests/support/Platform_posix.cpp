@@ -8,6 +8,7 @@
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 #include <sched.h>
 #include <sys/ipc.h>
@@ -18,6 +19,22 @@ namespace {
 
 std::string processFile(std::int64_t pid, const char* name) {
     return readFile("/proc/" + std::to_string(pid) + "/" + name);
+}
+
+/// A line of the process's status that tells kilobytes; 0 when there is no such process.
+std::int64_t statusBytes(std::int64_t pid, std::string_view name) {
+    std::istringstream status;
+    try {
+        status.str(processFile(pid, "status"));
+    } catch (const std::runtime_error&) {
+        return 0;
+    }
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(name)) {
+            return std::stoll(line.substr(name.size())) * 1024;
+        }
+    }
+    return 0;
 }
 
 } // namespace
@@ -31,18 +48,11 @@ bool makeCrash(std::int64_t pid) {
 }
 
 std::int64_t residentBytes(std::int64_t pid) {
-    std::istringstream status;
-    try {
-        status.str(processFile(pid, "status"));
-    } catch (const std::runtime_error&) {
-        return 0;
-    }
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with("VmRSS:")) {
-            return std::stoll(line.substr(6)) * 1024;
-        }
-    }
-    return 0;
+    return statusBytes(pid, "VmRSS:");
+}
+
+std::int64_t peakResidentBytes(std::int64_t pid) {
+    return statusBytes(pid, "VmHWM:");
 }
 
 std::string loadedLibraries(std::int64_t pid) {

@@ -29,6 +29,14 @@ private:
     HANDLE handle_;
 };
 
+/// Zeros when there is no such process.
+PROCESS_MEMORY_COUNTERS memoryOf(std::int64_t pid) {
+    const Process process(pid, PROCESS_QUERY_INFORMATION | PROCESS_VM_READ);
+    PROCESS_MEMORY_COUNTERS counters{};
+    return GetProcessMemoryInfo(process.get(), &counters, sizeof counters) != 0 ? counters
+                                                                                : PROCESS_MEMORY_COUNTERS{};
+}
+
 } // namespace
 
 bool isRunning(std::int64_t pid) {
@@ -48,11 +56,11 @@ bool makeCrash(std::int64_t pid) {
 }
 
 std::int64_t residentBytes(std::int64_t pid) {
-    const Process process(pid, PROCESS_QUERY_INFORMATION | PROCESS_VM_READ);
-    PROCESS_MEMORY_COUNTERS counters{};
-    return GetProcessMemoryInfo(process.get(), &counters, sizeof counters) != 0
-               ? static_cast<std::int64_t>(counters.WorkingSetSize)
-               : 0;
+    return static_cast<std::int64_t>(memoryOf(pid).WorkingSetSize);
+}
+
+std::int64_t peakResidentBytes(std::int64_t pid) {
+    return static_cast<std::int64_t>(memoryOf(pid).PeakWorkingSetSize);
 }
 
 std::string loadedLibraries(std::int64_t pid) {
