@@ -1,8 +1,10 @@
 #include "export/FfpExport.h"
 
+#include "base/Clock.h"
 #include "base/ImmediateExit.h"
 #include "base/Log.h"
 #include "ipc/SocketHandler.h"
+#include "record/RecordingRules.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -39,7 +41,8 @@ bool limitExit(int code) {
 
 FfpExport::FfpExport(const QString& url, const QString& outputPath, int durationMs, const QString& serverName,
                      const ko_player::Options& options)
-    : progress_(durationMs, options.length), explains_(options.explains) {
+    : progress_(durationMs, options.length, ko_player::recordingRules(options.flv).standstill),
+      explains_(options.explains) {
     base::logLine("url: ", url.toStdString());
     try {
         recorder_ = std::make_unique<ko_player::FileRecorder>(outputPath.toUtf8().toStdString(), options.flv,
@@ -91,9 +94,11 @@ void FfpExport::onData(const QByteArray& bytes) {
         return;
     }
     const std::int64_t dts = recorder_->maxVideoDts();
-    const auto step = progress_.update(dts);
+    const auto step = progress_.update(dts, base::steadyClock().now());
     if (step.isOver) {
-        base::logLine("forced finishing when: ", dts, " > ", progress_.durationMs());
+        base::logLine("forced finishing when: ", dts,
+                      step.stoodStill ? ", where time stands still; asked for: " : " > ",
+                      progress_.durationMs());
         finish();
     } else {
         tell(step.percent);

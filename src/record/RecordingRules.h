@@ -1,5 +1,6 @@
 #pragma once
 
+#include "record/ExportProgress.h"
 #include "record/Muxer.h"
 #include "records/Options.h"
 
@@ -23,6 +24,8 @@ struct RecordingRules {
     bool makesSoundFit = false;
     /// A new configuration of the pictures is written among them.
     bool followsConfiguration = false;
+    /// Of an export without an end in its time stamps.
+    Standstill standstill = Standstill::Endured;
     Muxer::Form form = Muxer::Form::Plain;
 };
 
@@ -37,6 +40,7 @@ struct RecordingRules {
             .looksAtFirstPicture = true,
             .makesSoundFit = true,
             .followsConfiguration = true,
+            .standstill = Standstill::EndsIt,
             .form = Muxer::Form::Faithful};
 }
 

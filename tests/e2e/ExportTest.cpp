@@ -310,6 +310,22 @@ TEST_F(Export, TellsItsLastPercentageEachTime) {
     }
 }
 
+TEST_F(Export, OfALiveStreamWhoseTimeStandsStillEndsInTheStandardReading) {
+    server_.route("/still.flv",
+                  [pieces = picturesAt(clip_, std::vector<std::uint32_t>(25, 5000))](HttpResponse& response) {
+                      response.send(pieces.front());
+                      for (std::size_t i = 0; response.sleepMs(40); ++i) {
+                          response.send(pieces[1 + i % 25]);
+                      }
+                  });
+    Recording recording({.environment = {{"MEDIAWORKER_OPTIONS", "flv=standard"}}});
+    recording.start(server_.url("/still.flv"), output_, 1);
+    ASSERT_EQ(recording.waitForExit(30s), 0) << recording.logText();
+    constexpr auto kLine = "\nforced finishing when: 0, where time stands still; asked for: 1\n";
+    EXPECT_NE(recording.logText().find(kLine), std::string::npos) << recording.logText();
+    EXPECT_GT(readMp4(output_).at(0).packets.size(), 100U);
+}
+
 TEST_F(Export, TakesADurationThatIsNoNumberForNone) {
     ChildProcess worker({.command = {MEDIAWORKER_PROGRAM, "export", server_.url("/endless.flv"), "abc",
                                      output_.string(), "no-such-server"},

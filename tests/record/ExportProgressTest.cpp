@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace ko_player {
@@ -84,6 +86,66 @@ TEST(ExactLength, EndsWhereTheDurationDoes) {
     EXPECT_EQ(ExportProgress(-5, LengthPolicy::Exact).exactEndMs(), std::nullopt);
     EXPECT_EQ(ExportProgress(5000).exactEndMs(), std::nullopt);
 }
+
+struct TimedCase {
+    const char* name;
+    Standstill standstill;
+    int durationMs;
+    std::vector<std::pair<std::int64_t, std::int64_t>> updates; ///< dts, and when it came; milliseconds
+    std::string expected;                                       ///< '-' for going on, "still", "over"
+    LengthPolicy length = LengthPolicy::Expected;
+};
+
+void PrintTo(const TimedCase& row, std::ostream* out) {
+    *out << row.name;
+}
+
+class StandstillOf : public testing::TestWithParam<TimedCase> {};
+
+TEST_P(StandstillOf, EndsAnExportThatHasHadItsTime) {
+    ExportProgress progress(GetParam().durationMs, GetParam().length, GetParam().standstill);
+    std::string told;
+    for (const auto& [dts, when] : GetParam().updates) {
+        const auto step = progress.update(dts, base::TimePoint(std::chrono::milliseconds(when)));
+        EXPECT_TRUE(step.isOver || !step.stoodStill);
+        told += told.empty() ? "" : " ";
+        told += step.stoodStill ? "still" : step.isOver ? "over" : "-";
+    }
+    EXPECT_EQ(told, GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Streams, StandstillOf,
+    testing::Values(
+        TimedCase{"FromTheBegin", Standstill::EndsIt, 5000, {{0, 0}, {0, 15000}, {0, 15001}}, "- - still"},
+        TimedCase{"InTheMiddle",
+                  Standstill::EndsIt,
+                  5000,
+                  {{0, 0}, {40, 9000}, {40, 24000}, {40, 24001}},
+                  "- - - still"},
+        TimedCase{
+            "AsSlowAsCanBe", Standstill::EndsIt, 0, {{0, 0}, {1, 9999}, {2, 19998}, {2, 29997}}, "- - - -"},
+        TimedCase{
+            "WithoutADuration", Standstill::EndsIt, -7000, {{0, 0}, {0, 10000}, {0, 10001}}, "- - still"},
+        TimedCase{"Endured", Standstill::Endured, 0, {{0, 0}, {0, 10001}, {0, 99999}}, "- - -"},
+        TimedCase{"AnExactLength",
+                  Standstill::EndsIt,
+                  5000,
+                  {{0, 0}, {0, 15000}, {0, 15001}},
+                  "- - still",
+                  LengthPolicy::Exact},
+        TimedCase{"WithoutAnyEnd",
+                  Standstill::EndsIt,
+                  0,
+                  {{0, 0}, {0, 15000}, {0, 99999}},
+                  "- - -",
+                  LengthPolicy::Exact},
+        TimedCase{"LongestDuration",
+                  Standstill::EndsIt,
+                  std::numeric_limits<int>::max(),
+                  {{0, 0}, {0, 2147493647}, {0, 2147493648}},
+                  "- - still"}),
+    [](const auto& instance) { return instance.param.name; });
 
 } // namespace
 } // namespace ko_player
