@@ -97,9 +97,11 @@ void StreamBase::setupPicture(std::uint32_t width, std::uint32_t height) {
         mapping_ = nullptr;
     }
     semaphore_.acquire();
+    const auto oldBytes = static_cast<std::uint64_t>(file_.size());
     file_.resize(fileBytes);
     // A picture beyond 4 GiB wraps the size around; the file would be too small for it.
     if (pictureBytes <= fileBytes && file_.size() == fileBytes) {
+        prefaultZeros(file_.handle(), oldBytes, fileBytes);
         mapping_ = file_.map(0, file_.size());
     }
     if (mapping_ == nullptr) {
