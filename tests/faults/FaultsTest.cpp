@@ -53,22 +53,46 @@ struct Place {
 
 class NoMemory : public testing::TestWithParam<Place> {};
 
+/// Calls in a row that come no more: on a busy machine a worker may give up by its time-outs before it gets
+/// there.
+constexpr int kMissesAtTheEnd = 3;
+
 // Each of the first ones, which set the program up, then fewer and fewer.
 TEST_P(NoMemory, EndsAWorkerByADocumentedCodeOrNotAtAll) {
     FaultyRuns runs;
     int struck = 0;
-    for (Fault fault{"memory", 1};; fault.at += 1 + fault.at / 5) {
+    int misses = 0;
+    for (Fault fault{"memory", 1}; misses < kMissesAtTheEnd; fault.at += 1 + fault.at / 5) {
         const Outcome outcome = runs.run(GetParam().job, fault);
         EXPECT_EQ(outcome.problem, "") << "call " << fault.at << '\n' << outcome.log;
+        misses = outcome.struck ? 0 : misses + 1;
+        struck += outcome.struck ? 1 : 0;
+    }
+    EXPECT_GE(struck, 30) << "the faults do not strike";
+}
+
+class NoThread : public testing::TestWithParam<Place> {};
+
+TEST_P(NoThread, EndsAWorkerByADocumentedCodeOrNotAtAll) {
+    FaultyRuns runs;
+    int struck = 0;
+    for (Fault fault{"thread", 1};; ++fault.at) {
+        const Outcome outcome = runs.run(GetParam().job, fault);
+        EXPECT_EQ(outcome.problem, "") << "thread " << fault.at << '\n' << outcome.log;
         if (!outcome.struck) {
             break;
         }
         ++struck;
     }
-    EXPECT_GE(struck, 30) << "the faults do not strike";
+    EXPECT_GE(struck, 2) << "the faults do not strike";
 }
 
 INSTANTIATE_TEST_SUITE_P(Jobs, NoMemory,
+                         testing::Values(Place{Job::Stream, "Stream"}, Place{Job::LocalFile, "LocalFile"},
+                                         Place{Job::Export, "Export"}),
+                         [](const auto& instance) { return instance.param.name; });
+
+INSTANTIATE_TEST_SUITE_P(Jobs, NoThread,
                          testing::Values(Place{Job::Stream, "Stream"}, Place{Job::LocalFile, "LocalFile"},
                                          Place{Job::Export, "Export"}),
                          [](const auto& instance) { return instance.param.name; });

@@ -26,8 +26,9 @@ const std::map<std::string, Fault> kFaults{{"memory", {"memory"}},
 const std::map<std::string, Job> kJobs{
     {"stream", Job::Stream}, {"file", Job::LocalFile}, {"export", Job::Export}};
 
-/// Calls that come no more in a row: threads make the last ones differ a little from run to run.
-constexpr int kMissesAtTheEnd = 3;
+/// Calls in a row that come no more: the number differs a little from run to run, and on a busy machine a
+/// worker may give up by its time-outs before it gets there.
+constexpr int kMissesAtTheEnd = 10;
 
 } // namespace
 
