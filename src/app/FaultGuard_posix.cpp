@@ -19,6 +19,15 @@ extern "C" void endAfterSignal(int /*signal*/) {
     ::_exit(kCrashCode);
 }
 
+/// The sound server's library raises this one where it finds no memory. From others it is what it always was.
+extern "C" void endAfterQuit(int signal, siginfo_t* info, void* /*context*/) {
+    if (info->si_pid == ::getpid()) {
+        ::_exit(kCrashCode);
+    }
+    std::signal(signal, SIG_DFL);
+    std::raise(signal); // comes when this returns
+}
+
 } // namespace
 
 void silenceFaultDialogs() {
@@ -26,7 +35,6 @@ void silenceFaultDialogs() {
 }
 
 void installCrashFilter() {
-    base::provideHandlerStack();
     struct sigaction action {};
     action.sa_handler = endAfterSignal;
     action.sa_flags = SA_ONSTACK;
@@ -34,6 +42,11 @@ void installCrashFilter() {
     for (const int signal : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGSYS, SIGTRAP}) {
         ::sigaction(signal, &action, nullptr);
     }
+    action.sa_sigaction = endAfterQuit;
+    action.sa_flags = SA_ONSTACK | SA_SIGINFO;
+    ::sigaction(SIGQUIT, &action, nullptr);
+    // Once they are there: the system ends a process that has no memory for a thread's variables by a signal.
+    base::provideHandlerStack();
     std::set_terminate([] { std::_Exit(kCrashCode); });
     // A parent that closes its end of standard error must not kill the worker.
     std::signal(SIGPIPE, SIG_IGN);

@@ -11,6 +11,10 @@
 #include <stdexcept>
 #include <thread>
 
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 namespace {
 
 using ::testing::ExitedWithCode;
@@ -43,7 +47,24 @@ TEST_P(FaultGuardSignalDeathTest, EndsWithCode1) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Signals, FaultGuardSignalDeathTest,
-                         ::testing::Values(SIGSEGV, SIGILL, SIGFPE, SIGABRT));
+                         ::testing::Values(SIGSEGV, SIGILL, SIGFPE, SIGABRT, SIGQUIT));
+
+// A user's or a parent's signal is no crash: it ends the process as it ends any.
+TEST_F(FaultGuardDeathTest, QuitSignalOfAnotherProcessStaysOne) {
+    EXPECT_EXIT(
+        {
+            fault_guard::installCrashFilter();
+            const pid_t own = ::getpid();
+            const pid_t other = ::fork();
+            if (other == 0) {
+                ::kill(own, SIGQUIT);
+                std::_Exit(0);
+            }
+            ::waitpid(other, nullptr, 0);
+            std::_Exit(7);
+        },
+        ::testing::KilledBySignal(SIGQUIT), "^$");
+}
 
 TEST_F(FaultGuardDeathTest, WhatShowsAsWriteErrorsIsNoCrash) {
     EXPECT_EXIT(
