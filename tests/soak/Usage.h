@@ -30,9 +30,10 @@ struct Growth {
 /// nothing: zero hours.
 [[nodiscard]] Growth growthOf(const std::vector<Usage>& usage);
 
-/// What a run may add to any process, however long it is: memory goes up and down by what the streams are
-/// just doing (a pause keeps some seconds of pictures).
-inline constexpr double kMostMemoryMb = 12;
+/// What a run may add to any process, however long it is. A live stream that is paused again and again stays
+/// behind by all pauses, until the worker holds what it may: 8 MiB of pictures, their sound, 1 MiB of the
+/// response.
+inline constexpr double kMostMemoryMb = 15;
 inline constexpr double kMostDescriptors = 3;
 inline constexpr double kMostThreads = 2;
 
