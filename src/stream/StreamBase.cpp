@@ -98,11 +98,12 @@ void StreamBase::setupPicture(std::uint32_t width, std::uint32_t height) {
     }
     semaphore_.acquire();
     const auto oldBytes = static_cast<std::uint64_t>(file_.size());
+    // Where a file that somebody maps cannot be made smaller, it stays as large as it is: the header counts.
     file_.resize(fileBytes);
     // A picture beyond 4 GiB wraps the size around; the file would be too small for it.
-    if (pictureBytes <= fileBytes && file_.size() == fileBytes) {
+    if (const qint64 size = file_.size(); pictureBytes <= fileBytes && size >= fileBytes) {
         prefaultZeros(file_.handle(), oldBytes, fileBytes);
-        mapping_ = file_.map(0, file_.size());
+        mapping_ = file_.map(0, size);
     }
     if (mapping_ == nullptr) {
         semaphore_.release(1);

@@ -53,8 +53,9 @@ public:
     /// sees that: the file stays empty until setupPicture(). A hint: failures and sizes beyond 64 MiB are
     /// ignored. Must be over before setupPicture() is called for the first time.
     void expectPicture(int width, int height);
-    /// Renews the frame file for a picture of that size (pixels) and tells the parent. Ends the process with
-    /// code 1 when the file cannot be mapped. Called from the video output thread, like all that follow.
+    /// Renews the frame file for a picture of that size (pixels) and tells the parent. The file may stay
+    /// larger than it has to be. Ends the process with code 1 when it is too small, or cannot be mapped.
+    /// Called from the video output thread, like all that follow.
     void setupPicture(std::uint32_t width, std::uint32_t height);
     /// The picture's bytes. Call after setupPicture().
     [[nodiscard]] std::uint8_t* picture() const { return mapping_ + kPictureOffset; }

@@ -19,6 +19,8 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -212,6 +214,35 @@ TEST_F(StreamBaseTest, SetsTheFrameFileUpForAPictureAndTellsTheParentOnce) {
     EXPECT_EQ(file.size(), 16 * 8 * 4 + 72);
     ASSERT_TRUE(waitFor([&] { return parent->bytesAvailable() >= 6; }));
     EXPECT_EQ(parent->readAll().toHex(), "040000040000");
+}
+
+TEST_F(StreamBaseTest, AParentThatNeverUnmapsSeesEverySize) {
+    const mediaworker::test::platform::FileThatOnlyGrows frames(path.toStdString());
+    FrameChannel channel(name);
+    LogCapture log;
+    Recorder stream(name, serverName);
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    qint64 largest = 0;
+    for (const int side : {16, 64, 32, 8, 64, 128, 16}) {
+        const auto length = static_cast<std::uint32_t>(side);
+        stream.setupPicture(length, length / 2);
+        const int last = side * side / 2 * 4 - 1;
+        stream.picture()[last] = static_cast<std::uint8_t>(side);
+        largest = std::max<qint64>(largest, last + 1 + 72);
+        EXPECT_EQ(file.size(), largest) << "it only grows";
+        const uchar* const seen = file.map(0, file.size()); // for good
+        ASSERT_NE(seen, nullptr);
+        EXPECT_EQ(qFromLittleEndian<quint32>(seen), length);
+        EXPECT_EQ(qFromLittleEndian<quint32>(seen + 4), length / 2);
+        EXPECT_EQ(seen[8 + last], static_cast<uchar>(side));
+        EXPECT_TRUE(channel.withPicture([&](const std::uint8_t* bgra, int width, int height) {
+            EXPECT_EQ(width, side);
+            EXPECT_EQ(height, side / 2);
+            EXPECT_EQ(bgra[last], static_cast<std::uint8_t>(side));
+        }));
+    }
+    EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TEST_F(StreamBaseTest, NobodySeesThatAPictureIsExpected) {

@@ -71,6 +71,20 @@ private:
 [[nodiscard]] std::optional<int> semaphoreOf(const std::filesystem::path& file);
 [[nodiscard]] bool isSemaphore(int number);
 
+/// A file that cannot be made smaller while this lives, as one that somebody maps cannot on Windows; there,
+/// who makes one has to map it as well.
+class FileThatOnlyGrows {
+public:
+    /// Makes it, empty. Throws std::system_error.
+    explicit FileThatOnlyGrows(const std::filesystem::path& path);
+    FileThatOnlyGrows(const FileThatOnlyGrows&) = delete;
+    FileThatOnlyGrows& operator=(const FileThatOnlyGrows&) = delete;
+    ~FileThatOnlyGrows();
+
+private:
+    int descriptor_ = -1;
+};
+
 /// "file:///..." for a file.
 [[nodiscard]] std::string fileUrl(const std::filesystem::path& file);
 

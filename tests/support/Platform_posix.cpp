@@ -2,6 +2,7 @@
 
 #include "support/ChildProcess.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -9,10 +10,14 @@
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/ipc.h>
+#include <sys/mman.h>
 #include <sys/sem.h>
+#include <unistd.h>
 
 namespace mediaworker::test::platform {
 namespace {
@@ -121,6 +126,20 @@ std::optional<int> semaphoreOf(const std::filesystem::path& file) {
 
 bool isSemaphore(int number) {
     return ::semctl(number, 0, GETVAL) != -1;
+}
+
+// A file in memory can be sealed; its name is a link to where this process has it open.
+FileThatOnlyGrows::FileThatOnlyGrows(const std::filesystem::path& path)
+    : descriptor_(::memfd_create("only grows", MFD_CLOEXEC | MFD_ALLOW_SEALING)) {
+    if (descriptor_ < 0 || ::fcntl(descriptor_, F_ADD_SEALS, F_SEAL_SHRINK) != 0) {
+        throw std::system_error(errno, std::generic_category(), "memfd_create");
+    }
+    std::filesystem::create_symlink(
+        "/proc/" + std::to_string(::getpid()) + "/fd/" + std::to_string(descriptor_), path);
+}
+
+FileThatOnlyGrows::~FileThatOnlyGrows() {
+    ::close(descriptor_);
 }
 
 std::string fileUrl(const std::filesystem::path& file) {

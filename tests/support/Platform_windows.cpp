@@ -143,6 +143,12 @@ bool isSemaphore(int /*number*/) {
     return false;
 }
 
+FileThatOnlyGrows::FileThatOnlyGrows(const std::filesystem::path& path) {
+    const std::ofstream file(path); // whoever maps it does the rest
+}
+
+FileThatOnlyGrows::~FileThatOnlyGrows() = default;
+
 std::string fileUrl(const std::filesystem::path& file) {
     return "file:///" + file.generic_string();
 }
