@@ -12,6 +12,9 @@ if(NOT MEDIAWORKER_ENGINE_ONLY)
     find_package(Qt5 5.15 REQUIRED COMPONENTS Core Network Multimedia Gui)
     # for the viewer and its tests only
     find_package(Qt5 5.15 QUIET OPTIONAL_COMPONENTS Widgets Test)
+    if(CMAKE_SYSTEM_NAME STREQUAL Linux)
+        pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp>=2.5)
+    endif()
 endif()
 
 # Where programs for Windows see the paths of the machine that builds and, under Wine, runs them.

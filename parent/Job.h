@@ -23,6 +23,9 @@ struct StreamJob {
     bool lowLatency = false;
     /// Sound is kept in step with the pictures. Without it, it has a rhythm of its own.
     bool sync = true;
+    /// The worker gives up everything that it does not need before it reads the stream, as far as the system
+    /// has the means; see docs/security.md.
+    bool sandbox = true;
 };
 
 /// Records a stream into an MP4 file.
@@ -36,6 +39,7 @@ struct ExportJob {
     /// WorkerProcess::finish(). Otherwise the duration is what a server is expected to send, and a stream
     /// that goes on is cut ten seconds behind it.
     bool exactLength = true;
+    bool sandbox = true; ///< see StreamJob
 };
 
 /// The environment variable by which a worker is told what its arguments have no place for.

@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QFile>
 #include <QFileInfo>
 #include <QLocalServer>
 #include <QLocalSocket>
@@ -59,6 +60,7 @@ bool WorkerProcess::start(const StreamJob& job) {
         return fail(QStringLiteral("a worker runs already"));
     }
     frames_.reset();
+    newOutput_.clear();
     try {
         frames_ = std::make_unique<FrameChannel>();
     } catch (const std::exception& e) {
@@ -89,6 +91,8 @@ bool WorkerProcess::start(const ExportJob& job) {
     if (!listen()) {
         return false;
     }
+    // A confined worker makes its file before it knows whether there will be anything to write.
+    newOutput_ = QFileInfo::exists(job.outputPath) ? QString() : QFileInfo(job.outputPath).absoluteFilePath();
     launch({QStringLiteral("export"), job.url, QString::number(job.durationMs), job.outputPath, serverName_},
            optionsOf(job));
     return true;
@@ -402,6 +406,9 @@ void WorkerProcess::processEnded(int exitCode, QProcess::ExitStatus status) {
     process_ = nullptr;
     if (frames_ != nullptr) {
         frames_->workerEnded();
+    }
+    if (!newOutput_.isEmpty() && QFileInfo(newOutput_).isFile() && QFileInfo(newOutput_).size() == 0) {
+        QFile::remove(newOutput_);
     }
     Q_EMIT finished(exitCode, status == QProcess::CrashExit);
 }

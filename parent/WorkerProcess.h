@@ -150,6 +150,7 @@ private:
     void processEnded(int exitCode, QProcess::ExitStatus status);
     void dropLink();
 
+    QString newOutput_; ///< an export's file that was not there before; removed where it stays empty
     QString program_;
     QStringList programPrefix_;
     QMap<QString, QString> extraEnvironment_;

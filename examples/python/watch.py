@@ -70,7 +70,7 @@ class Parent:
         self.channel = Channel()
         self.server = QLocalServer(socketOptions=QLocalServer.UserAccessOption, newConnection=self.accept)
         self.server.listen("watch-" + secrets.token_hex(16))
-        os.environ["MEDIAWORKER_OPTIONS"] = "flv=standard,buffering=on,sync=on"  # or it reads FLV to the letter
+        os.environ["MEDIAWORKER_OPTIONS"] = "flv=standard,buffering=on,sync=on,sandbox=on"  # else: to the letter
         self.worker = QProcess(readyReadStandardError=self.read_log, finished=self.ended)
         self.worker.start(options.worker, [options.url, self.channel.name, self.server.serverName()])
         if not self.worker.waitForStarted():

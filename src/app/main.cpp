@@ -1,5 +1,6 @@
 #include "app/ApplicationProxy.h"
 #include "app/CommandLine.h"
+#include "app/Confinement.h"
 #include "app/FaultGuard.h"
 #include "app/QtMessages.h"
 #include "base/Log.h"
@@ -21,11 +22,13 @@ int run(const StreamCommand& command, const ko_player::Options& options) {
     if (command.proxy) {
         QNetworkProxy::setApplicationProxy(toNetworkProxy(*command.proxy));
     }
-    const FfpStream stream(command.url, command.channelName, command.serverName, options);
+    const FfpStream stream(command.url, command.channelName, command.serverName, options,
+                           [&] { confineTo(workOf(command), options.sandbox); });
     return QCoreApplication::exec();
 }
 
 int run(const ExportCommand& command, const ko_player::Options& options) {
+    confineTo(workOf(command), options.sandbox);
     const FfpExport recording(command.url, command.outputPath, command.durationMs, command.serverName,
                               options);
     return QCoreApplication::exec();

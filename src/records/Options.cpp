@@ -22,6 +22,9 @@ constexpr std::array kChoices{
     Choice{"sync", "on", [](Options& options) { options.sync = SyncPolicy::ByTimeStamps; }},
     Choice{"length", "expected", [](Options& options) { options.length = LengthPolicy::Expected; }},
     Choice{"length", "exact", [](Options& options) { options.length = LengthPolicy::Exact; }},
+    Choice{"sandbox", "off", [](Options& options) { options.sandbox = SandboxPolicy::Off; }},
+    Choice{"sandbox", "on", [](Options& options) { options.sandbox = SandboxPolicy::On; }},
+    Choice{"sandbox", "required", [](Options& options) { options.sandbox = SandboxPolicy::Required; }},
 };
 
 std::string_view trimmed(std::string_view text) {

@@ -30,12 +30,20 @@ enum class LengthPolicy {
     Exact,    ///< the file ends where the duration does; without a duration, when the parent says so
 };
 
+/// Whether the worker gives up what it does not need, before it reads the first byte.
+enum class SandboxPolicy {
+    Off,      ///< it can do what its user can
+    On,       ///< as far as the system has the means
+    Required, ///< the same; where the system lacks any of it, the worker ends
+};
+
 /// What a parent asks for beside the command line. The default is what a worker does that nobody asked.
 struct Options {
     FlvReading flv = FlvReading::Strict;
     BufferingPolicy buffering = BufferingPolicy::ByUrl;
     SyncPolicy sync = SyncPolicy::StartTogether;
     LengthPolicy length = LengthPolicy::Expected;
+    SandboxPolicy sandbox = SandboxPolicy::Off;
     /// Whether the log has the lines that say more than a worker of old said: set for every parent that asks
     /// for anything, since it knows them.
     bool explains = false;
@@ -56,6 +64,7 @@ struct ParsedOptions {
 /// older worker; of a key that comes twice the last value counts. Blanks around a part are skipped.
 ///
 ///     flv=strict|standard   buffering=on|off   sync=off|on   length=expected|exact
+///     sandbox=off|on|required
 [[nodiscard]] ParsedOptions parseOptions(std::string_view text);
 
 } // namespace ko_player

@@ -49,8 +49,8 @@ int deviceBufferMs(ko_player::SyncPolicy sync, bool buffering) {
 } // namespace
 
 FfpStream::FfpStream(const QString& url, const QString& channelName, const QString& serverName,
-                     const ko_player::Options& options)
-    : StreamBase(channelName, serverName),
+                     const ko_player::Options& options, const std::function<void()>& beforeThreads)
+    : StreamBase(channelName, serverName, beforeThreads),
       audio_([this](const std::function<void()>& function) { runOnLinkThread(function); },
              soundModule(QCoreApplication::applicationDirPath()), base::steadyClock(),
              deviceBufferMs(options.sync, streamTiming(url, options.buffering).buffering)),

@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <thread>
 
@@ -20,9 +21,9 @@ class FfpStream : public Ostra::StreamBase {
 
 public:
     /// Starts the request, to which the event loop brings the answer; or plays the local file, and returns
-    /// when it has been read.
+    /// when it has been read. `beforeThreads`: see StreamBase.
     FfpStream(const QString& url, const QString& channelName, const QString& serverName,
-              const ko_player::Options& options = {});
+              const ko_player::Options& options = {}, const std::function<void()>& beforeThreads = {});
     FfpStream(const FfpStream&) = delete;
     FfpStream& operator=(const FfpStream&) = delete;
     ~FfpStream() override;

@@ -32,11 +32,15 @@ constexpr std::uint64_t kMostExpectedBytes = 64 << 20;
 namespace message_type = Corvane::Ipc::message_type;
 using Corvane::Ipc::makeMessage;
 
-StreamBase::StreamBase(const QString& channelName, const QString& serverName)
+StreamBase::StreamBase(const QString& channelName, const QString& serverName,
+                       const std::function<void()>& beforeThreads)
     : semaphore_(channelName, 1, QSystemSemaphore::Open) {
     file_.setFileName(QDir::tempPath() + QDir::separator() + channelName);
     createPrivateFile(file_.fileName());
     file_.open(QIODevice::ReadWrite); // a failure shows when the file is mapped
+    if (beforeThreads) {
+        beforeThreads();
+    }
 
     // Made by the thread that it lives on: where the link is a named pipe, Qt reads it on the thread that
     // opened it, whatever thread the socket belongs to later.

@@ -38,7 +38,10 @@ public:
     /// connects to the parent's server. A failed connection ends the process, except one that the platform
     /// reports at once: that is over before anybody listens, and the worker goes on without a parent. Ends
     /// the process with code 1 when the link's thread cannot be started.
-    StreamBase(const QString& channelName, const QString& serverName);
+    ///
+    /// `beforeThreads` is called once, when file and semaphore are there and no thread has been started yet.
+    StreamBase(const QString& channelName, const QString& serverName,
+               const std::function<void()>& beforeThreads = {});
     StreamBase(const StreamBase&) = delete;
     StreamBase& operator=(const StreamBase&) = delete;
     ~StreamBase() override;

@@ -22,6 +22,10 @@ Session::Session(const Options& options) : options_(options) {
     for (const auto& [name, value] : options.environment) {
         variables.insert(QString::fromStdString(name), QString::fromStdString(value));
     }
+    if (areWorkersConfined()) {
+        QString& asked = variables[QLatin1String(parent::kOptionsVariable)];
+        asked += QLatin1String(asked.isEmpty() ? "sandbox=on" : ",sandbox=on");
+    }
     worker_.setExtraEnvironment(variables);
     QObject::connect(&worker_, &WorkerProcess::connected, [this](qint64 pid) { connectedPid_ = pid; });
     QObject::connect(&worker_, &WorkerProcess::frame, [this](qint64 ptsMs) { takeFrame(ptsMs); });
@@ -143,6 +147,22 @@ std::string Session::logText() const {
 
 std::int64_t Session::residentBytes() const {
     return platform::residentBytes(worker_.processId());
+}
+
+bool areWorkersConfined() {
+    return qEnvironmentVariableIsSet("MEDIAWORKER_TEST_SANDBOX");
+}
+
+std::optional<std::string> confinementObstacle() {
+    Session asked({.environment = {{parent::kOptionsVariable, "sandbox=required"}}});
+    asked.start("http://127.0.0.1:1/nothing.flv");
+    asked.waitForExit();
+    for (const LogLine& line : asked.log()) {
+        if (line.text.starts_with("sandbox: this system does not have")) {
+            return line.text;
+        }
+    }
+    return std::nullopt;
 }
 
 FlvOptions lasting(const Clip& clip, std::chrono::milliseconds duration) {

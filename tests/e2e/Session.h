@@ -122,6 +122,13 @@ inline constexpr int kSlowness = MEDIAWORKER_TEST_SLOWNESS;
 /// Sanitizers keep what was freed: the memory of a process tells nothing there.
 inline constexpr bool kMeasuresMemory = MEDIAWORKER_TEST_MEASURES_MEMORY != 0;
 
+/// Whether this run of the tests gives every worker the option "sandbox=on": the variable
+/// MEDIAWORKER_TEST_SANDBOX is set.
+[[nodiscard]] bool areWorkersConfined();
+/// What this system lacks for confining a worker, in the words of one that was asked for it; nothing where it
+/// lacks nothing.
+[[nodiscard]] std::optional<std::string> confinementObstacle();
+
 /// The clip's length repeated until it lasts at least that long.
 [[nodiscard]] FlvOptions lasting(const Clip& clip, std::chrono::milliseconds duration);
 

@@ -22,8 +22,8 @@ TEST(Job, IsAskedForUnderTheNameThatAWorkerReads) {
 }
 
 TEST(Job, AsksForTheBestUnlessToldOtherwise) {
-    EXPECT_EQ(optionsOf(StreamJob{}), QStringLiteral("flv=standard,buffering=on,sync=on"));
-    EXPECT_EQ(optionsOf(ExportJob{}), QStringLiteral("flv=standard,length=exact"));
+    EXPECT_EQ(optionsOf(StreamJob{}), QStringLiteral("flv=standard,buffering=on,sync=on,sandbox=on"));
+    EXPECT_EQ(optionsOf(ExportJob{}), QStringLiteral("flv=standard,length=exact,sandbox=on"));
 }
 
 TEST(Job, AsksAWorkerForWhatItsFieldsSay) {
@@ -34,8 +34,10 @@ TEST(Job, AsksAWorkerForWhatItsFieldsSay) {
             flv == FlvReading::Strict ? ko_player::FlvReading::Strict : ko_player::FlvReading::Standard;
         for (const bool lowLatency : {false, true}) {
             for (const bool sync : {false, true}) {
-                const ko_player::Options options = readByAWorker(
-                    optionsOf(StreamJob{.url = {}, .flv = flv, .lowLatency = lowLatency, .sync = sync}));
+                const ko_player::Options options = readByAWorker(optionsOf(StreamJob{
+                    .url = {}, .flv = flv, .lowLatency = lowLatency, .sync = sync, .sandbox = sync}));
+                EXPECT_EQ(options.sandbox,
+                          sync ? ko_player::SandboxPolicy::On : ko_player::SandboxPolicy::Off);
                 EXPECT_EQ(options.flv, reading);
                 EXPECT_EQ(options.buffering, lowLatency ? BufferingPolicy::Never : BufferingPolicy::ByUrl);
                 EXPECT_EQ(options.sync, sync ? SyncPolicy::ByTimeStamps : SyncPolicy::StartTogether);
@@ -43,11 +45,12 @@ TEST(Job, AsksAWorkerForWhatItsFieldsSay) {
             }
         }
         for (const bool exact : {false, true}) {
-            const ko_player::Options options = readByAWorker(
-                optionsOf(ExportJob{.url = {}, .outputPath = {}, .flv = flv, .exactLength = exact}));
+            const ko_player::Options options = readByAWorker(optionsOf(
+                ExportJob{.url = {}, .outputPath = {}, .flv = flv, .exactLength = exact, .sandbox = !exact}));
             EXPECT_EQ(options.flv, reading);
             EXPECT_EQ(options.length,
                       exact ? ko_player::LengthPolicy::Exact : ko_player::LengthPolicy::Expected);
+            EXPECT_EQ(options.sandbox, exact ? ko_player::SandboxPolicy::Off : ko_player::SandboxPolicy::On);
             EXPECT_TRUE(options.explains);
         }
     }

@@ -224,7 +224,7 @@ TEST(ProtocolPage, ShowsWhatTheLibraryAsksFor) {
     }
     for (const FlvReading flv : {FlvReading::Strict, FlvReading::Standard}) {
         for (const bool isOn : {false, true}) {
-            const StreamJob job{.url = {}, .flv = flv, .lowLatency = isOn, .sync = isOn};
+            const StreamJob job{.url = {}, .flv = flv, .lowLatency = isOn, .sync = isOn, .sandbox = isOn};
             for (const QString& option : optionsOf(job).split(u',')) {
                 EXPECT_EQ(shown.count(option), 1U) << option.toStdString();
             }

@@ -1,5 +1,6 @@
 #include "parent/WorkerProcess.h"
 
+#include "support/ChildProcess.h"
 #include "support/Platform.h"
 
 #include <QCoreApplication>
@@ -11,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 
@@ -259,10 +261,11 @@ TEST_F(WorkerProcessTest, TellsAStreamsOptionsWhateverItInherits) {
     ASSERT_TRUE(worker_->start(StreamJob{.url = QStringLiteral("env:MEDIAWORKER_OPTIONS"),
                                          .flv = FlvReading::Strict,
                                          .lowLatency = true,
-                                         .sync = false}));
+                                         .sync = false,
+                                         .sandbox = false}));
     ASSERT_TRUE(waitForEnd());
-    EXPECT_EQ(log_, (QStringList{QStringLiteral("env: flv=standard,buffering=on,sync=on"),
-                                 QStringLiteral("env: flv=strict,buffering=off,sync=off")}));
+    EXPECT_EQ(log_, (QStringList{QStringLiteral("env: flv=standard,buffering=on,sync=on,sandbox=on"),
+                                 QStringLiteral("env: flv=strict,buffering=off,sync=off,sandbox=off")}));
 }
 
 TEST_F(WorkerProcessTest, TellsAnExportsOptions) {
@@ -273,7 +276,29 @@ TEST_F(WorkerProcessTest, TellsAnExportsOptions) {
                                              .flv = flv}));
         ASSERT_TRUE(waitForEnd());
     }
-    EXPECT_EQ(log_, (QStringList{QStringLiteral("env: flv=standard"), QStringLiteral("env: flv=strict")}));
+    EXPECT_EQ(log_, (QStringList{QStringLiteral("env: flv=standard,sandbox=on"),
+                                 QStringLiteral("env: flv=strict,sandbox=on")}));
+}
+
+TEST_F(WorkerProcessTest, AnExportsFileThatStaysEmptyIsRemoved) {
+    struct Row {
+        bool isThereBefore;
+        const char* content;
+        bool stays;
+    };
+    for (const Row& row : {Row{false, "", false}, Row{false, "pictures", true}, Row{true, "", true}}) {
+        const mediaworker::test::TemporaryFolder folder;
+        const auto file = folder / "film.mp4";
+        if (row.isThereBefore) {
+            mediaworker::test::writeFile(file, "");
+        }
+        ASSERT_TRUE(worker_->start(ExportJob{.url = QStringLiteral("exit:1"),
+                                             .durationMs = 1,
+                                             .outputPath = QString::fromStdString(file.string())}));
+        mediaworker::test::writeFile(file, row.content); // in the worker's place
+        ASSERT_TRUE(waitForEnd());
+        EXPECT_EQ(std::filesystem::exists(file), row.stays) << row.content;
+    }
 }
 
 TEST_F(WorkerProcessTest, OptionsThatAreGivenAsTheyAreComeBeforeTheJobs) {

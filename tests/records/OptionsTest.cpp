@@ -10,8 +10,8 @@ namespace {
 
 using ::testing::ElementsAreArray;
 
-constexpr Options kEverything{FlvReading::Standard, BufferingPolicy::Never, SyncPolicy::ByTimeStamps,
-                              LengthPolicy::Exact, true};
+constexpr Options kEverything{FlvReading::Standard, BufferingPolicy::Never,  SyncPolicy::ByTimeStamps,
+                              LengthPolicy::Exact,  SandboxPolicy::Required, true};
 
 struct OptionsCase {
     const char* name;
@@ -41,11 +41,18 @@ INSTANTIATE_TEST_SUITE_P(
     Rows, ParseOptions,
     ::testing::Values(
         OptionsCase{"Empty", "", {}, {}}, OptionsCase{"OnlyCommasAndBlanks", " ,,\t, ", {}, {}},
-        OptionsCase{"Defaults", "flv=strict,buffering=on,sync=off,length=expected", {.explains = true}, {}},
-        OptionsCase{"All", "flv=standard,buffering=off,sync=on,length=exact", kEverything, {}},
+        OptionsCase{"Defaults",
+                    "flv=strict,buffering=on,sync=off,length=expected,sandbox=off",
+                    {.explains = true},
+                    {}},
         OptionsCase{
-            "AnyOrderAndBlanks", " sync=on , flv = standard,length=exact,buffering=off,", kEverything, {}},
+            "All", "flv=standard,buffering=off,sync=on,length=exact,sandbox=required", kEverything, {}},
+        OptionsCase{"AnyOrderAndBlanks",
+                    " sync=on , sandbox=required,flv = standard,length=exact,buffering=off,",
+                    kEverything,
+                    {}},
         OptionsCase{"LastOneCounts", "flv=standard,flv=strict", {.explains = true}, {}},
+        OptionsCase{"Sandbox", "sandbox=on", {.sandbox = SandboxPolicy::On, .explains = true}, {}},
         OptionsCase{"UnknownKey",
                     "color=red,sync=on",
                     {.sync = SyncPolicy::ByTimeStamps, .explains = true},

@@ -53,6 +53,11 @@ QCommandLineOption flvOption() {
                                  "made for."));
 }
 
+QCommandLineOption noSandboxOption() {
+    return {QStringLiteral("no-sandbox"),
+            QStringLiteral("Let the worker do all that its user may do, instead of its work alone.")};
+}
+
 /// The parser's help with our own first line, which Qt would begin with the path of the program.
 QString helpOf(const QCommandLineParser& parser, const QString& usage) {
     const QString text = parser.helpText();
@@ -173,6 +178,7 @@ struct PlayOptions {
         QStringLiteral("reconnect"),
         QStringLiteral("Start a stream again when it has ended: after half a second, later up to half a "
                        "minute. Counts and --seconds go on.")};
+    const QCommandLineOption noSandbox = noSandboxOption();
     const QCommandLineOption worker = workerOption();
 };
 
@@ -236,7 +242,7 @@ Command parsePlay(const QStringList& arguments, const QString& folder) {
     const PlayOptions options;
     parser.addOptions({options.help, options.seconds, options.snapshots, options.every, options.volume,
                        options.json, options.proxy, options.proxyType, options.flv, options.lowLatency,
-                       options.noSync, options.reconnect, options.worker});
+                       options.noSync, options.reconnect, options.noSandbox, options.worker});
     parser.addPositionalArgument(
         QStringLiteral("URL"),
         QStringLiteral("An FLV stream (http, https), or a file (file:///path, or a path)."));
@@ -262,6 +268,7 @@ Command parsePlay(const QStringList& arguments, const QString& folder) {
     if (command.isReconnecting && !isWebUrl(command.url)) {
         throw Refusal{QStringLiteral("--reconnect is for streams (http, https), not for files")};
     }
+    command.isConfined = !parser.isSet(options.noSandbox);
     command.worker = parser.value(options.worker);
     command.isJson = parser.isSet(options.json);
     return command;
@@ -297,8 +304,9 @@ Command parseExport(const QStringList& arguments, const QString& folder) {
                                           QStringLiteral("Do not replace a file that is there: status 1.")};
     const auto json = jsonOption();
     const auto flv = flvOption();
+    const auto noSandbox = noSandboxOption();
     const auto worker = workerOption();
-    parser.addOptions({help, duration, timeout, noClobber, json, flv, worker});
+    parser.addOptions({help, duration, timeout, noClobber, json, flv, noSandbox, worker});
     parser.addPositionalArgument(QStringLiteral("URL"), QStringLiteral("An FLV stream (http, https)."));
     parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("The MP4 file to write."));
     if (!parser.parse(arguments)) {
@@ -329,6 +337,7 @@ Command parseExport(const QStringList& arguments, const QString& folder) {
         command.patience = *patience;
     }
     command.flv = flvReadingOf(parser, flv);
+    command.isConfined = !parser.isSet(noSandbox);
     command.worker = parser.value(worker);
     command.isJson = parser.isSet(json);
     return command;

@@ -23,7 +23,8 @@ struct PlayCommand {
     bool hasLowLatency = false;
     bool hasSync = true;
     bool isReconnecting = false; ///< another worker when one has ended
-    QString worker = {};         ///< program file; empty: as the library finds it
+    bool isConfined = true;
+    QString worker = {}; ///< program file; empty: as the library finds it
     bool isJson = false;
     friend bool operator==(const PlayCommand&, const PlayCommand&) = default;
 };
@@ -36,6 +37,7 @@ struct ExportCommand {
     std::chrono::milliseconds patience{0};
     parent::FlvReading flv = parent::FlvReading::Standard;
     bool mayReplace = true; ///< a file of that name
+    bool isConfined = true;
     QString worker = {};
     bool isJson = false;
     friend bool operator==(const ExportCommand&, const ExportCommand&) = default;

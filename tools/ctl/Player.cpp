@@ -80,7 +80,8 @@ void Player::start() {
                                 .proxyType = command_.proxyType,
                                 .flv = command_.flv,
                                 .lowLatency = command_.hasLowLatency,
-                                .sync = command_.hasSync};
+                                .sync = command_.hasSync,
+                                .sandbox = command_.isConfined};
     ticks_.start(console_.progressInterval());
     stream_.start(job);
     shield_.reset();

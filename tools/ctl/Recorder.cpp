@@ -72,7 +72,8 @@ void Recorder::start() {
     const parent::ExportJob job{.url = command_.url,
                                 .durationMs = static_cast<int>(command_.duration.count()),
                                 .outputPath = partial_,
-                                .flv = command_.flv};
+                                .flv = command_.flv,
+                                .sandbox = command_.isConfined};
     const Interruption::Shield shield;
     if (!worker_.start(job)) {
         QFile::remove(partial_);

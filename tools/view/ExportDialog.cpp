@@ -166,7 +166,8 @@ void ExportDialog::begin() {
     if (!worker_.start(parent::ExportJob{.url = url_,
                                          .durationMs = *lengthMs,
                                          .outputPath = QFileInfo(partialFile_).absoluteFilePath(),
-                                         .flv = flv_})) {
+                                         .flv = flv_,
+                                         .sandbox = isConfined_})) {
         QFile::remove(partialFile_);
         finish(exportEndText(ExportEnd::Failed, {}, worker_.errorString()), false);
     }

@@ -32,6 +32,7 @@ public:
     void setLength(const QString& text);
     void setFile(const QString& path);
     void setFlvReading(parent::FlvReading reading) { flv_ = reading; }
+    void setConfined(bool isConfined) { isConfined_ = isConfined; }
 
 public Q_SLOTS:
     void reject() override; ///< cancels, or closes when nothing runs
@@ -48,6 +49,7 @@ private:
     QString file_;        ///< what the user chose
     QString partialFile_; ///< what the worker writes
     parent::FlvReading flv_ = parent::FlvReading::Standard;
+    bool isConfined_ = true;
     bool isExporting_ = false;
     bool isCancelled_ = false;
 

@@ -174,6 +174,7 @@ void StreamView::restart() {
     job.flv = settings_.flv;
     job.lowLatency = settings_.hasLowLatency;
     job.sync = settings_.hasSync;
+    job.sandbox = settings_.isConfined;
     // A recording that is at its end is at its end.
     stream_.setPolicy({.isEnabled = settings_.isReconnecting && parent::isLive(url_)});
     stream_.setPaused(false);

@@ -26,6 +26,7 @@ struct StreamSettings {
     bool hasLowLatency = false;
     bool hasSync = true;
     bool isReconnecting = true; ///< a live stream that ended is started again
+    bool isConfined = true;
     int volumePercent = SoundControl::kDefaultPercent;
     bool isMuted = false;
 };

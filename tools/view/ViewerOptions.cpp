@@ -60,6 +60,9 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
     const QCommandLineOption noReconnect(
         QStringLiteral("no-reconnect"),
         QStringLiteral("Do not start a live stream again when it has ended."));
+    const QCommandLineOption noSandbox(
+        QStringLiteral("no-sandbox"),
+        QStringLiteral("Let the workers do all that their user may do, instead of their work alone."));
     const QCommandLineOption volume(
         QStringLiteral("volume"),
         QStringLiteral("Volume at the start, 0 to 100. Default: %1.").arg(SoundControl::kDefaultPercent),
@@ -76,8 +79,8 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
     const QCommandLineOption statistics(
         QStringLiteral("statistics"),
         QStringLiteral("Print at the end how many pictures each stream announced, showed and copied."));
-    parser.addOptions({help, version, worker, proxy, proxyType, flv, lowLatency, noSync, noReconnect, volume,
-                       mute, snapshots, seconds, statistics});
+    parser.addOptions({help, version, worker, proxy, proxyType, flv, lowLatency, noSync, noReconnect,
+                       noSandbox, volume, mute, snapshots, seconds, statistics});
     parser.addPositionalArgument(
         QStringLiteral("URL"), QStringLiteral("A stream (http, https), or a file (file:///path, or a path)."),
         QStringLiteral("[URL…]"));
@@ -119,6 +122,7 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
     options.streams.hasLowLatency = parser.isSet(lowLatency);
     options.streams.hasSync = !parser.isSet(noSync);
     options.streams.isReconnecting = !parser.isSet(noReconnect);
+    options.streams.isConfined = !parser.isSet(noSandbox);
     if (parser.isSet(volume)) {
         const std::optional<int> percent = number(parser.value(volume), 0, 100);
         if (!percent) {

@@ -418,6 +418,7 @@ void ViewerWindow::showExportDialog() {
     if (!exportDialog_) {
         exportDialog_ = new ExportDialog(current_->url(), settings_.workerProgram, this);
         exportDialog_->setFlvReading(settings_.flv);
+        exportDialog_->setConfined(settings_.isConfined);
         exportDialog_->setAttribute(Qt::WA_DeleteOnClose);
     }
     exportDialog_->show();

@@ -51,15 +51,17 @@ TEST(CtlArguments, PlayTakesEveryOption) {
                                .hasLowLatency = true,
                                .hasSync = false,
                                .isReconnecting = true,
+                               .isConfined = false,
                                .worker = QStringLiteral("/opt/worker"),
                                .isJson = true};
     EXPECT_EQ(std::get<PlayCommand>(parse(
                   "play https://cam/live.flv?a=b&speed=2 --seconds 2.5 --snapshots pictures --every 0.04 "
                   "--volume 0 --proxy http://u:p@proxy:3128 --proxy-type socks5 --flv strict --low-latency "
-                  "--no-sync --reconnect --worker /opt/worker --json")),
+                  "--no-sync --reconnect --no-sandbox --worker /opt/worker --json")),
               expected);
     EXPECT_EQ(std::get<PlayCommand>(
-                  parse("play --reconnect --json --no-sync --low-latency --flv=strict --worker=/opt/worker "
+                  parse("play --no-sandbox --reconnect --json --no-sync --low-latency --flv=strict "
+                        "--worker=/opt/worker "
                         "--proxy-type=socks5 --proxy=http://u:p@proxy:3128 "
                         "--volume=0 --every=0.04 --snapshots=/home/me/pictures --seconds=2.5 "
                         "https://cam/live.flv?a=b&speed=2")),
@@ -137,8 +139,8 @@ TEST(CtlArguments, HelpIsEverywhere) {
     for (const char* line :
          {"play --help", "play -h", "help play", "play --help --json", "play http://c --help"}) {
         EXPECT_THAT(textOf(parse(line)), StartsWith("Usage: mediaworker-ctl play URL [options]\n")) << line;
-        for (const char* option :
-             {"--snapshots <DIR>", "--flv <READING>", "--low-latency", "--no-sync", "--reconnect"}) {
+        for (const char* option : {"--snapshots <DIR>", "--flv <READING>", "--low-latency", "--no-sync",
+                                   "--reconnect", "--no-sandbox"}) {
             EXPECT_THAT(textOf(parse(line)), HasSubstr(option)) << line;
         }
     }

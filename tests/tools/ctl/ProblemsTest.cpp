@@ -216,17 +216,18 @@ protected:
 };
 
 TEST_F(CtlOptions, ReachTheWorker) {
-    EXPECT_EQ(toldBy({"play", script_}), "flv=standard,buffering=on,sync=on");
-    EXPECT_EQ(toldBy({"play", script_, "--flv", "strict", "--low-latency", "--no-sync"}),
-              "flv=strict,buffering=off,sync=off");
+    EXPECT_EQ(toldBy({"play", script_}), "flv=standard,buffering=on,sync=on,sandbox=on");
+    EXPECT_EQ(toldBy({"play", script_, "--flv", "strict", "--low-latency", "--no-sync", "--no-sandbox"}),
+              "flv=strict,buffering=off,sync=off,sandbox=off");
     const std::string file = (folder_ / "film.mp4").string();
-    EXPECT_EQ(toldBy({"export", script_, file, "--duration", "1"}), "flv=standard");
-    EXPECT_EQ(toldBy({"export", script_, file, "--duration", "1", "--flv", "strict"}), "flv=strict");
+    EXPECT_EQ(toldBy({"export", script_, file, "--duration", "1"}), "flv=standard,sandbox=on");
+    EXPECT_EQ(toldBy({"export", script_, file, "--duration", "1", "--flv", "strict", "--no-sandbox"}),
+              "flv=strict,sandbox=off");
 }
 
 TEST_F(CtlOptions, AreTheCommandLinesAndNotTheEnvironments) {
     environment_.emplace_back("MEDIAWORKER_OPTIONS", "flv=strict");
-    EXPECT_EQ(toldBy({"play", script_}), "flv=standard,buffering=on,sync=on");
+    EXPECT_EQ(toldBy({"play", script_}), "flv=standard,buffering=on,sync=on,sandbox=on");
 }
 
 TEST_F(CtlOptions, AreKnownToTheWorker) {

@@ -251,7 +251,7 @@ TEST_F(ExportTest, SaysWhereACompleteFileBreaksOff) {
     EXPECT_EQ(exported(), Names{"out.mp4"});
 }
 
-TEST_F(ExportTest, AsksForTheReadingOfTheViewer) {
+TEST_F(ExportTest, AsksForTheReadingAndTheConfinementOfTheViewer) {
     const auto toldWith = [this](const std::function<void()>& prepare) {
         openDialog("/;connect;hello;env:MEDIAWORKER_OPTIONS;exit:1", QStringLiteral(FAKE_WORKER));
         prepare();
@@ -259,9 +259,12 @@ TEST_F(ExportTest, AsksForTheReadingOfTheViewer) {
         EXPECT_TRUE(waitForEnd());
         return message();
     };
-    EXPECT_THAT(toldWith([] {}), HasSubstr("(its last words: env: flv=standard,length=exact)"));
-    EXPECT_THAT(toldWith([this] { dialog().setFlvReading(parent::FlvReading::Strict); }),
-                HasSubstr("(its last words: env: flv=strict,length=exact)"));
+    EXPECT_THAT(toldWith([] {}), HasSubstr("(its last words: env: flv=standard,length=exact,sandbox=on)"));
+    EXPECT_THAT(toldWith([this] {
+                    dialog().setFlvReading(parent::FlvReading::Strict);
+                    dialog().setConfined(false);
+                }),
+                HasSubstr("(its last words: env: flv=strict,length=exact,sandbox=off)"));
 }
 
 } // namespace

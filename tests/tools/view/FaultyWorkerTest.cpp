@@ -207,13 +207,14 @@ TEST_F(SilentStream, DisturbsNobodyWhoDoesNotWantToHearIt) {
 TEST_F(FaultyWorker, IsToldWhatTheViewerWasAskedFor) {
     view::StreamSettings settings = standIn();
     show({"/;connect;hello;env:MEDIAWORKER_OPTIONS;wait:100000"}, settings);
-    EXPECT_TRUE(waitForLog(view(), QStringLiteral("env: flv=standard,buffering=on,sync=on")));
+    EXPECT_TRUE(waitForLog(view(), QStringLiteral("env: flv=standard,buffering=on,sync=on,sandbox=on")));
     closeWindow();
     settings.flv = parent::FlvReading::Strict;
     settings.hasLowLatency = true;
     settings.hasSync = false;
+    settings.isConfined = false;
     show({"/;connect;hello;env:MEDIAWORKER_OPTIONS;wait:100000"}, settings);
-    EXPECT_TRUE(waitForLog(view(), QStringLiteral("env: flv=strict,buffering=off,sync=off")));
+    EXPECT_TRUE(waitForLog(view(), QStringLiteral("env: flv=strict,buffering=off,sync=off,sandbox=off")));
 }
 
 } // namespace

@@ -34,15 +34,18 @@ TEST(ViewerOptions, NeedNothing) {
     EXPECT_FALSE(options.streams.hasLowLatency);
     EXPECT_TRUE(options.streams.hasSync);
     EXPECT_TRUE(options.streams.isReconnecting);
+    EXPECT_TRUE(options.streams.isConfined);
 }
 
 TEST(ViewerOptions, DecideHowStreamsAreRead) {
-    const ViewerOptions options = parse({"--flv", "strict", "--low-latency", "--no-sync", "--no-reconnect"});
+    const ViewerOptions options =
+        parse({"--flv", "strict", "--low-latency", "--no-sync", "--no-reconnect", "--no-sandbox"});
     EXPECT_EQ(options.action, Action::Show) << options.text.toStdString();
     EXPECT_EQ(options.streams.flv, parent::FlvReading::Strict);
     EXPECT_TRUE(options.streams.hasLowLatency);
     EXPECT_FALSE(options.streams.hasSync);
     EXPECT_FALSE(options.streams.isReconnecting);
+    EXPECT_FALSE(options.streams.isConfined);
     EXPECT_EQ(parse({"--flv=standard"}).streams.flv, parent::FlvReading::Standard);
 }
 
@@ -77,8 +80,8 @@ TEST(ViewerOptions, HelpNamesEverything) {
         const ViewerOptions options = parse({option});
         EXPECT_EQ(options.action, Action::PrintHelp);
         for (const char* name :
-             {"--worker", "--proxy", "--flv", "--low-latency", "--no-sync", "--no-reconnect", "--volume",
-              "--snapshots", "Exports do not use it", "URL", "Keys:", "Ctrl+Shift+O", "F11"}) {
+             {"--worker", "--proxy", "--flv", "--low-latency", "--no-sync", "--no-reconnect", "--no-sandbox",
+              "--volume", "--snapshots", "Exports do not use it", "URL", "Keys:", "Ctrl+Shift+O", "F11"}) {
             EXPECT_THAT(options.text.toStdString(), testing::HasSubstr(name));
         }
     }
