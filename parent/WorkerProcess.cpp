@@ -1,5 +1,6 @@
 #include "parent/WorkerProcess.h"
 
+#include "parent/ProcessGroup.h"
 #include "parent/RandomName.h"
 
 #include <QCoreApplication>
@@ -148,6 +149,9 @@ void WorkerProcess::launch(const QStringList& arguments, const QString& options)
             Q_EMIT startFailed(error_);
         }
     });
+
+    group_ = std::make_unique<ProcessGroup>(memoryLimit_);
+    connect(process_, &QProcess::started, this, [this] { group_->adopt(process_->processId()); });
 
     QStringList command = programPrefix_;
     command << (program_.isEmpty() ? defaultProgram() : program_) << arguments;

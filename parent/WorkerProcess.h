@@ -16,6 +16,7 @@
 #include <QTimer>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <utility>
 
@@ -23,6 +24,8 @@ class QLocalServer;
 class QLocalSocket;
 
 namespace mediaworker::parent {
+
+class ProcessGroup;
 
 /// One worker process and the link to it.
 ///
@@ -57,6 +60,10 @@ public:
     void setExtraEnvironment(const QMap<QString, QString>& variables) { extraEnvironment_ = variables; }
     /// How long the worker has to connect before connectTimedOut(). Zero: for ever. Default: 10 s.
     void setConnectTimeout(std::chrono::milliseconds timeout) { connectTimeout_ = timeout; }
+
+    /// The most memory that a worker may take, in bytes; one that wants more ends with code 1. Zero: as much
+    /// as there is, which is the default. Windows only.
+    void setMemoryLimit(std::uint64_t bytes) { memoryLimit_ = bytes; }
 
     /// Starts a worker. False with errorString() when the link or the frame channel cannot be made, or a
     /// worker runs already; a program that cannot be run is reported by startFailed(). An object can be used
@@ -150,6 +157,8 @@ private:
     void processEnded(int exitCode, QProcess::ExitStatus status);
     void dropLink();
 
+    std::uint64_t memoryLimit_ = 0;
+    std::unique_ptr<ProcessGroup> group_; ///< of the worker that was started last
     QString newOutput_; ///< an export's file that was not there before; removed where it stays empty
     QString program_;
     QStringList programPrefix_;
