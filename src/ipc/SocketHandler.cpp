@@ -19,7 +19,12 @@ SocketHandler::SocketHandler(QLocalSocket* socket, QObject* parent) : QObject(pa
     socket_->setParent(this);
     socket_->setReadBufferSize(kReadBufferBytes);
     connect(socket_, &QLocalSocket::readyRead, this, &SocketHandler::onReadyRead);
-    connect(socket_, &QLocalSocket::errorOccurred, this, [this] { Q_EMIT error(socket_->errorString()); });
+    connect(socket_, &QLocalSocket::errorOccurred, this, [this](QLocalSocket::LocalSocketError code) {
+        // Only our own waitUntilWritten() can time out, and the link stands after that as before.
+        if (code != QLocalSocket::SocketTimeoutError) {
+            Q_EMIT error(socket_->errorString());
+        }
+    });
     connect(socket_, &QLocalSocket::disconnected, this, &SocketHandler::disconnected);
 }
 

@@ -282,6 +282,19 @@ TEST_F(StreamBaseTest, AFileThatIsInUseStaysWhenAPictureIsExpected) {
     EXPECT_EQ(file.read(9).toHex(), "1000000008000000ab");
 }
 
+TEST_F(StreamBaseTest, DrainingGivesAParentThatDoesNotReadASecond) {
+    Recorder stream(name, serverName);
+    ASSERT_NE(accept(), nullptr);
+    for (int i = 0; i < 60'000; ++i) { // more than the system keeps
+        stream.sendFrame(i);
+    }
+    QElapsedTimer timer;
+    timer.start();
+    stream.drainLink();
+    EXPECT_GE(timer.elapsed(), 900);
+    EXPECT_LT(timer.elapsed(), 20'000);
+}
+
 TEST_F(StreamBaseTest, FrameFileIsTheOwnersOnly) {
     if (kIsWindows) {
         GTEST_SKIP() << "the temporary directory belongs to the user on Windows";
