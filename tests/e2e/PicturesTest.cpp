@@ -5,11 +5,15 @@
 #include "support/servers/HttpServer.h"
 #include "support/servers/Pacing.h"
 
+#include <QDir>
+#include <QFile>
 #include <QFileInfo>
 
 #include <gtest/gtest.h>
 
 #include <map>
+#include <memory>
+#include <vector>
 
 namespace mediaworker::test {
 namespace {
@@ -201,6 +205,35 @@ TEST(Pictures, FollowAChangeOfSizeInMidStream) {
         EXPECT_EQ(shown.widthPx, number >= 40 && number < 80 ? 640 : 320) << number;
         EXPECT_LE(shown.patchError, 24) << number;
     }
+}
+
+TEST(Pictures, FollowChangesOfSizeUnderAParentThatNeverUnmaps) {
+    std::vector<Clip> clips;
+    for (const int widthPx : {320, 640, 160, 320}) {
+        ClipSpec spec;
+        spec.frames = 20;
+        spec.widthPx = widthPx;
+        spec.heightPx = widthPx / 16 * 9;
+        spec.firstFrameNumber = static_cast<int>(clips.size()) * 20;
+        clips.push_back(encode(spec));
+    }
+    HttpServer server;
+    server.route("/live.flv", pacedHandler(makeFlv({&clips[0], &clips[1], &clips[2], &clips[3]}),
+                                           {.burstMs = 1500, .staysOpen = true}));
+    Session session;
+    std::vector<std::unique_ptr<QFile>> mapped;
+    QObject::connect(&session.worker(), &parent::WorkerProcess::formatChanged, [&] {
+        mapped.push_back(std::make_unique<QFile>(QDir::temp().filePath(session.frames().name())));
+        ASSERT_TRUE(mapped.back()->open(QIODevice::ReadOnly));
+        EXPECT_NE(mapped.back()->map(0, mapped.back()->size()), nullptr);
+    });
+    session.start(server.url("/live.flv"));
+    ASSERT_TRUE(session.waitForFrames(80)) << session.logText();
+    EXPECT_EQ(session.formatChanges(), 4);
+    EXPECT_EQ(session.shown().back().widthPx, 320);
+    EXPECT_EQ(session.shown().at(50).widthPx, 160);
+    EXPECT_EQ(session.shown().at(50).numbers.top, session.shown().at(50).numbers.bottom);
+    EXPECT_FALSE(session.hasLineBeginning("QFSFileEngine")) << session.logText();
 }
 
 struct Shape {
