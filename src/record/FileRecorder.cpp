@@ -16,6 +16,7 @@ extern "C" {
 
 #include <algorithm>
 #include <exception>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -327,6 +328,11 @@ bool FileRecorder::addAudioStream(const AVCodecParameters* parameters) {
         }
         return true;
     } catch (const std::exception& error) {
+        const bool isSoundsFault = dynamic_cast<const Muxer::FileError*>(&error) == nullptr &&
+                                   dynamic_cast<const std::bad_alloc*>(&error) == nullptr;
+        if (rules_.makesSoundFit && !isSoundsFault) {
+            throw; // an export that says that it is complete has its sound
+        }
         if (rules_.makesSoundFit) {
             leaveAudioOut(error.what());
         } else {

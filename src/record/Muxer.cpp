@@ -12,6 +12,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <cerrno>
 #include <stdexcept>
 #include <utility>
 
@@ -119,9 +120,12 @@ void Muxer::addStream(const StreamSource& source, int index) {
     }
     AVStream* stream = avformat().avformat_new_stream(context_.get(), nullptr);
     if (stream == nullptr) {
-        throw std::runtime_error("Muxer: failed allocating stream");
+        throw FileError("Muxer: failed allocating stream");
     }
     const int result = ff_wrap::avcodec().avcodec_parameters_copy(stream->codecpar, source.parameters);
+    if (result == AVERROR(ENOMEM)) {
+        throw FileError("Muxer: failed copy codec: " + ff_wrap::errorText(result));
+    }
     if (result < 0) {
         throw std::runtime_error("Muxer: failed copy codec: " + ff_wrap::errorText(result));
     }
@@ -152,7 +156,7 @@ void Muxer::openFile() {
     if (written < 0) {
         const std::string what = "Muxer.writeHeader avformat_write_header: file: " + fileName_ +
                                  ", err: " + ff_wrap::errorText(written);
-        if (io_->error < 0 || (io_->seekable & AVIO_SEEKABLE_NORMAL) == 0) {
+        if (written == AVERROR(ENOMEM) || io_->error < 0 || (io_->seekable & AVIO_SEEKABLE_NORMAL) == 0) {
             throw FileError(what);
         }
         throw std::runtime_error(what);

@@ -73,7 +73,8 @@ public:
     /// Whether a file can hold streams of that codec (an AVCodecID).
     [[nodiscard]] bool holds(int codecId) const;
 
-    /// `index` counts the streams from 0. Throws std::runtime_error "Muxer: failed ...".
+    /// `index` counts the streams from 0. Throws std::runtime_error "Muxer: failed ...", FileError without
+    /// memory.
     void addStream(const StreamSource& source, int index);
 
     /// Creates the file, or empties one that is there, and writes the header. Throws std::runtime_error
