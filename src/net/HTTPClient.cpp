@@ -44,6 +44,9 @@ void HTTPClient::get(const QString& url, OnData onData, OnFinished onFinished) {
     end_ = {};
     QNetworkRequest request{QUrl(url, QUrl::TolerantMode)};
     request.setRawHeader("Accept", "*/*");
+    // Otherwise Qt offers to unpack what comes, and does so without any bound: a megabyte becomes a gigabyte.
+    // A stream of pictures has nothing to pack.
+    request.setRawHeader("Accept-Encoding", "identity");
     QNetworkReply* reply = manager_.get(request);
     // From the first byte on: what a fast server has sent before a later bound takes effect is never held
     // back again.

@@ -190,6 +190,20 @@ TEST_F(HTTPClientTest, AsksForAnythingInOneGet) {
         std::count(headers.begin(), headers.end(), std::pair<std::string, std::string>("Accept", "*/*")), 1);
 }
 
+// Unpacking has no bound in Qt: a megabyte becomes a gigabyte.
+TEST_F(HTTPClientTest, AsksForNothingPackedAndUnpacksNothing) {
+    constexpr int kBodyBytes = 10'000'000;
+    const QByteArray packed = qCompress(QByteArray(kBodyBytes, '\0')).mid(4); // without Qt's own length
+    HttpServer server;
+    server.route("/packed", [&packed](HttpResponse& response) {
+        response.header("Content-Encoding", "deflate");
+        response.send(std::string_view(packed.constData(), static_cast<std::size_t>(packed.size())));
+    });
+    fetch(server.url("/packed"));
+    EXPECT_EQ(received, packed.size());
+    EXPECT_EQ(server.exchanges().at(0).request.header("Accept-Encoding"), "identity");
+}
+
 struct RefusedBody {
     int status;
     qint64 bodyBytes;
