@@ -42,8 +42,8 @@ std::optional<milliseconds> ReconnectRule::next(const AttemptEnd& end, double ra
         return std::nullopt;
     }
     constexpr int kAttemptsPerDelay = 2;
-    const double doubled = static_cast<double>(policy_.firstDelay.count()) *
-                           std::exp2(static_cast<double>(attempts_ / kAttemptsPerDelay));
+    const int doublings = attempts_ / kAttemptsPerDelay;
+    const double doubled = static_cast<double>(policy_.firstDelay.count()) * std::exp2(doublings);
     const double delay = std::min(doubled, static_cast<double>(policy_.longestDelay.count()));
     // Above this nothing changes any more.
     constexpr int kMostAttempts = 1000;

@@ -188,7 +188,7 @@ void FileRecorder::pushVideo(PacketPtr packet) {
     }
 }
 
-/// A picture lasts to the next one; the last one as long as the one before it.
+/// A picture lasts to the next one; the last one as long as the one before it, but for a gap.
 void FileRecorder::measure(std::int64_t dts) {
     const bool isFirst = !firstVideoDts_.has_value();
     if (isFirst) {
@@ -200,9 +200,11 @@ void FileRecorder::measure(std::int64_t dts) {
         isAtEnd_ = true;
         return;
     }
+    constexpr std::int64_t kLongestPictureMs = 1000;
     const std::int64_t spacing = isFirst ? 0 : base::subtractSaturated(dts, newestVideoDts_);
     newestVideoDts_ = dts;
-    recordedMs_ = std::max(recordedMs_, base::addSaturated(begin, std::max<std::int64_t>(spacing, 0)));
+    const std::int64_t lasts = std::clamp<std::int64_t>(spacing, 0, kLongestPictureMs);
+    recordedMs_ = std::max(recordedMs_, base::addSaturated(begin, lasts));
 }
 
 void FileRecorder::pushAudio(PacketPtr packet) {

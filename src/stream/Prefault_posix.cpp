@@ -42,7 +42,7 @@ void prefaultZeros(int file, std::uint64_t begin, std::uint64_t end) noexcept {
         return;
     }
     // Not constant, so that the program's file does not hold it; small, so that it costs few faults itself.
-    static std::array<char, 256 * 1024> zeros;
+    static std::array<char, std::size_t{256} * 1024> zeros;
     while (begin < end) {
         const auto bytes = static_cast<std::size_t>(std::min<std::uint64_t>(end - begin, zeros.size()));
         const ssize_t written = pwrite(file, zeros.data(), bytes, static_cast<off_t>(begin));

@@ -276,8 +276,8 @@ TEST_F(WorkerProcessTest, TellsAnExportsOptions) {
                                              .flv = flv}));
         ASSERT_TRUE(waitForEnd());
     }
-    EXPECT_EQ(log_, (QStringList{QStringLiteral("env: flv=standard,sandbox=on"),
-                                 QStringLiteral("env: flv=strict,sandbox=on")}));
+    EXPECT_EQ(log_, (QStringList{QStringLiteral("env: flv=standard,length=exact,sandbox=on"),
+                                 QStringLiteral("env: flv=strict,length=exact,sandbox=on")}));
 }
 
 TEST_F(WorkerProcessTest, AnExportsFileThatStaysEmptyIsRemoved) {

@@ -13,7 +13,7 @@ namespace mediaworker::test {
 namespace {
 
 /// Part of every cache folder's name: raise it when a recipe changes.
-constexpr int kCacheVersion = 4;
+constexpr int kCacheVersion = 5;
 
 std::filesystem::path cacheFolder() {
     const char* named = std::getenv("MEDIAWORKER_TEST_CACHE"); // NOLINT(concurrency-mt-unsafe)

@@ -20,7 +20,6 @@ namespace mediaworker::view {
 namespace {
 
 using parent::PlaybackState;
-using parent::StreamState;
 using parent::StreamSupervisor;
 using parent::WorkerProcess;
 

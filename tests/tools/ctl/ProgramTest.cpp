@@ -194,7 +194,7 @@ TEST_F(CtlProgram, RefusesWrongUsage) {
              {"play", "http://h/", "--low-latency=yes"},
              {"export", "http://h/", "out.mp4", "--duration", "1", "--flv", ""},
              {"export", "http://h/", "out.mp4", "--duration", "1", "--no-sync"},
-             {"export", "http://h/", "out.mp4"},
+             {"export", "http://h/", "out.flv"},
              {"export", "http://h/", "--duration", "1"},
              {"export", "file:///a.flv", "out.mp4", "--duration", "1"},
          }) {
