@@ -112,6 +112,9 @@ void StreamSupervisor::attemptNow() {
         onEnd(ExitCause::Failed, QStringLiteral("the worker cannot be started: ") + worker_.errorString());
         return;
     }
+    if (!worker_.isRunning()) {
+        return; // where the system tells at once that it cannot be run: startFailed() was heard
+    }
     if (volumePercent_) {
         worker_.setVolume(*volumePercent_);
     }
@@ -122,7 +125,6 @@ void StreamSupervisor::attemptNow() {
 }
 
 void StreamSupervisor::onSign() {
-    unlinked_.stop();
     if (isPaused_ || state_ != StreamState::Running) {
         silence_.stop();
     } else {
