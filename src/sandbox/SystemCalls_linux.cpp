@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 
 #include <netinet/in.h>
@@ -154,7 +155,8 @@ void refuseOthers(Filter& filter) {
 
 /// Typing into a terminal for its user.
 void refuseTerminals(Filter& filter) {
-    for (const scmp_datum_t request : {TIOCSTI, TIOCLINUX, TIOCCONS, TIOCSETD}) {
+    for (const scmp_datum_t request :
+         std::initializer_list<scmp_datum_t>{TIOCSTI, TIOCLINUX, TIOCCONS, TIOCSETD}) {
         filter.refuse(SCMP_SYS(ioctl), isBits(1, kLow, request));
     }
 }
