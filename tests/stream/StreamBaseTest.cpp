@@ -23,9 +23,9 @@
 #include <cstdint>
 #include <future>
 #include <memory>
-#include <vector>
 #include <mutex>
 #include <optional>
+#include <vector>
 
 namespace {
 
