@@ -22,6 +22,7 @@ namespace {
 using namespace std::chrono_literals;
 using testing::Contains;
 using testing::Each;
+using testing::HasSubstr;
 
 /// How each attack ends, by the number of the error.
 using Outcome = std::map<std::string, int>;
@@ -232,6 +233,77 @@ TEST_F(Confinement, CoversTheThreadsOfLibrariesAsWell) {
     EXPECT_THAT(filters, Each(std::string("2")));
     EXPECT_THAT(ofAllThreads(session.worker().processId(), "NoNewPrivs:\t"), Each(std::string("1")));
 }
+
+/// Of a worker whose kernel is older.
+class OldKernel : public Confinement {
+protected:
+    Session::Options playing(const std::string& options, const std::string& variable,
+                             const std::string& value) const {
+        auto result = attackedIn("video output", options);
+        result.environment.front().second = ATTACKS_LIBRARY ":" OLD_KERNEL_LIBRARY;
+        result.environment.emplace_back(variable, value);
+        return result;
+    }
+};
+
+class OldLandlock : public OldKernel, public testing::WithParamInterface<const char*> {};
+
+TEST_P(OldLandlock, RefusesTheSame) {
+    Session session(playing("sandbox=required", "MW_LANDLOCK_VERSION", GetParam()));
+    session.start(server_.url("/live.flv"));
+    ASSERT_TRUE(session.waitForLine("attack is over")) << session.logText();
+    EXPECT_EQ(outcomeIn(session), kRefusals) << session.logText();
+    EXPECT_TRUE(session.waitForFrames(3)) << "and it plays on: " << session.logText();
+}
+
+INSTANTIATE_TEST_SUITE_P(Versions, OldLandlock, testing::Values("1", "2", "3", "4", "5"),
+                         [](const auto& instance) { return std::string("Version").append(instance.param); });
+
+struct LackingCase {
+    const char* name;
+    const char* variable;
+    const char* line;         ///< its beginning
+    const char* stillRefused; ///< by what there is
+    int error;
+    const char* noLongerRefused;
+
+    friend void PrintTo(const LackingCase& lacking, std::ostream* out) { *out << lacking.name; }
+};
+
+class KernelWithout : public OldKernel, public testing::WithParamInterface<LackingCase> {};
+
+TEST_P(KernelWithout, IsToldAndTheRestIsInForce) {
+    auto options = playing("sandbox=on", GetParam().variable, "0");
+    options.environment.emplace_back("MW_ATTACK_SPARES_PROGRAM", "1");
+    Session session(options);
+    session.start(server_.url("/live.flv"));
+    ASSERT_TRUE(session.waitForLine("attack is over")) << session.logText();
+    EXPECT_THAT(session.logText(), HasSubstr(GetParam().line));
+    Outcome outcome = outcomeIn(session);
+    EXPECT_EQ(outcome[GetParam().stillRefused], GetParam().error) << session.logText();
+    EXPECT_EQ(outcome[GetParam().noLongerRefused], 0) << session.logText();
+    EXPECT_TRUE(session.waitForFrames(3)) << session.logText();
+}
+
+TEST_P(KernelWithout, EndsAWorkerThatRequiresIt) {
+    Session session(playing("sandbox=required", GetParam().variable, "0"));
+    session.start(server_.url("/live.flv"));
+    EXPECT_EQ(session.waitForExit(), 1) << session.logText();
+    EXPECT_THAT(session.logText(), HasSubstr(GetParam().line));
+    EXPECT_TRUE(session.hasLine("sandbox is required, exit")) << session.logText();
+    EXPECT_EQ(server_.exchanges().size(), 0U) << "before anything is read";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Any, KernelWithout,
+    testing::Values(
+        LackingCase{"Landlock", "MW_LANDLOCK_VERSION",
+                    "sandbox: this system does not have Landlock (the kernel: Function not implemented)",
+                    "fork", EPERM, "read-secret"},
+        LackingCase{"Filters", "MW_NO_SECCOMP",
+                    "sandbox: this system does not have the filter of system calls (", "read-secret", EACCES,
+                    "fork"}),
+    [](const auto& instance) { return std::string(instance.param.name); });
 
 TEST_F(Confinement, IsNotThereWithoutTheOption) {
     Session session({.environment = {{"MEDIAWORKER_OPTIONS", "sandbox=off"}}});
