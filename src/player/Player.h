@@ -56,6 +56,9 @@ public:
 
     /// The user's pause. Thread-safe.
     void setPause(bool paused);
+    /// How many outputs (of pictures, of sound) stand still in a pause, the user's or for buffering.
+    /// Thread-safe.
+    [[nodiscard]] int pausedOutputs() const { return pauseCtrl_->waiting(); }
 
     /// End of input: lets what was received play out and waits for it, also for the end of a user's pause.
     /// Not to be called from one of the engine's own threads.

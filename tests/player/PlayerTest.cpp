@@ -95,6 +95,17 @@ protected:
             std::this_thread::yield();
         }
     }
+    /// Whether nobody waits for an earlier time than that, once all threads have come to rest.
+    [[nodiscard]] bool waitsOnlyBeyond(base::TimePoint time) const {
+        const auto end = std::chrono::steady_clock::now() + 10s;
+        while (clock.earliestDeadline() <= time) {
+            if (std::chrono::steady_clock::now() > end) {
+                return false;
+            }
+            std::this_thread::yield();
+        }
+        return true;
+    }
     [[nodiscard]] bool buffers() const {
         return log.count("ko_player::Player::beginBuffering: buf start: p: 0, l: 0") > 0 &&
                countStarting("ko_player::Player::finishBuffering: ") == 0;
@@ -215,13 +226,17 @@ TEST_F(PlayerTest, EndsWhileABufferingPeriodIsCanceled) {
 
 TEST_F(PlayerTest, AnEndedBufferingPeriodIsNotCanceled) {
     const auto pieces = makeFlv(encode(spec(50)));
+    const base::TimePoint begin = clock.now();
     start(Buffering::On, {100'000s, 100'000s});
     feedHead(pieces);
     feedPieces(pieces, 26);
     showUntil(26);
-    // The watcher waits for its next request, not for a deadline: only the output has one.
-    clock.advance(seconds(50'000));
+    // The watcher waits for its next request, not for the end of the first period. The output still has a
+    // deadline, later by the second of video that it has shown.
+    EXPECT_TRUE(waitsOnlyBeyond(begin + 100'000s + 500ms));
+    clock.advance(begin + 100'000s + 500ms - clock.now());
     EXPECT_EQ(countStarting("ko_player::Player::cancelBuffering"), 0);
+    EXPECT_EQ(video->count("timeout"), 0);
 }
 
 TEST_F(PlayerTest, TheUsersPauseOutlastsBuffering) {
@@ -232,7 +247,12 @@ TEST_F(PlayerTest, TheUsersPauseOutlastsBuffering) {
     feedHead(pieces);
     feedPieces(pieces, 30);
     EXPECT_EQ(countStarting("ko_player::Player::finishBuffering"), 1);
+    // The output stands still with the first picture, unless it has shown it.
+    while (player->pausedOutputs() == 0 && video->shown().empty()) {
+        std::this_thread::yield();
+    }
     clock.advance(seconds(1));
+    EXPECT_EQ(player->pausedOutputs(), 1);
     EXPECT_TRUE(video->shown().empty());
     player->setPause(false);
     EXPECT_TRUE(log.contains("ko_player::Player::setPause: paused: 0"));
