@@ -9,6 +9,9 @@ namespace {
 
 using std::chrono::milliseconds;
 
+/// Quick ones, and doublings: above this nothing changes any more.
+constexpr int kMostAttempts = 1000;
+
 /// The stream came, and was no good; or no worker can be run.
 bool isHopeless(ExitCause cause) {
     return cause == ExitCause::PicturesUnavailable || cause == ExitCause::PicturesEnded ||
@@ -25,6 +28,7 @@ bool isFinal(const AttemptEnd& end) {
 ReconnectRule::ReconnectRule(const ReconnectPolicy& policy) : policy_(policy) {
     policy_.firstDelay = std::max(policy.firstDelay, milliseconds::zero());
     policy_.longestDelay = std::max(policy.longestDelay, policy_.firstDelay);
+    policy_.quickAttempts = std::clamp(policy.quickAttempts, 1, kMostAttempts);
     policy_.randomPart = policy.randomPart > 0 ? std::min(policy.randomPart, 1.0) : 0.0;
 }
 
@@ -41,13 +45,10 @@ std::optional<milliseconds> ReconnectRule::next(const AttemptEnd& end, double ra
     if (!policy_.isEnabled || isFinal(end) || hopeless_ >= policy_.hopelessAttempts) {
         return std::nullopt;
     }
-    constexpr int kAttemptsPerDelay = 2;
-    const int doublings = attempts_ / kAttemptsPerDelay;
+    const int doublings = std::max(attempts_ + 1 - policy_.quickAttempts, 0);
     const double doubled = static_cast<double>(policy_.firstDelay.count()) * std::exp2(doublings);
     const double delay = std::min(doubled, static_cast<double>(policy_.longestDelay.count()));
-    // Above this nothing changes any more.
-    constexpr int kMostAttempts = 1000;
-    attempts_ = std::min(attempts_ + 1, kMostAttempts);
+    attempts_ = std::min(attempts_ + 1, 2 * kMostAttempts);
     const double part = policy_.randomPart * std::clamp(random, 0.0, 1.0);
     return milliseconds(std::llround(delay * (1.0 - part)));
 }

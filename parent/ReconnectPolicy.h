@@ -11,8 +11,9 @@ namespace mediaworker::parent {
 struct ReconnectPolicy {
     bool isEnabled = true; ///< false: never
     std::chrono::milliseconds firstDelay{500};
-    /// The delay doubles with every second attempt, up to here. (Every second: a server that was away for
-    /// five seconds is found again within two.)
+    /// So many attempts follow each other after the first delay: a server that was away for five seconds is
+    /// to be found again within one, whoever waits for a picture. Then the delay doubles with each attempt.
+    int quickAttempts = 10;
     std::chrono::milliseconds longestDelay{30000};
     /// How much of a delay is left to chance, so that many streams of one server do not come back in the same
     /// instant: a delay of d takes d * (1 - randomPart) to d. 0 to 1.

@@ -14,14 +14,23 @@ namespace {
 
 constexpr AttemptEnd kRefused{.cause = ExitCause::ConnectionRefused};
 
-TEST(ReconnectRule, DoublesWithEverySecondAttempt) {
+TEST(ReconnectRule, DoublesAfterTenQuickAttempts) {
     ReconnectRule rule;
-    for (const milliseconds delay : {500ms, 500ms, 1000ms, 1000ms, 2000ms, 2000ms, 4000ms, 4000ms, 8000ms,
-                                     8000ms, 16000ms, 16000ms, 30000ms, 30000ms, 30000ms}) {
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(rule.next(kRefused, 0), 500ms) << i;
+    }
+    for (const milliseconds delay : {1000ms, 2000ms, 4000ms, 8000ms, 16000ms, 30000ms, 30000ms}) {
         EXPECT_EQ(rule.next(kRefused, 0), delay);
     }
     for (int i = 0; i < 5000; ++i) {
         ASSERT_EQ(rule.next(kRefused, 0), 30000ms) << i;
+    }
+}
+
+TEST(ReconnectRule, DoublesAtOnceIfItIsTo) {
+    ReconnectRule rule({.quickAttempts = 1});
+    for (const milliseconds delay : {500ms, 1000ms, 2000ms, 4000ms}) {
+        EXPECT_EQ(rule.next(kRefused, 0), delay);
     }
 }
 
@@ -37,13 +46,14 @@ TEST(ReconnectRule, LeavesAPartToChance) {
 
 TEST(ReconnectRule, BeginsAnewAfterTenSecondsOfPictures) {
     ReconnectRule rule;
-    for (int i = 0; i < 6; ++i) {
+    for (int i = 0; i < 12; ++i) {
         (void)rule.next(kRefused, 0);
     }
     EXPECT_EQ(rule.next({.cause = ExitCause::ConnectionLost, .played = 9999ms}, 0), 4000ms);
     EXPECT_EQ(rule.next({.cause = ExitCause::ConnectionLost, .played = 10s}, 0), 500ms);
-    (void)rule.next(kRefused, 0);
-    (void)rule.next(kRefused, 0);
+    for (int i = 0; i < 12; ++i) {
+        (void)rule.next(kRefused, 0);
+    }
     rule.reset();
     EXPECT_EQ(rule.next(kRefused, 0), 500ms) << "the user wanted it";
 }
@@ -104,6 +114,11 @@ TEST(ReconnectRule, Never) {
 TEST(ReconnectRule, TakesWhatMakesNoSenseForTheNearestThatDoes) {
     ReconnectRule backwards({.firstDelay = -5s, .longestDelay = -10s, .randomPart = -1});
     EXPECT_EQ(backwards.next(kRefused, 1), 0ms);
+    ReconnectRule quick({.quickAttempts = -3});
+    EXPECT_EQ(quick.next(kRefused, 0), 500ms);
+    EXPECT_EQ(quick.next(kRefused, 0), 1000ms);
+    ReconnectRule endless({.quickAttempts = std::numeric_limits<int>::max()});
+    EXPECT_EQ(endless.next(kRefused, 0), 500ms);
     ReconnectRule shorter({.firstDelay = 2s, .longestDelay = 1s, .randomPart = 9});
     EXPECT_EQ(shorter.next(kRefused, 0), 2000ms);
     EXPECT_EQ(shorter.next(kRefused, 1), 0ms);
@@ -111,7 +126,7 @@ TEST(ReconnectRule, TakesWhatMakesNoSenseForTheNearestThatDoes) {
     EXPECT_EQ(unordered.next(kRefused, 1), 500ms);
 }
 
-// A server that is away for five seconds is found again within two, whatever chance does.
+// A server that is away for five seconds is found again within one, whatever chance does.
 TEST(ReconnectRule, FindsAServerAgainSoon) {
     for (int seed = 0; seed <= 100; ++seed) {
         ReconnectRule rule;
@@ -119,7 +134,7 @@ TEST(ReconnectRule, FindsAServerAgainSoon) {
         for (int i = 0; passed < 5s; ++i) {
             passed += rule.next(kRefused, ((seed * 37 + i * 61) % 101) / 100.0).value();
         }
-        EXPECT_LE(passed, 7s) << seed;
+        EXPECT_LE(passed, 6s) << seed;
     }
 }
 
