@@ -1,12 +1,16 @@
 # Flags for our own code only; dependencies come in as imported (system) targets.
 add_library(mw_flags INTERFACE)
-target_compile_options(mw_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
-if(MEDIAWORKER_WERROR)
-    target_compile_options(mw_flags INTERFACE -Werror)
+if(MSVC)
+    target_compile_options(mw_flags INTERFACE /W4 $<$<BOOL:${MEDIAWORKER_WERROR}>:/WX>)
+else()
+    target_compile_options(mw_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+        $<$<BOOL:${MEDIAWORKER_WERROR}>:-Werror>)
 endif()
 # Assertions name their files; where those lay when they were built is nobody's business.
-target_compile_options(mw_flags INTERFACE
-    -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/= -fmacro-prefix-map=${PROJECT_BINARY_DIR}/=)
+if(NOT MSVC)
+    target_compile_options(mw_flags INTERFACE
+        -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/= -fmacro-prefix-map=${PROJECT_BINARY_DIR}/=)
+endif()
 if(MEDIAWORKER_SANITIZE)
     add_compile_options(-fsanitize=${MEDIAWORKER_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${MEDIAWORKER_SANITIZE})
@@ -15,6 +19,31 @@ if(MEDIAWORKER_FUZZ)
     add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=address,undefined)
 endif()
+
+# The stream is hostile, so what an overflow could use is taken away. Of every build but those of the sanitizers,
+# which have checks of their own, so that the programs that are tested are made as those that are shipped.
+function(mw_harden)
+    if(MSVC OR MEDIAWORKER_SANITIZE OR MEDIAWORKER_FUZZ)
+        return()
+    endif()
+    if(WIN32)
+        # Its C library checks no sizes, and GCC's stack protector would be one more DLL to ship.
+        add_link_options(-Wl,--dynamicbase,--high-entropy-va,--nxcompat)
+        return()
+    endif()
+    add_compile_options(-fstack-protector-strong)
+    # Programs can be loaded anywhere; what goes into a shared object has CMake's flag for that.
+    add_compile_options($<$<NOT:$<BOOL:$<TARGET_PROPERTY:POSITION_INDEPENDENT_CODE>>>:-fPIE>)
+    add_link_options($<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-pie>)
+    # The table of imported functions is filled at the start, and read only from then on.
+    add_link_options(-Wl,-z,relro,-z,now)
+    # Checks of sizes, which come with optimisation only.
+    string(TOUPPER "${CMAKE_BUILD_TYPE}" type)
+    if("${CMAKE_CXX_FLAGS} ${CMAKE_CXX_FLAGS_${type}}" MATCHES "-O[123gsz]")
+        add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+    endif()
+endfunction()
+mw_harden()
 
 # mw_include_rule(<folder> <ENGINE|QT> <targets>...)
 #

@@ -20,6 +20,9 @@ import sys
 import tempfile
 import threading
 
+sys.dont_write_bytecode = True  # beside the source
+import hardening
+
 SKIPPED = 77
 LEFT_OUT = ("/usr/share/doc/", "/usr/share/man/", "/usr/share/locale/", "/usr/share/info/", "/usr/share/icons/")
 PROGRAMS = ("mediaworker", "mediaworker-ctl", "mediaworker-view")
@@ -149,6 +152,8 @@ def check_contents(deb, folder, forbidden):
             if content.startswith(b"\x7fELF"):
                 check(not re.search("RPATH|RUNPATH", run("readelf", "--dynamic", path)), path, "has a run path")
                 check(".debug_info" not in run("readelf", "--sections", "--wide", path), path, "is not stripped")
+            if content.startswith((b"\x7fELF", b"!<arch>")):
+                check(not hardening.flaws(path), path, hardening.flaws(path))
 
 
 def check_about(folder, package, version):
