@@ -22,20 +22,9 @@ foreach(program IN ITEMS mediaworker mediaworker-ctl mediaworker-view)
     install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endforeach()
 
-# mw_changelog(<file>): what Debian wants to know about a version. The same sources give the same bytes: its date is that
-# of the newest commit, where there is no SOURCE_DATE_EPOCH.
+# mw_changelog(<file>): what Debian wants to know about a version.
 function(mw_changelog file)
-    if(NOT DEFINED ENV{SOURCE_DATE_EPOCH})
-        execute_process(COMMAND git log -1 --format=%ct WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
-            OUTPUT_VARIABLE committed OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET RESULT_VARIABLE status)
-        if(status EQUAL 0)
-            set(ENV{SOURCE_DATE_EPOCH} ${committed})
-        endif()
-    endif()
-    string(TIMESTAMP changelog_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
-    if(DEFINED committed)
-        unset(ENV{SOURCE_DATE_EPOCH})
-    endif()
+    mw_source_date(changelog_date "%a, %d %b %Y %H:%M:%S +0000")
     set(plain ${PROJECT_BINARY_DIR}/debian/changelog)
     configure_file(${PROJECT_SOURCE_DIR}/cmake/debian/changelog.in ${plain} @ONLY)
     execute_process(COMMAND ${GZIP_PROGRAM} -9nc ${plain} OUTPUT_FILE ${file} COMMAND_ERROR_IS_FATAL ANY)

@@ -192,6 +192,12 @@ def check_runtime(deb, folder):
         check("mediaworker " + control["Version"] in text, "the version in the page of", program)
     check(glob.glob(folder + "/usr/lib/mediaworker/libmediaworker_sound.so"), "the sound module is missing")
     check(os.path.exists(folder + "/usr/share/doc/mediaworker/docs/protocol.md"), "the protocol is missing")
+    share = folder + "/usr/share/"
+    for path in ("applications/mediaworker-view.desktop", "icons/hicolor/scalable/apps/mediaworker-view.svg",
+                 "icons/hicolor/48x48/apps/mediaworker-view.png", "metainfo/org.example.mediaworker.view.metainfo.xml",
+                 "bash-completion/completions/mediaworker-ctl", "bash-completion/completions/mediaworker-view",
+                 "zsh/vendor-completions/_mediaworker"):
+        check(os.path.getsize(share + path) > 0, path)
     check(not glob.glob(folder + "/usr/include"), "headers are for the other package")
     return depends
 

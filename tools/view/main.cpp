@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QIcon>
 #include <QTimer>
 
 #include <cstdio>
@@ -69,10 +70,13 @@ int show(const ViewerOptions& options) {
 int main(int argc, char** argv) {
     QCoreApplication::setApplicationName(QStringLiteral("mediaworker-view"));
     QCoreApplication::setApplicationVersion(QStringLiteral(MEDIAWORKER_VERSION));
+    // So that a desktop knows whose windows these are.
+    QGuiApplication::setDesktopFileName(QStringLiteral("mediaworker-view"));
     const ViewerOptions options = readArguments(argc, argv);
     if (options.action != ViewerOptions::Action::Show) {
         return printText(options);
     }
     const QApplication application(argc, argv);
+    QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("mediaworker-view")));
     return show(options);
 }
