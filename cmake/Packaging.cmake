@@ -102,6 +102,8 @@ and Python.")
         list(APPEND debian_files ${PROJECT_BINARY_DIR}/debian/changelog.gz)
     endif()
     install(FILES ${debian_files} DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/mediaworker)
+    install(FILES ${PROJECT_SOURCE_DIR}/cmake/debian/lintian-overrides
+        DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides RENAME mediaworker)
     install(FILES ${debian_files} DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/mediaworker-dev COMPONENT dev)
 endif()
 include(CPack)
