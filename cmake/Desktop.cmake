@@ -44,6 +44,7 @@ install(FILES ${PROJECT_SOURCE_DIR}/share/applications/mediaworker-view.desktop
 # No licence has been granted for anything here, and software centres take descriptions only under a permissive one:
 # whoever may grant it names it here.
 set(MEDIAWORKER_METADATA_LICENSE LicenseRef-proprietary CACHE STRING "Licence of the description for software centres")
+set(MEDIAWORKER_HOMEPAGE https://mediaworker.example.org CACHE STRING "Where people read about the programs")
 mw_source_date(MEDIAWORKER_DATE "%Y-%m-%d")
 set(name org.example.mediaworker.view.metainfo.xml)
 configure_file(${PROJECT_SOURCE_DIR}/share/metainfo/${name}.in ${PROJECT_BINARY_DIR}/share/metainfo/${name} @ONLY)
