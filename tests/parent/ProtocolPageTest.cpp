@@ -255,14 +255,37 @@ TEST(ProtocolPage, ShowsLinesThatTheLibraryUnderstands) {
     }
 }
 
-TEST(Readme, NamesEveryCause) {
-    const QString readme = textOf(README_PAGE);
-    const int begin = readme.indexOf(QStringLiteral("| `cause` |"));
-    ASSERT_GE(begin, 0);
-    const QString table = readme.mid(begin, readme.indexOf(QStringLiteral("\n\n"), begin) - begin);
+/// What stands in bold or in italics on a manual page, word by word.
+std::set<QString> wordsOf(const char* manualPage) {
+    std::set<QString> words;
+    for (const QString& line : found(textOf(manualPage), QStringLiteral("^\\.[BIR]+ (.*)$"))) {
+        static const QRegularExpression word(QStringLiteral("[A-Za-z]+"));
+        for (auto match = word.globalMatch(line); match.hasNext();) {
+            words.insert(match.next().captured());
+        }
+    }
+    return words;
+}
+
+TEST(ManualPage, OfTheControlProgramNamesEveryCause) {
+    const std::set<QString> words = wordsOf(CTL_MAN_PAGE);
     for (int cause = 0; cause <= static_cast<int>(ExitCause::Killed); ++cause) {
         const QString name = exitCauseName(static_cast<ExitCause>(cause));
-        EXPECT_TRUE(table.contains(u'`' + name + u'`')) << name.toStdString();
+        EXPECT_EQ(words.count(name), 1U) << name.toStdString();
+    }
+}
+
+TEST(ManualPage, OfTheControlProgramNamesEveryEventAndFieldOfItsJson) {
+    const QString source = textOf(CTL_REPORT_SOURCE);
+    std::set<QString> told =
+        found(source, QStringLiteral("(?:insert\\(|\\{)QStringLiteral\\(\"(\\w+)\"\\),"));
+    EXPECT_GT(told.size(), 20U);
+    const auto events = found(source, QStringLiteral("\"event\"\\), QStringLiteral\\(\"(\\w+)\""));
+    EXPECT_GT(events.size(), 5U);
+    told.insert(events.begin(), events.end());
+    const std::set<QString> words = wordsOf(CTL_MAN_PAGE);
+    for (const QString& name : told) {
+        EXPECT_EQ(words.count(name), 1U) << name.toStdString();
     }
 }
 
