@@ -1,8 +1,14 @@
 #include "parent/ProcessGroup.h"
 
+#include <QProcess>
+
 #include <windows.h>
 
 namespace mediaworker::parent {
+
+QProcess* makeMortalProcess(QObject* owner) {
+    return new QProcess(owner);
+}
 
 struct ProcessGroup::Job {
     Job() = default;

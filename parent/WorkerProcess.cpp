@@ -123,7 +123,8 @@ bool WorkerProcess::listen() {
 }
 
 void WorkerProcess::launch(const QStringList& arguments, const QString& options) {
-    process_ = new QProcess(this);
+    // A command that runs the worker may have reasons of its own to stay.
+    process_ = programPrefix_.isEmpty() ? makeMortalProcess(this) : new QProcess(this);
     process_->setStandardInputFile(QProcess::nullDevice());
     process_->setStandardOutputFile(QProcess::nullDevice());
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();

@@ -33,6 +33,10 @@ class ProcessGroup;
 /// is read as it comes and kept in bounded buffers. Lives in a thread with an event loop; all functions and
 /// signals belong to that thread. Slots may call anything here, and may delete the object with deleteLater().
 ///
+/// A worker ends with its link, and so with this process. One that has none yet, or does not look at it, also
+/// ends with this process where the system has the means: on Windows always; on Linux if the main thread has
+/// started it, without a program prefix.
+///
 /// Without the event loop nothing happens, but for what waitForFinished() does in its place: it accepts the
 /// worker, writes the commands and emits all signals of the link, the log and the end. connectTimedOut()
 /// comes from the event loop alone. Whenever the worker's end is noticed, what it had sent until then is

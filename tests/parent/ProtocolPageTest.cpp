@@ -255,6 +255,26 @@ TEST(ProtocolPage, ShowsLinesThatTheLibraryUnderstands) {
     }
 }
 
+// Lines whose text other sources make up are compared with the sources.
+TEST(ProtocolPage, ShowsEveryOutcomeOfAnAttemptToStartADevice) {
+    const QString sources =
+        textOf(AUDIO_SINK_SOURCE) + textOf(SOUND_MODULE_SOURCE) + textOf(AUDIO_PIPELINE_SOURCE);
+    const QString text = page();
+    const int begin = text.indexOf(QStringLiteral("### Whether there is sound"));
+    ASSERT_GE(begin, 0);
+    const QString part = text.mid(begin, text.indexOf(QStringLiteral("For a local file:"), begin) - begin);
+    std::set<QString> outcomes = found(sources, QStringLiteral("^        return \"(.*)\";$"));
+    EXPECT_EQ(outcomes.size(), 5U);
+    outcomes.insert(QString()); // an error without a text
+    EXPECT_EQ(found(part, QStringLiteral("^\\| `Trying to start audio device: ([^`]*)` \\|")), outcomes);
+    for (const QString& line : found(part, QStringLiteral("^\\| `([^`]+)`"))) {
+        // A function's name and what it says are two strings there.
+        for (const QString& piece : line.split(QStringLiteral(": "), Qt::SkipEmptyParts)) {
+            EXPECT_TRUE(sources.contains(piece)) << piece.toStdString();
+        }
+    }
+}
+
 /// What stands in bold or in italics on a manual page, word by word.
 std::set<QString> wordsOf(const char* manualPage) {
     std::set<QString> words;
