@@ -26,7 +26,7 @@ class CommandQueue {
 public:
     /// Of a clock that does not go backwards.
     using TimePoint = std::chrono::steady_clock::time_point;
-    using Milliseconds = std::chrono::milliseconds;
+    using Milliseconds = std::chrono::milliseconds; ///< of real time
 
     /// A worker takes a command within a millisecond, unless its sound device makes it wait.
     static constexpr Milliseconds kFallback{250};
@@ -39,8 +39,11 @@ public:
     /// Queues a volume. One that waits unsent at the end of the queue is replaced: only the newest counts.
     /// All these return false, and queue nothing, when the queue is full.
     [[nodiscard]] bool pushVolume(std::uint32_t percent);
+    /// Queues a pause, its end, or the end of the sound.
     [[nodiscard]] bool pushPause() { return push(MessageType::Pause, 0); }
+    /// @copydoc pushPause
     [[nodiscard]] bool pushResume() { return push(MessageType::Resume, 0); }
+    /// @copydoc pushPause
     [[nodiscard]] bool pushStopAudio() { return push(MessageType::StopAudio, 0); }
 
     /// The worker has logged that it took a command of this type. Anything that was not written is ignored.

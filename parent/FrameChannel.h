@@ -36,8 +36,8 @@ public:
     class Hold {
     public:
         Hold() = default;
-        Hold(Hold&& other) noexcept;
-        Hold& operator=(Hold&& other) noexcept;
+        Hold(Hold&& other) noexcept;            ///< takes over; the other one holds nothing then
+        Hold& operator=(Hold&& other) noexcept; ///< lets go of its own, and takes over
         Hold(const Hold&) = delete;
         Hold& operator=(const Hold&) = delete;
         ~Hold();

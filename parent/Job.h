@@ -17,7 +17,7 @@ struct StreamJob {
     QString proxyUrl = {};  ///< empty: none
     QString proxyType = {}; ///< "socks5", or anything else for an HTTP proxy
 
-    FlvReading flv = FlvReading::Standard;
+    FlvReading flv = FlvReading::Standard; ///< how its FLV is read
     /// The delay stays as small as the network allows, and every hitch of it shows: no pictures are kept
     /// ahead.
     bool lowLatency = false;
@@ -34,7 +34,7 @@ struct ExportJob {
     int durationMs = 0; ///< length; what progress is measured against
     QString outputPath; ///< the file to write; what is there is overwritten
 
-    FlvReading flv = FlvReading::Standard;
+    FlvReading flv = FlvReading::Standard; ///< how its FLV is read
     /// The file ends at the picture that begins behind the duration; with a duration of 0, at
     /// WorkerProcess::finish(). Otherwise the duration is what a server is expected to send, and a stream
     /// that goes on is cut ten seconds behind it.

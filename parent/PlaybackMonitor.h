@@ -25,8 +25,8 @@ enum class PlaybackState {
 /// Holds no clock: the time is passed in and must not go backwards. Memory is bounded. Not thread-safe.
 class PlaybackMonitor {
 public:
-    using TimePoint = std::chrono::steady_clock::time_point;
-    using Milliseconds = std::chrono::milliseconds;
+    using TimePoint = std::chrono::steady_clock::time_point; ///< passed in
+    using Milliseconds = std::chrono::milliseconds;          ///< of real time
 
     /// The worker waits for the time of a picture that is up to 1,200 ms behind the one before, and shows one
     /// that is farther away at once. So a longer silence cannot be the stream's own frame rate: there is
@@ -42,18 +42,20 @@ public:
 
     /// A worker was started; what was known of the one before is forgotten.
     void started(TimePoint now);
-    void connected();
-    void frame(TimePoint now, qint64 ptsMs);
+    void connected();                        ///< the worker has said so
+    void frame(TimePoint now, qint64 ptsMs); ///< a picture was shown
     /// The user ordered a pause or its end.
     void setPaused(TimePoint now, bool paused);
     /// The stream told its absolute time; belongs to the newest picture, or to the first if none came yet.
     void absoluteTime(qint64 value);
+    /// The stream told where in a recording it is, in units of the server.
     void fragment(qint64 position, qint64 duration);
-    void ended();
+    void ended(); ///< the worker is gone
 
     // What that means.
 
-    [[nodiscard]] PlaybackState state(TimePoint now) const;
+    [[nodiscard]] PlaybackState state(TimePoint now) const; ///< as people would say it
+    /// The user wants it to stand still.
     [[nodiscard]] bool isPaused() const noexcept { return pausedSince_.has_value(); }
 
     /// Pictures that came.

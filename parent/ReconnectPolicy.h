@@ -9,11 +9,12 @@ namespace mediaworker::parent {
 
 /// When a stream whose worker has ended is started again.
 struct ReconnectPolicy {
-    bool isEnabled = true; ///< false: never
-    std::chrono::milliseconds firstDelay{500};
+    bool isEnabled = true;                     ///< false: never
+    std::chrono::milliseconds firstDelay{500}; ///< before the first attempt to start it again
     /// So many attempts follow each other after the first delay: a server that was away for five seconds is
     /// to be found again within one, whoever waits for a picture. Then the delay doubles with each attempt.
     int quickAttempts = 10;
+    /// What the delay doubles up to.
     std::chrono::milliseconds longestDelay{30000};
     /// How much of a delay is left to chance, so that many streams of one server do not come back in the same
     /// instant: a delay of d takes d * (1 - randomPart) to d. 0 to 1.
@@ -27,9 +28,9 @@ struct ReconnectPolicy {
 
 /// How one attempt to play a stream ended.
 struct AttemptEnd {
-    WorkerMode mode = WorkerMode::Stream;
-    ExitCause cause = ExitCause::Unknown;
-    std::chrono::milliseconds played{0}; ///< from its first picture to its newest
+    WorkerMode mode = WorkerMode::Stream; ///< what the worker did
+    ExitCause cause = ExitCause::Unknown; ///< why it ended
+    std::chrono::milliseconds played{0};  ///< from its first picture to its newest
 };
 
 /// Carries a policy out: tell it every end. Holds no clock. Not thread-safe.

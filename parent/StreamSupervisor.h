@@ -31,6 +31,7 @@ class StreamSupervisor : public QObject {
     Q_OBJECT
 
 public:
+    /// Plays nothing yet.
     explicit StreamSupervisor(QObject* parent = nullptr);
     ~StreamSupervisor() override;
     StreamSupervisor(const StreamSupervisor&) = delete;
@@ -52,10 +53,12 @@ public:
 
     /// Starts the sound if it is off. 0 to 100.
     void setVolume(int percent);
-    void stopAudio();
-    void setPaused(bool isPaused);
+    void stopAudio();              ///< until the next setVolume()
+    void setPaused(bool isPaused); ///< the pictures stand still, or go on
 
+    /// What it is about now.
     [[nodiscard]] StreamState state() const noexcept { return state_; }
+    /// As setPaused() had it.
     [[nodiscard]] bool isPaused() const noexcept { return isPaused_; }
     /// Of the workers since start() or retry(), counting from 1.
     [[nodiscard]] int attempt() const noexcept { return attempt_; }
@@ -73,6 +76,7 @@ public:
     /// The present worker, or the last: for its settings and its signals. Starting and ending it are this
     /// object's.
     [[nodiscard]] WorkerProcess& worker() noexcept { return worker_; }
+    /// @overload
     [[nodiscard]] const WorkerProcess& worker() const noexcept { return worker_; }
 
 Q_SIGNALS:

@@ -14,12 +14,12 @@ struct WorkerFindings {
     std::optional<int> httpStatus = {}; ///< of a response that was no success: 300 and above
     QString httpReason = {};            ///< the words that came with it, "Not Found"; may be empty
     QString networkError = {};          ///< by its name in QNetworkReply::NetworkError; empty: there was none
-    QString networkErrorText = {};
-    QString picturesUnavailable = {}; ///< codec and first reason; empty: nothing was said of the kind
-    QString soundUnavailable = {};    ///< codec and first reason, or that there is no device
+    QString networkErrorText = {};      ///< the same in words
+    QString picturesUnavailable = {};   ///< codec and first reason; empty: nothing was said of the kind
+    QString soundUnavailable = {};      ///< codec and first reason, or that there is no device
     /// Of an export whose file is complete: how long its pictures last, and whether it has sound.
     std::optional<qint64> recordedMs = {};
-    bool hasRecordedSound = false;
+    bool hasRecordedSound = false; ///< with recordedMs
 
     /// The response ended by one of the two.
     [[nodiscard]] bool isResponseFailed() const { return httpStatus || !networkError.isEmpty(); }

@@ -45,6 +45,7 @@ class WorkerProcess : public QObject {
     Q_OBJECT
 
 public:
+    /// Starts nothing yet.
     explicit WorkerProcess(QObject* parent = nullptr);
     /// Kills a worker that still runs, waits for its end, and removes everything that was shared with it.
     ~WorkerProcess() override;
@@ -73,6 +74,7 @@ public:
     /// worker runs already; a program that cannot be run is reported by startFailed(). An object can be used
     /// for one worker after the other.
     [[nodiscard]] bool start(const StreamJob& job);
+    /// @overload
     [[nodiscard]] bool start(const ExportJob& job);
 
     /// From start() until just before finished() or startFailed(). Slots of these may start the next worker.
