@@ -4,6 +4,8 @@
 #include "parent/CommandQueue.h"
 #include "parent/ExitReason.h"
 #include "parent/LineSplitter.h"
+#include "parent/MaskedUrls.h"
+#include "parent/Problem.h"
 #include "parent/WorkerFindings.h"
 
 #include <algorithm>
@@ -38,7 +40,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     CommandQueue::TimePoint now{};
     const auto take = [&](const QByteArray& line) {
         require(line.size() <= LineSplitter::kMaxLineBytes && !line.contains('\n'));
-        findings.take(QString::fromUtf8(line), line.size() % 2 == 0);
+        const QString text = QString::fromUtf8(line);
+        const QString masked = maskedUrls(text);
+        require(maskedUrls(masked) == masked);
+        findings.take(text, line.size() % 2 == 0);
         static_cast<void>(commands.pushPause());
         if (!line.isEmpty()) {
             commands.acknowledged(static_cast<std::uint8_t>(line.back()));
@@ -56,6 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     for (const WorkerMode mode : {WorkerMode::Stream, WorkerMode::LocalFile, WorkerMode::Export}) {
         for (int code = 0; code <= 5; ++code) {
             requirePlain(exitReason(mode, code, false, findings));
+            requirePlain(problemOf(mode, code, code % 2 == 1, findings).networkError);
             require(!exitCauseName(exitCause(mode, code, false, findings)).isEmpty());
         }
     }
@@ -63,5 +69,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     requirePlain(findings.networkErrorText);
     requirePlain(findings.picturesUnavailable);
     requirePlain(findings.soundUnavailable);
+    requirePlain(findings.streamError);
+    requirePlain(findings.writeError);
+    requirePlain(findings.otherFailure);
     return 0;
 }

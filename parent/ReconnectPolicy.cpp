@@ -14,8 +14,19 @@ constexpr int kMostAttempts = 1000;
 
 /// The stream came, and was no good; or no worker can be run.
 bool isHopeless(ExitCause cause) {
-    return cause == ExitCause::PicturesUnavailable || cause == ExitCause::PicturesEnded ||
-           cause == ExitCause::NotAStream || cause == ExitCause::Failed;
+    switch (cause) {
+    case ExitCause::PicturesUnavailable:
+    case ExitCause::PicturesEnded:
+    case ExitCause::NotAStream:
+    case ExitCause::FileNotWritable:
+    case ExitCause::Crashed:
+    case ExitCause::WorkerMissing:
+    case ExitCause::WorkerUnusable:
+    case ExitCause::Failed:
+        return true;
+    default:
+        return false;
+    }
 }
 
 /// Nothing that a new worker would change.

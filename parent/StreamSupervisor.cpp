@@ -19,6 +19,11 @@ constexpr milliseconds kKillWait = 5s;
 // Beyond its own limit: for starting, and for a machine that is busy.
 constexpr milliseconds kSilenceMargin = 5s;
 
+/// By the user.
+Problem stopped() {
+    return {.cause = ExitCause::LinkClosed, .text = QStringLiteral("stopped")};
+}
+
 std::chrono::steady_clock::time_point now() {
     return std::chrono::steady_clock::now();
 }
@@ -50,19 +55,15 @@ StreamSupervisor::StreamSupervisor(QObject* parent) : QObject(parent) {
         onSign();
     });
     connect(&worker_, &WorkerProcess::finished, this, &StreamSupervisor::onFinished);
-    connect(&worker_, &WorkerProcess::startFailed, this, [this](const QString& why) {
-        onEnd(ExitCause::Failed, QStringLiteral("the worker cannot be started: ") + why);
-    });
-    connect(&worker_, &WorkerProcess::connectTimedOut, this,
-            [this] { endWorker(QStringLiteral("the worker did not connect")); });
+    connect(&worker_, &WorkerProcess::startFailed, this,
+            [this] { onEnd(worker_.startProblem().value_or(Problem{})); });
+    connect(&worker_, &WorkerProcess::connectTimedOut, this, [this] { endWorker(notConnected()); });
     connect(&worker_, &WorkerProcess::linkClosed, &unlinked_, qOverload<>(&QTimer::start));
     unlinked_.setSingleShot(true);
     unlinked_.setInterval(kUnlinkedPatience);
-    connect(&unlinked_, &QTimer::timeout, this,
-            [this] { endWorker(QStringLiteral("the worker closed its link, but did not end")); });
+    connect(&unlinked_, &QTimer::timeout, this, [this] { endWorker(unlinked()); });
     silence_.setSingleShot(true);
-    connect(&silence_, &QTimer::timeout, this,
-            [this] { endWorker(QStringLiteral("the worker stood still")); });
+    connect(&silence_, &QTimer::timeout, this, [this] { endWorker(stoodStill()); });
     nextAttempt_.setSingleShot(true);
     connect(&nextAttempt_, &QTimer::timeout, this, &StreamSupervisor::attemptNow);
 }
@@ -101,15 +102,14 @@ void StreamSupervisor::attemptNow() {
     if (std::exchange(hasPicture_, false)) {
         shown_ = worker_.takeFrames();
     }
-    isStopping_ = false;
     hasKilledWorker_ = false;
-    stopWords_.clear();
-    endWords_.clear();
+    stopReason_.reset();
+    end_ = {};
     state_ = StreamState::Running;
     ++attempt_;
     Q_EMIT aboutToStart();
     if (!worker_.start(job_)) {
-        onEnd(ExitCause::Failed, QStringLiteral("the worker cannot be started: ") + worker_.errorString());
+        onEnd(worker_.startProblem().value_or(Problem{}));
         return;
     }
     if (!worker_.isRunning()) {
@@ -135,44 +135,37 @@ void StreamSupervisor::onSign() {
 void StreamSupervisor::stop() {
     nextAttempt_.stop();
     if (worker_.isRunning()) {
-        isStopping_ = true;
         silence_.stop();
-        stopWords_ = QStringLiteral("stopped");
+        stopReason_ = stopped();
         if (!worker_.isConnected()) {
             worker_.kill(); // it would not hear of it, and play on
         }
         worker_.disconnectLink();
         unlinked_.start();
     } else if (state_ == StreamState::Waiting) {
-        onEnd(ExitCause::LinkClosed, QStringLiteral("stopped"));
+        onEnd(stopped());
     }
 }
 
-void StreamSupervisor::endWorker(const QString& why) {
-    if (stopWords_.isEmpty()) {
-        stopWords_ = why;
+void StreamSupervisor::endWorker(const Problem& why) {
+    if (!stopReason_) {
+        stopReason_ = why;
     }
     hasKilledWorker_ = true;
     worker_.kill();
 }
 
 void StreamSupervisor::onFinished(int exitCode, bool crashed) {
-    if (isStopping_) {
-        onEnd(ExitCause::LinkClosed, stopWords_);
-        return;
-    }
-    const WorkerFindings& findings = worker_.findings();
-    onEnd(exitCause(worker_.mode(), exitCode, crashed, findings),
-          stopWords_.isEmpty() ? exitReason(worker_.mode(), exitCode, crashed, findings) : stopWords_);
+    onEnd(stopReason_ ? *stopReason_ : worker_.problem(exitCode, crashed));
 }
 
-void StreamSupervisor::onEnd(ExitCause cause, const QString& words) {
+void StreamSupervisor::onEnd(const Problem& why) {
     silence_.stop();
     unlinked_.stop();
-    endWords_ = words;
+    end_ = why;
     const AttemptEnd end{
         .mode = worker_.mode(),
-        .cause = cause,
+        .cause = end_.cause,
         .played =
             hasPicture_ ? std::chrono::duration_cast<milliseconds>(lastPictureAt_ - firstPictureAt_) : 0ms,
     };
@@ -180,10 +173,10 @@ void StreamSupervisor::onEnd(ExitCause cause, const QString& words) {
     if (delay) {
         state_ = StreamState::Waiting;
         nextAttempt_.start(*delay);
-        Q_EMIT waiting(endWords_, delay->count());
+        Q_EMIT waiting(end_.text, delay->count());
     } else {
         state_ = StreamState::Ended;
-        Q_EMIT ended(endWords_);
+        Q_EMIT ended(end_.text);
     }
 }
 

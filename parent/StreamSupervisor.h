@@ -65,7 +65,9 @@ public:
     /// While it waits: how long still.
     [[nodiscard]] std::optional<std::chrono::milliseconds> untilNextAttempt() const;
     /// Why the last worker ended, in words without a full stop; empty while one runs.
-    [[nodiscard]] const QString& endWords() const noexcept { return endWords_; }
+    [[nodiscard]] const QString& endWords() const noexcept { return end_.text; }
+    /// The same with what programs compare. `stop()` is none: its cause is LinkClosed.
+    [[nodiscard]] const Problem& endProblem() const noexcept { return end_; }
 
     /// This object killed the last worker, since it would not have ended by itself.
     [[nodiscard]] bool hasKilledWorker() const noexcept { return hasKilledWorker_; }
@@ -93,16 +95,15 @@ private:
     void attemptNow();
     void onSign();
     void onFinished(int exitCode, bool crashed);
-    void onEnd(ExitCause cause, const QString& words);
-    void endWorker(const QString& why);
+    void onEnd(const Problem& why);
+    void endWorker(const Problem& why);
 
     StreamJob job_;
     ReconnectRule rule_;
     StreamState state_ = StreamState::Idle;
     int attempt_ = 0;
-    QString endWords_;
-    QString stopWords_; ///< why this side ended the worker; empty when it did not
-    bool isStopping_ = false;
+    Problem end_;
+    std::optional<Problem> stopReason_; ///< why this side ended the worker; empty when it did not
     bool hasKilledWorker_ = false;
     bool isPaused_ = false;
     std::optional<int> volumePercent_; ///< empty: no sound

@@ -1,12 +1,17 @@
 #include "parent/WorkerFindings.h"
 
+#include "parent/MaskedUrls.h"
+
 #include <algorithm>
+#include <cstring>
 
 namespace mediaworker::parent {
 
 namespace {
 
 constexpr int kMostCharacters = 300;
+// Long URLs become short ones.
+constexpr int kMostRead = 4096;
 
 // The beginnings of the worker's lines.
 constexpr char kHttpStatus[] = "http failed: status ";
@@ -16,11 +21,31 @@ constexpr char kSound[] = "sound unavailable: ";
 constexpr char kDevice[] = "Trying to start audio device: ";
 
 constexpr char kRecorded[] = "recorded: ";
+constexpr char kMuxerRefused[] = "creating of muxer is failed with exc: ";
+constexpr char kFrameFile[] = "can't map the frame file: ";
+constexpr char kNoThread[] = "can't start a thread: ";
+constexpr char kNoLinkThread[] = "can't start the thread of the link";
+constexpr char kNoSandbox[] = "sandbox is required, exit";
+constexpr char kFileNotOpened[] = "couldn't open file ";
+constexpr char kNoFormat[] = "couldn't find stream information";
+constexpr char kResponseOver[] = "http reader finished";
+constexpr char kExportOver[] = "http is finished, with dts: ";
+
+constexpr char kConsumeFailed[] = "ko_player::FileRecorder::consume: consume failed with exception: ";
+constexpr char kCloseFailed[] =
+    "ko_player::FileRecorder::pushEofAndClose: pushEofAndClose failed with exception: ";
+
+// And what stands in the middle of them.
+constexpr char kParser[] = "::consumeImpl: ec: ";
+constexpr char kParserWhat[] = ", what: ";
+constexpr char kException[] = " failed with exception: ";
+constexpr char kFfmpegSays[] = ", err: ";
 
 constexpr char kDeviceStarted[] = "audio device has been sucessfully started";
 constexpr char kNoDevice[] = "Failed to create audio output";
 
 QString printable(QString text) {
+    text = maskedUrls(text.left(kMostRead));
     text.truncate(kMostCharacters);
     std::replace_if(
         text.begin(), text.end(), [](QChar c) { return !c.isPrint(); }, QLatin1Char('?'));
@@ -45,7 +70,51 @@ bool saysThatThereIsNoDevice(const QString& line) {
     return line == QLatin1String(kNoDevice) || (device && *device != QLatin1String(kDeviceStarted));
 }
 
+/// What follows these words where they come last, or the whole text: a file may be named so.
+QString textBehindWords(const char* words, const QString& text) {
+    const int at = text.lastIndexOf(QLatin1String(words));
+    return at < 0 ? text : text.mid(at + static_cast<int>(std::strlen(words)));
+}
+
+/// An exception of the recorder: what FFmpeg says of the file, where it is that.
+std::optional<QString> writeErrorOf(const QString& line) {
+    if (line.startsWith(QLatin1String(kConsumeFailed)) || line.startsWith(QLatin1String(kCloseFailed))) {
+        return printable(textBehindWords(kFfmpegSays, textBehindWords(kException, line)));
+    }
+    if (const auto refused = textBehind(kMuxerRefused, line)) {
+        return textBehindWords(kFfmpegSays, *refused);
+    }
+    if (const auto frames = textBehind(kFrameFile, line)) {
+        return *frames;
+    }
+    return std::nullopt;
+}
+
+std::optional<QString> otherFailureOf(const QString& line) {
+    const bool isKnown = line.startsWith(QLatin1String(kNoThread)) || line == QLatin1String(kNoLinkThread);
+    if (isKnown) {
+        return printable(line);
+    }
+    return line == QLatin1String(kNoSandbox)
+               ? std::optional(QStringLiteral("the system cannot confine it as it was asked to"))
+               : std::nullopt;
+}
+
 } // namespace
+
+void WorkerFindings::takeEnd(const QString& line) {
+    if (line.contains(QLatin1String(kParser))) {
+        noteFirst(streamError, printable(textBehindWords(kParserWhat, line)));
+    } else if (const auto unwritten = writeErrorOf(line)) {
+        noteFirst(writeError, *unwritten);
+    } else if (const auto failure = otherFailureOf(line)) {
+        noteFirst(otherFailure, *failure);
+    } else if (line.startsWith(QLatin1String(kFileNotOpened)) || line == QLatin1String(kNoFormat)) {
+        isFileRefused = true;
+    } else if (line == QLatin1String(kResponseOver) || line.startsWith(QLatin1String(kExportOver))) {
+        isResponseOver = true;
+    }
+}
 
 void WorkerFindings::take(const QString& line, bool isSoundWanted) {
     if (const auto status = textBehind(kHttpStatus, line)) {
@@ -67,6 +136,8 @@ void WorkerFindings::take(const QString& line, bool isSoundWanted) {
         hasRecordedSound = recorded->endsWith(QLatin1String(", with sound"));
     } else if (isSoundWanted && saysThatThereIsNoDevice(line)) {
         noteFirst(soundUnavailable, QStringLiteral("no sound device"));
+    } else {
+        takeEnd(line);
     }
 }
 

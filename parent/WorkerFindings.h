@@ -1,15 +1,19 @@
 #pragma once
 
+#include "parent/LocalFile.h"
+
 #include <QString>
 
 #include <optional>
 
 namespace mediaworker::parent {
 
-/// What a worker's log tells about things that went wrong. Only a worker that was given options says the most
-/// of it: every worker of this library is, unless its program is an older one.
+/// What a worker's log tells about things that went wrong, and what else was seen of it. Only a worker that
+/// was given options says the most of it: every worker of this library is, unless its program is an older
+/// one.
 ///
-/// Texts are the worker's, FFmpeg's, Qt's or the server's: plain text on one line of bounded length.
+/// Texts are the worker's, FFmpeg's, Qt's or the server's: plain text on one line of bounded length, without
+/// user names and passwords of URLs.
 struct WorkerFindings {
     std::optional<int> httpStatus = {}; ///< of a response that was no success: 300 and above
     QString httpReason = {};            ///< the words that came with it, "Not Found"; may be empty
@@ -21,12 +25,28 @@ struct WorkerFindings {
     std::optional<qint64> recordedMs = {};
     bool hasRecordedSound = false; ///< with recordedMs
 
+    QString streamError = {};   ///< why the received data is no FLV
+    QString writeError = {};    ///< why its file cannot be written: the recording, or that of the pictures
+    QString otherFailure = {};  ///< why else it ends with code 1
+    bool isFileRefused = false; ///< a local one, which cannot be opened or is in no format that is known
+    bool isResponseOver = false;
+
+    // What the parent saw. Empty: it did not look, or it ended the worker itself.
+    std::optional<bool> isConnected = {};
+    std::optional<bool> hasShownPicture = {};
+    QString program = {};     ///< the worker's
+    LocalFile localFile = {}; ///< that it was to play; looked at when it had ended
+
     /// The response ended by one of the two.
     [[nodiscard]] bool isResponseFailed() const { return httpStatus || !networkError.isEmpty(); }
 
     /// Notes what a line of the log says; most say nothing of the kind. `isSoundWanted`: by the user, so that
     /// a device that does not work counts.
     void take(const QString& line, bool isSoundWanted);
+
+private:
+    /// The lines before an end.
+    void takeEnd(const QString& line);
 };
 
 } // namespace mediaworker::parent

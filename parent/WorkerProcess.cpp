@@ -1,5 +1,6 @@
 #include "parent/WorkerProcess.h"
 
+#include "parent/MaskedUrls.h"
 #include "parent/ProcessGroup.h"
 #include "parent/RandomName.h"
 
@@ -67,6 +68,7 @@ bool WorkerProcess::start(const StreamJob& job) {
     } catch (const std::exception& e) {
         return fail(QString::fromLocal8Bit(e.what()));
     }
+    url_ = job.url;
     // The worker's own rule.
     mode_ = job.url.startsWith(QLatin1String("file")) ? WorkerMode::LocalFile : WorkerMode::Stream;
     if (!listen()) {
@@ -101,6 +103,7 @@ bool WorkerProcess::start(const ExportJob& job) {
 
 bool WorkerProcess::fail(const QString& why) {
     error_ = why;
+    startProblem_ = parent::startProblem({}, why);
     return false;
 }
 
@@ -111,6 +114,9 @@ bool WorkerProcess::listen() {
     commands_.clear();
     recentLog_.clear();
     findings_ = {};
+    findings_.isConnected = false;
+    findings_.hasShownPicture = false;
+    startProblem_.reset();
     isSoundWanted_ = false;
     isFinishWanted_ = false;
     error_.clear();
@@ -143,6 +149,7 @@ void WorkerProcess::launch(const QStringList& arguments, const QString& options)
     connect(process_, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
         if (error == QProcess::FailedToStart) {
             error_ = process_->errorString();
+            startProblem_ = parent::startProblem(findings_.program, error_);
             connectTimer_.stop();
             dropLink();
             process_->deleteLater();
@@ -157,6 +164,7 @@ void WorkerProcess::launch(const QStringList& arguments, const QString& options)
     QStringList command = programPrefix_;
     command << (program_.isEmpty() ? defaultProgram() : program_) << arguments;
     const QString program = command.takeFirst();
+    findings_.program = program;
     if (connectTimeout_ > std::chrono::milliseconds::zero()) {
         connectTimer_.start(connectTimeout_);
     }
@@ -218,12 +226,14 @@ void WorkerProcess::deliver(const Message& message) {
             using T = std::decay_t<decltype(m)>;
             if constexpr (std::is_same_v<T, Connected>) {
                 greeted_ = true;
+                findings_.isConnected = true;
                 writeCommands();
                 if (isFinishWanted_) {
                     finish();
                 }
                 Q_EMIT connected(m.pid);
             } else if constexpr (std::is_same_v<T, FrameShown>) {
+                findings_.hasShownPicture = true;
                 Q_EMIT frame(m.ptsMs);
             } else if constexpr (std::is_same_v<T, Fragment>) {
                 Q_EMIT fragment(m.position, m.duration);
@@ -253,7 +263,7 @@ void WorkerProcess::takeLogLine(const QByteArray& line) {
         commands_.acknowledged(static_cast<std::uint8_t>(line.back()));
         writeCommands();
     }
-    const QString text = QString::fromUtf8(line);
+    const QString text = maskedUrls(QString::fromUtf8(line));
     recentLog_ << text;
     if (recentLog_.size() > kRecentLogLines) {
         recentLog_.removeFirst();
@@ -329,6 +339,9 @@ bool WorkerProcess::writeRaw(const QByteArray& bytes) {
 }
 
 void WorkerProcess::disconnectLink() {
+    if (!findings_.isConnected.value_or(true)) {
+        findings_.isConnected.reset(); // it was not given the time
+    }
     connectTimer_.stop();
     dropLink();
 }
@@ -409,6 +422,9 @@ void WorkerProcess::processEnded(int exitCode, QProcess::ExitStatus status) {
     dropLink();
     process_->deleteLater();
     process_ = nullptr;
+    if (mode_ == WorkerMode::LocalFile) {
+        findings_.localFile = lookAtLocalFile(url_);
+    }
     if (frames_ != nullptr) {
         frames_->workerEnded();
     }

@@ -6,6 +6,7 @@
 #include "parent/Job.h"
 #include "parent/LineSplitter.h"
 #include "parent/MessageReader.h"
+#include "parent/Problem.h"
 #include "parent/WorkerFindings.h"
 
 #include <QMap>
@@ -18,6 +19,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <utility>
 
 class QLocalServer;
@@ -85,11 +87,18 @@ public:
     [[nodiscard]] WorkerMode mode() const noexcept { return mode_; }
     /// Why the last start failed; empty when it did not.
     [[nodiscard]] const QString& errorString() const noexcept { return error_; }
+    /// The same as everybody tells it; empty when it did not fail.
+    [[nodiscard]] const std::optional<Problem>& startProblem() const noexcept { return startProblem_; }
+    /// Why the worker ended, with the arguments of finished().
+    [[nodiscard]] Problem problem(int exitCode, bool crashed) const {
+        return problemOf(mode_, exitCode, crashed, findings_);
+    }
     /// The started process (of the program prefix, if there is one), 0 when none runs.
     [[nodiscard]] qint64 processId() const;
     /// Name of the local socket that the worker of the last start() was given.
     [[nodiscard]] const QString& serverName() const noexcept { return serverName_; }
-    /// The last lines of the worker's standard error, newest last.
+    /// The last lines of the worker's standard error, newest last. Here and in logLine(), URLs have no user
+    /// names and passwords: maskedUrls().
     [[nodiscard]] const QStringList& recentLog() const noexcept { return recentLog_; }
     /// What all of its log has told about things that went wrong: for exitReason() and exitCause().
     [[nodiscard]] const WorkerFindings& findings() const noexcept { return findings_; }
@@ -173,7 +182,9 @@ private:
 
     WorkerMode mode_ = WorkerMode::Stream;
     QString serverName_;
+    QString url_;
     QString error_;
+    std::optional<Problem> startProblem_;
     QStringList recentLog_;
     WorkerFindings findings_;
     bool isSoundWanted_ = false;
