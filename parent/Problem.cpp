@@ -81,15 +81,41 @@ Problem statusProblem(int status, const QString& reason) {
 
 Problem tlsProblem(const QString& text) {
     const QLatin1String untrusted(kUntrusted);
-    const QString why =
-        text.startsWith(untrusted)
-            ? QStringLiteral("the server's certificate is not trusted: ") + text.mid(untrusted.size())
-            : text;
+    const int at = text.indexOf(untrusted);
+    const QString why = at < 0 ? text
+                               : QStringLiteral("the server's certificate is not trusted: ") +
+                                     text.mid(at + untrusted.size());
     return problem(ExitCause::TlsFailure, withDetail(QStringLiteral("no secure connection"), why));
 }
 
-Problem networkProblem(const QString& error, const QString& text) {
+/// Of the connection to a proxy that everything is fetched from.
+std::optional<Problem> proxyProblem(const QString& error, const QString& text, bool isProxyPeer) {
     const auto isError = [&error](const char* name) { return error == QLatin1String(name); };
+    if (isError("ProxyAuthenticationRequiredError")) {
+        return statusProblem(kHttpProxyWantsUser, {});
+    }
+    if (isProxyPeer && isError("ConnectionRefusedError")) {
+        return problem(
+            ExitCause::ProxyFailure,
+            QStringLiteral("the proxy cannot be reached: nothing listens at its address and port"));
+    }
+    if (isProxyPeer && isError("HostNotFoundError")) {
+        return problem(ExitCause::ProxyFailure,
+                       QStringLiteral("the proxy cannot be reached: its name is unknown"));
+    }
+    // That of a SOCKS5 proxy has no error of its own.
+    const bool isProxys =
+        error.startsWith(QLatin1String("Proxy")) || text.startsWith(QLatin1String("Connection to proxy"));
+    return isProxys ? std::optional(problem(ExitCause::ProxyFailure,
+                                            withDetail(QStringLiteral("the proxy failed"), text)))
+                    : std::nullopt;
+}
+
+Problem networkProblem(const QString& error, const QString& text, bool isProxyPeer) {
+    const auto isError = [&error](const char* name) { return error == QLatin1String(name); };
+    if (const auto proxys = proxyProblem(error, text, isProxyPeer)) {
+        return *proxys;
+    }
     if (isError("ConnectionRefusedError")) {
         return problem(ExitCause::ConnectionRefused,
                        QStringLiteral("connection refused: nothing listens at that address and port"));
@@ -108,18 +134,13 @@ Problem networkProblem(const QString& error, const QString& text) {
     if (isError("SslHandshakeFailedError")) {
         return tlsProblem(text);
     }
-    if (isError("ProxyAuthenticationRequiredError")) {
-        return statusProblem(kHttpProxyWantsUser, {});
-    }
-    if (error.startsWith(QLatin1String("Proxy"))) {
-        return problem(ExitCause::ProxyFailure, withDetail(QStringLiteral("the proxy failed"), text));
-    }
     return problem(ExitCause::NetworkFailure, withDetail(QStringLiteral("network failure"), text));
 }
 
 Problem responseProblem(const WorkerFindings& findings) {
     Problem found = findings.httpStatus ? statusProblem(*findings.httpStatus, findings.httpReason)
-                                        : networkProblem(findings.networkError, findings.networkErrorText);
+                                        : networkProblem(findings.networkError, findings.networkErrorText,
+                                                         findings.isProxyPeer);
     found.httpStatus = findings.httpStatus;
     found.networkError = findings.networkError;
     return found;

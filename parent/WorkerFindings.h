@@ -36,6 +36,8 @@ struct WorkerFindings {
     std::optional<bool> hasShownPicture = {};
     QString program = {};     ///< the worker's
     LocalFile localFile = {}; ///< that it was to play; looked at when it had ended
+    /// What is fetched by plain HTTP through an HTTP proxy comes from a connection to that proxy alone.
+    bool isProxyPeer = false;
 
     /// The response ended by one of the two.
     [[nodiscard]] bool isResponseFailed() const { return httpStatus || !networkError.isEmpty(); }

@@ -74,6 +74,8 @@ bool WorkerProcess::start(const StreamJob& job) {
     if (!listen()) {
         return false;
     }
+    findings_.isProxyPeer = !job.proxyUrl.isEmpty() && job.proxyType != QLatin1String("socks5") &&
+                            job.url.startsWith(QLatin1String("http:"));
     QStringList arguments{job.url, frames_->name(), serverName_};
     if (!job.proxyUrl.isEmpty()) {
         arguments << job.proxyUrl;

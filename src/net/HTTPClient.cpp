@@ -2,6 +2,7 @@
 
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QSslError>
 #include <QUrl>
 
 #include <utility>
@@ -42,6 +43,7 @@ HTTPClient::HTTPClient() {
 void HTTPClient::get(const QString& url, OnData onData, OnFinished onFinished) {
     bodyBytes_ = 0;
     end_ = {};
+    certificateError_.clear();
     QNetworkRequest request{QUrl(url, QUrl::TolerantMode)};
     request.setRawHeader("Accept", "*/*");
     // Otherwise Qt offers to unpack what comes, and does so without any bound: a megabyte becomes a gigabyte.
@@ -64,7 +66,14 @@ void HTTPClient::get(const QString& url, OnData onData, OnFinished onFinished) {
             deliver(*reply, onData);
         }
         end_ = endOf(*reply, bodyBytes_);
+        end_.certificateError = certificateError_;
         onFinished();
+    });
+    // The failure that follows does not say what is wrong.
+    connect(reply, &QNetworkReply::sslErrors, this, [this](const QList<QSslError>& errors) {
+        if (!errors.isEmpty()) {
+            certificateError_ = errors.constFirst().errorString();
+        }
     });
     connect(reply, &QIODevice::readyRead, this,
             [this, reply, onData = std::move(onData), onFinished = std::move(onFinished)] {

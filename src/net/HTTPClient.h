@@ -38,7 +38,8 @@ public:
 private:
     void deliver(QNetworkReply& reply, const OnData& onData);
 
-    qint64 bodyBytes_ = 0; ///< handed on
+    qint64 bodyBytes_ = 0;     ///< handed on
+    QString certificateError_; ///< of the present response, as Qt words it
     ResponseEnd end_;
     QNetworkAccessManager manager_;
 };

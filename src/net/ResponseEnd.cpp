@@ -35,7 +35,12 @@ std::string failureText(const ResponseEnd& end) {
     if (end.status >= kFirstFailingStatus) {
         text = QStringLiteral("status %1 %2").arg(end.status).arg(asWords(end.reasonPhrase));
     } else if (end.error != QNetworkReply::NoError) {
-        text = QStringLiteral("network: %1: %2").arg(nameOf(end.error), asWords(end.errorText));
+        const bool isUntrusted =
+            end.error == QNetworkReply::SslHandshakeFailedError && !end.certificateError.isEmpty();
+        const QString words =
+            isUntrusted ? end.errorText + QStringLiteral(": untrusted certificate: ") + end.certificateError
+                        : end.errorText;
+        text = QStringLiteral("network: %1: %2").arg(nameOf(end.error), asWords(words));
     }
     return text.trimmed().toStdString();
 }

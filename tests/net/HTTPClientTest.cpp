@@ -403,6 +403,7 @@ TEST_F(HTTPClientTest, UnknownCertificateFinishesOnceWithoutBytes) {
     EXPECT_EQ(finishedCalls, 1);
     EXPECT_TRUE(secure.exchanges().empty());
     EXPECT_THAT(failure, ::testing::StartsWith("network: SslHandshakeFailedError: SSL handshake failed"));
+    EXPECT_THAT(failure, ::testing::HasSubstr(": untrusted certificate: "));
 }
 
 /// What the client has taken of the only body, once it has taken nothing for a while, or everything. What the

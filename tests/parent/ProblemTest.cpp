@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+#include <utility>
 #include <vector>
 
 using namespace mediaworker::parent;
@@ -48,7 +50,7 @@ constexpr const char* kDiskFull =
     "av_write_trailer: file: /x, err: b.mp4, err: No space left on device";
 constexpr const char* kTimeOut = "http failed: network: TimeoutError: Connection timed out";
 constexpr const char* kSelfSigned =
-    "http failed: network: SslHandshakeFailedError: untrusted certificate: The "
+    "http failed: network: SslHandshakeFailedError: SSL handshake failed: untrusted certificate: The "
     "certificate is self-signed, and untrusted";
 constexpr const char* kPassword =
     "http failed: network: ProxyAuthenticationRequiredError: Proxy requires authentication";
@@ -224,6 +226,25 @@ TEST(Problem, HasStatusAndNetworkError) {
     findings = {};
     findings.take(QString::fromUtf8(kTimeOut), false);
     EXPECT_EQ(problemOf(kExport, 1, false, findings).networkError, QStringLiteral("TimeoutError"));
+}
+
+TEST(Problem, IsTheProxysWhereOnlyTheProxyIsConnectedTo) {
+    for (const auto& [line, byProxy, byServer] :
+         {std::tuple("http failed: network: ConnectionRefusedError: Connection refused",
+                     "the proxy cannot be reached: nothing listens at its address and port",
+                     "connection refused: nothing listens at that address and port"),
+          std::tuple("http failed: network: HostNotFoundError: Host h not found",
+                     "the proxy cannot be reached: its name is unknown", "unknown host: Host h not found"),
+          std::tuple("http failed: network: UnknownNetworkError: Connection to proxy refused",
+                     "the proxy failed: Connection to proxy refused",
+                     "the proxy failed: Connection to proxy refused")}) {
+        WorkerFindings findings;
+        findings.take(QString::fromUtf8(line), false);
+        EXPECT_EQ(problemOf(kStream, 3, false, findings).text.toStdString(), byServer);
+        findings.isProxyPeer = true;
+        EXPECT_EQ(problemOf(kStream, 3, false, findings).text.toStdString(), byProxy);
+        EXPECT_EQ(problemOf(kStream, 3, false, findings).cause, ExitCause::ProxyFailure);
+    }
 }
 
 TEST(Problem, SaysOnlyOnceAndWithoutPasswords) {

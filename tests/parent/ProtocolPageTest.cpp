@@ -245,7 +245,7 @@ TEST(ProtocolPage, ShowsWhatAWorkerSaysToOptionsThatItDoesNotKnow) {
 TEST(ProtocolPage, ShowsLinesThatTheLibraryUnderstands) {
     const auto lines = found(
         page(), QStringLiteral("^\\| `((?:http failed|sound unavailable|pictures unavailable): [^`]+)`"));
-    EXPECT_EQ(lines.size(), 5U);
+    EXPECT_EQ(lines.size(), 6U);
     for (const QString& line : lines) {
         WorkerFindings findings;
         findings.take(line, false);

@@ -1,5 +1,6 @@
 #include "tools/ctl/Arguments.h"
 
+#include "parent/MaskedUrls.h"
 #include "tools/files/FileUrl.h"
 
 #include <QCommandLineParser>
@@ -56,6 +57,25 @@ QCommandLineOption flvOption() {
 QCommandLineOption noSandboxOption() {
     return {QStringLiteral("no-sandbox"),
             QStringLiteral("Let the worker do all that its user may do, instead of its work alone.")};
+}
+
+QCommandLineOption logOption() {
+    return option("log", "FILE",
+                  QStringLiteral("Add the worker's own log to this file, with the time before each line."));
+}
+
+QCommandLineOption verboseOption() {
+    return {QStringLiteral("verbose"), QStringLiteral("Print the worker's own log on standard error.")};
+}
+
+/// @throws Refusal
+LogTargets logTargetsOf(const QCommandLineParser& parser, const QString& folder) {
+    const QString log = logOption().names().constFirst();
+    if (parser.isSet(log) && parser.value(log).isEmpty()) {
+        throw Refusal{QStringLiteral("--log needs a file")};
+    }
+    return {.file = parser.isSet(log) ? QDir(folder).absoluteFilePath(parser.value(log)) : QString(),
+            .isVerbose = parser.isSet(verboseOption())};
 }
 
 /// The parser's help with our own first line, which Qt would begin with the path of the program.
@@ -180,6 +200,8 @@ struct PlayOptions {
                        "minute. Counts and --seconds go on.")};
     const QCommandLineOption noSandbox = noSandboxOption();
     const QCommandLineOption worker = workerOption();
+    const QCommandLineOption log = logOption();
+    const QCommandLineOption verbose = verboseOption();
 };
 
 /// @throws Refusal
@@ -242,7 +264,8 @@ Command parsePlay(const QStringList& arguments, const QString& folder) {
     const PlayOptions options;
     parser.addOptions({options.help, options.seconds, options.snapshots, options.every, options.volume,
                        options.json, options.proxy, options.proxyType, options.flv, options.lowLatency,
-                       options.noSync, options.reconnect, options.noSandbox, options.worker});
+                       options.noSync, options.reconnect, options.noSandbox, options.worker, options.log,
+                       options.verbose});
     parser.addPositionalArgument(
         QStringLiteral("URL"),
         QStringLiteral("An FLV stream (http, https), or a file (file:///path, or a path)."));
@@ -270,6 +293,7 @@ Command parsePlay(const QStringList& arguments, const QString& folder) {
     }
     command.isConfined = !parser.isSet(options.noSandbox);
     command.worker = parser.value(options.worker);
+    command.log = logTargetsOf(parser, folder);
     command.isJson = parser.isSet(options.json);
     return command;
 }
@@ -306,7 +330,8 @@ Command parseExport(const QStringList& arguments, const QString& folder) {
     const auto flv = flvOption();
     const auto noSandbox = noSandboxOption();
     const auto worker = workerOption();
-    parser.addOptions({help, duration, timeout, noClobber, json, flv, noSandbox, worker});
+    parser.addOptions(
+        {help, duration, timeout, noClobber, json, flv, noSandbox, worker, logOption(), verboseOption()});
     parser.addPositionalArgument(QStringLiteral("URL"), QStringLiteral("An FLV stream (http, https)."));
     parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("The MP4 file to write."));
     if (!parser.parse(arguments)) {
@@ -339,6 +364,7 @@ Command parseExport(const QStringList& arguments, const QString& folder) {
     command.flv = flvReadingOf(parser, flv);
     command.isConfined = !parser.isSet(noSandbox);
     command.worker = parser.value(worker);
+    command.log = logTargetsOf(parser, folder);
     command.isJson = parser.isSet(json);
     return command;
 }
@@ -367,15 +393,16 @@ Command parseArguments(const QStringList& arguments, const QString& folder) {
     }
     const bool isPlay = command == QStringLiteral("play");
     if (!isPlay && command != QStringLiteral("export")) {
-        return Misuse{command.isEmpty() ? QStringLiteral("the command is missing")
-                                        : QStringLiteral("unknown command: %1").arg(command),
+        return Misuse{command.isEmpty()
+                          ? QStringLiteral("the command is missing")
+                          : QStringLiteral("unknown command: %1").arg(parent::maskedUrls(command)),
                       QStringLiteral("--help")};
     }
     rest.prepend(programName());
     try {
         return isPlay ? parsePlay(rest, folder) : parseExport(rest, folder);
     } catch (const Refusal& refusal) {
-        return Misuse{refusal.why, command + QStringLiteral(" --help")};
+        return Misuse{parent::maskedUrls(refusal.why), command + QStringLiteral(" --help")};
     }
 }
 

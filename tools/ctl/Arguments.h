@@ -1,6 +1,7 @@
 #pragma once
 
 #include "parent/Job.h"
+#include "tools/ctl/WorkerLog.h"
 
 #include <QString>
 #include <QStringList>
@@ -25,6 +26,7 @@ struct PlayCommand {
     bool isReconnecting = false; ///< another worker when one has ended
     bool isConfined = true;
     QString worker = {}; ///< program file; empty: as the library finds it
+    LogTargets log = {};
     bool isJson = false;
     friend bool operator==(const PlayCommand&, const PlayCommand&) = default;
 };
@@ -39,6 +41,7 @@ struct ExportCommand {
     bool mayReplace = true; ///< a file of that name
     bool isConfined = true;
     QString worker = {};
+    LogTargets log = {};
     bool isJson = false;
     friend bool operator==(const ExportCommand&, const ExportCommand&) = default;
 };

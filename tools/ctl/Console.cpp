@@ -25,19 +25,26 @@ void Console::report(const Event& event) {
         openLineLength_ = text.size();
         return;
     }
-    if (std::exchange(openLineLength_, 0) > 0) {
-        print("\n");
-    }
+    endOpenLine();
     if (!text.isEmpty()) {
         print(text.toUtf8() + '\n');
     }
 }
 
 void Console::complain(const QString& problem) {
+    endOpenLine();
+    std::fprintf(stderr, "mediaworker-ctl: %s\n", problem.toUtf8().constData());
+}
+
+void Console::log(const QString& line) {
+    endOpenLine();
+    std::fprintf(stderr, "%s\n", line.toUtf8().constData());
+}
+
+void Console::endOpenLine() {
     if (std::exchange(openLineLength_, 0) > 0) {
         print("\n");
     }
-    std::fprintf(stderr, "mediaworker-ctl: %s\n", problem.toUtf8().constData());
 }
 
 void Console::print(const QByteArray& text) {

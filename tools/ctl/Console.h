@@ -20,12 +20,15 @@ public:
 
     void report(const Event& event);
     void complain(const QString& problem);
+    /// A line of the worker's, on standard error.
+    void log(const QString& line);
 
     /// Nobody reads any more.
     [[nodiscard]] bool isBroken() const noexcept { return isBroken_; }
 
 private:
     void print(const QByteArray& text);
+    void endOpenLine();
 
     const bool isJson_;
     const bool isLive_;      ///< progress is written over

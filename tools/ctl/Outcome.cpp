@@ -1,5 +1,7 @@
 #include "tools/ctl/Outcome.h"
 
+#include "tools/ctl/WorkerLog.h"
+
 namespace mediaworker::ctl {
 
 namespace {
@@ -13,13 +15,17 @@ double seconds(std::chrono::milliseconds duration) {
     return std::chrono::duration<double>(duration).count();
 }
 
-QString reasonOf(const WorkerEnd& end) {
-    return exitReason(end.mode, end.exitCode, end.crashed, end.findings);
-}
-
 QString indented(const QStringList& lines) {
     const auto separator = QStringLiteral("\n    ");
     return separator + lines.join(separator);
+}
+
+/// What stands before the reason, unless that says it already.
+QString noPictureWords(const WorkerEnd& end) {
+    const parent::ExitCause cause = problemOf(end).cause;
+    const bool saysSo = cause == parent::ExitCause::NoPicture || cause == parent::ExitCause::NoVideo ||
+                        (cause == parent::ExitCause::EndOfStream && end.findings.hasShownPicture == false);
+    return saysSo ? QString() : QStringLiteral("no picture was shown: ");
 }
 
 } // namespace
@@ -29,14 +35,18 @@ QStringList lastWords(const QStringList& log) {
     QStringList words;
     for (int i = log.size() - 1; i >= 0 && words.size() < kLines; --i) {
         if (!log[i].trimmed().isEmpty()) {
-            words.prepend(log[i]);
+            words.prepend(plainLine(log[i]));
         }
     }
     return words;
 }
 
+parent::Problem problemOf(const WorkerEnd& end) {
+    return parent::problemOf(end.mode, end.exitCode, end.crashed, end.findings);
+}
+
 QString describe(const WorkerEnd& end) {
-    QString text = reasonOf(end);
+    QString text = problemOf(end).text;
     if (!end.crashed) {
         text += QStringLiteral(" (exit code %1)").arg(end.exitCode);
     }
@@ -52,15 +62,20 @@ QString describe(const QString& problem, const QStringList& log) {
                            : problem + QStringLiteral("; the worker's last words:") + indented(words);
 }
 
-Ended jobEnd(const Summary& summary, const QString& problem, const std::optional<WorkerEnd>& worker) {
+Ended jobEnd(const Summary& summary, const QString& problem, const std::optional<WorkerEnd>& worker,
+             std::optional<parent::ExitCause> cause) {
     Ended ended{summary, problem};
+    if (cause) {
+        ended.cause = exitCauseName(*cause);
+    }
     if (worker) {
+        const parent::Problem why = problemOf(*worker);
         ended.exitCode = worker->crashed ? std::nullopt : std::optional(worker->exitCode);
-        ended.reason = reasonOf(*worker);
-        const auto cause = exitCause(worker->mode, worker->exitCode, worker->crashed, worker->findings);
-        ended.cause = exitCauseName(cause);
+        ended.reason = why.text;
+        ended.cause = cause ? ended.cause : why.id();
         ended.httpStatus = worker->findings.httpStatus;
-        if (worker->findings.isResponseFailed() && cause != parent::ExitCause::LinkClosed) {
+        ended.networkError = worker->findings.networkError;
+        if (worker->findings.isResponseFailed() && why.cause != parent::ExitCause::LinkClosed) {
             ended.remark = QStringLiteral("the stream broke off: ") + responseFailure(worker->findings);
         }
     }
@@ -78,9 +93,8 @@ QString whyNotDone(const PlayEnd& end) {
     const bool isFile = end.worker.mode == parent::WorkerMode::LocalFile;
     const bool isAtEnd = !end.worker.crashed && end.worker.exitCode == (isFile ? kEndOfFile : kEndOfStream);
     if (end.frames == 0) {
-        return end.stop == PlayStop::Interruption
-                   ? QStringLiteral("interrupted before the first picture")
-                   : QStringLiteral("no picture was shown: ") + describe(end.worker);
+        return end.stop == PlayStop::Interruption ? QStringLiteral("interrupted before the first picture")
+                                                  : noPictureWords(end.worker) + describe(end.worker);
     }
     if (end.stop != PlayStop::None) {
         // It may have come to its end by itself in the same moment.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "parent/ExitReason.h"
+#include "parent/Problem.h"
 #include "tools/ctl/Report.h"
 
 #include <QString>
@@ -27,12 +27,17 @@ struct WorkerEnd {
 /// Why it ended, the code, and its last words.
 [[nodiscard]] QString describe(const WorkerEnd& end);
 
+/// Why, as everybody tells it.
+[[nodiscard]] parent::Problem problemOf(const WorkerEnd& end);
+
 /// A problem with a worker that did not end by itself, and the last words of its log.
 [[nodiscard]] QString describe(const QString& problem, const QStringList& log);
 
-/// What is told at the end of a job. `worker`: how it ended, if it did by itself.
+/// What is told at the end of a job. `worker`: how it ended, if it did by itself. `cause` tells programs why
+/// the job was not done where no worker did.
 [[nodiscard]] Ended jobEnd(const Summary& summary, const QString& problem,
-                           const std::optional<WorkerEnd>& worker);
+                           const std::optional<WorkerEnd>& worker,
+                           std::optional<parent::ExitCause> cause = std::nullopt);
 
 /// A complete file is shorter than it was to be, since the connection was lost or the stream stood still. One
 /// that the server ended is as long as the stream. `asked`: zero: until the user stops it.

@@ -25,7 +25,7 @@ std::optional<double> inMilliseconds(std::optional<Intervals::Step> interval) {
 } // namespace
 
 Player::Player(PlayCommand command, Console& console)
-    : command_(std::move(command)), console_(console), worker_(stream_.worker()),
+    : command_(std::move(command)), console_(console), log_(command_.log, console), worker_(stream_.worker()),
       snapshotRule_(command_.snapshotInterval) {
     using parent::StreamSupervisor;
     using parent::WorkerProcess;
@@ -50,14 +50,15 @@ Player::Player(PlayCommand command, Console& console)
     connect(&worker_, &WorkerProcess::soundUnavailable, this,
             [this](const QString& reason) { console_.report(SoundUnavailable{reason}); });
     connect(&worker_, &WorkerProcess::finished, this, &Player::onFinished);
-    connect(&worker_, &WorkerProcess::startFailed, this, [this](const QString& why) {
+    connect(&worker_, &WorkerProcess::logLine, this, [this](const QString& line) { log_.take(line); });
+    connect(&worker_, &WorkerProcess::startFailed, this, [this] {
         if (stream_.state() == parent::StreamState::Ended) {
-            end(QStringLiteral("the worker cannot be started: ") + why, std::nullopt);
+            end(stream_.endWords(), std::nullopt, stream_.endProblem().cause);
         }
     });
     connect(&worker_, &WorkerProcess::connectTimedOut, this, [this] {
         if (!command_.isReconnecting) {
-            giveUp(QStringLiteral("the worker does not connect"));
+            giveUp(parent::notConnected().text, parent::ExitCause::NotConnected);
         }
     });
     connect(&writer_, &PictureWriter::written, this, &Player::onWritten);
@@ -67,12 +68,17 @@ Player::Player(PlayCommand command, Console& console)
     connect(&durationTimer_, &QTimer::timeout, this, &Player::onDurationOver);
     endTimer_.setSingleShot(true);
     connect(&endTimer_, &QTimer::timeout, this,
-            [this] { giveUp(QStringLiteral("the worker does not end")); });
+            [this] { giveUp(QStringLiteral("the worker does not end"), parent::ExitCause::StoodStill); });
 }
 
 void Player::start() {
     if (!command_.snapshotFolder.isEmpty() && !QDir().mkpath(command_.snapshotFolder)) {
-        end(QStringLiteral("cannot make the folder ") + command_.snapshotFolder, std::nullopt);
+        end(QStringLiteral("cannot make the folder ") + command_.snapshotFolder, std::nullopt,
+            parent::ExitCause::FileNotWritable);
+        return;
+    }
+    if (const QString problem = log_.open(); !problem.isEmpty()) {
+        end(problem, std::nullopt, parent::ExitCause::FileNotWritable);
         return;
     }
     const parent::StreamJob job{.url = command_.url,
@@ -86,7 +92,7 @@ void Player::start() {
     stream_.start(job);
     shield_.reset();
     if (stream_.state() == parent::StreamState::Ended) {
-        end(worker_.errorString(), std::nullopt);
+        end(stream_.endWords(), std::nullopt, stream_.endProblem().cause);
     }
 }
 
@@ -182,16 +188,17 @@ void Player::onDurationOver() {
 void Player::tick() {
     const auto now = Clock::now();
     if (console_.isBroken()) {
-        giveUp(QStringLiteral("nobody reads what is printed"));
+        giveUp(QStringLiteral("nobody reads what is printed"), parent::ExitCause::Failed);
         return;
     }
     if (!command_.isReconnecting && now - lastSignAt_ > kLongestSilence) {
         giveUp(QStringLiteral("no picture for %1 seconds, and the worker does not end")
-                   .arg(std::chrono::seconds(kLongestSilence).count()));
+                   .arg(std::chrono::seconds(kLongestSilence).count()),
+               parent::ExitCause::StoodStill);
         return;
     }
     if (!snapshotProblem_.isEmpty()) {
-        giveUp(snapshotProblem_);
+        giveUp(snapshotProblem_, parent::ExitCause::FileNotWritable);
         return;
     }
     if (stop_ == PlayStop::None && monitor_.frames() > 0) {
@@ -213,7 +220,8 @@ void Player::stop(PlayStop why) {
     ticks_.stop();
     if (stream_.state() == parent::StreamState::Waiting) {
         stream_.stop();
-        end(frames() > 0 ? QString() : QStringLiteral("interrupted before the first picture"), std::nullopt);
+        end(frames() > 0 ? QString() : QStringLiteral("interrupted before the first picture"), std::nullopt,
+            parent::ExitCause::LinkClosed);
         return;
     }
     stream_.setPolicy({.isEnabled = false});
@@ -230,7 +238,7 @@ void Player::onFinished(int exitCode, bool crashed) {
     }
     monitor_.ended();
     if (stream_.hasKilledWorker()) {
-        giveUp(stream_.endWords());
+        giveUp(stream_.endWords(), stream_.endProblem().cause);
         return;
     }
     PlayEnd result;
@@ -242,11 +250,12 @@ void Player::onFinished(int exitCode, bool crashed) {
     end(whyNotDone(result), result.worker);
 }
 
-void Player::giveUp(const QString& problem) {
-    end(describe(problem, worker_.recentLog()), std::nullopt);
+void Player::giveUp(const QString& problem, parent::ExitCause cause) {
+    end(describe(problem, worker_.recentLog()), std::nullopt, cause);
 }
 
-void Player::end(QString problem, const std::optional<WorkerEnd>& worker) {
+void Player::end(QString problem, const std::optional<WorkerEnd>& worker,
+                 std::optional<parent::ExitCause> cause) {
     if (std::exchange(isDone_, true)) {
         return;
     }
@@ -270,7 +279,7 @@ void Player::end(QString problem, const std::optional<WorkerEnd>& worker) {
     summary.intervalLongestMs = inMilliseconds(intervals_.longest());
     summary.delayMs = monitor_.delayMs(Clock::now());
     summary.snapshots = snapshots_;
-    console_.report(jobEnd(summary, problem, worker));
+    console_.report(jobEnd(summary, problem, worker, cause));
     Q_EMIT done(problem, false);
 }
 

@@ -8,6 +8,7 @@
 #include "tools/ctl/Outcome.h"
 #include "tools/ctl/PictureWriter.h"
 #include "tools/ctl/SnapshotRule.h"
+#include "tools/ctl/WorkerLog.h"
 #include "tools/interruption/Interruption.h"
 
 #include <QObject>
@@ -45,14 +46,17 @@ private:
     void tick();
     void stop(PlayStop why);
     void onFinished(int exitCode, bool crashed);
-    void giveUp(const QString& problem);
-    void end(QString problem, const std::optional<WorkerEnd>& worker);
+    void giveUp(const QString& problem, parent::ExitCause cause);
+    /// `cause`: where no worker tells it by its end.
+    void end(QString problem, const std::optional<WorkerEnd>& worker,
+             std::optional<parent::ExitCause> cause = std::nullopt);
     /// Of all workers.
     [[nodiscard]] quint64 frames() const { return earlierFrames_ + monitor_.frames(); }
     [[nodiscard]] std::chrono::nanoseconds watched() const { return lastFrameAt_ - firstFrameAt_; }
 
     const PlayCommand command_;
     Console& console_;
+    WorkerLog log_;
     parent::StreamSupervisor stream_;
     parent::WorkerProcess& worker_;   ///< the stream's
     parent::PlaybackMonitor monitor_; ///< of the present worker

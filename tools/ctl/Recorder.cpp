@@ -14,6 +14,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
+using parent::ExitCause;
+
 constexpr auto kEndWait = 5s;
 // The index of a recording of days has a hundred megabytes, and disks are slow.
 constexpr auto kCloseWait = 60s;
@@ -21,7 +23,7 @@ constexpr auto kCloseWait = 60s;
 } // namespace
 
 Recorder::Recorder(ExportCommand command, Console& console)
-    : command_(std::move(command)), console_(console) {
+    : command_(std::move(command)), console_(console), log_(command_.log, console) {
     using parent::WorkerProcess;
     worker_.setProgram(command_.worker);
     connect(&worker_, &WorkerProcess::connected, this,
@@ -35,12 +37,10 @@ Recorder::Recorder(ExportCommand command, Console& console)
     connect(&worker_, &WorkerProcess::soundUnavailable, this,
             [this](const QString& reason) { console_.report(SoundUnavailable{reason}); });
     connect(&worker_, &WorkerProcess::finished, this, &Recorder::onFinished);
-    connect(&worker_, &WorkerProcess::startFailed, this, [this](const QString& why) {
-        QFile::remove(partial_);
-        end(QStringLiteral("the worker cannot be started: ") + why, std::nullopt);
-    });
+    connect(&worker_, &WorkerProcess::logLine, this, [this](const QString& line) { log_.take(line); });
+    connect(&worker_, &WorkerProcess::startFailed, this, &Recorder::onNotStarted);
     connect(&worker_, &WorkerProcess::connectTimedOut, this,
-            [this] { giveUp(QStringLiteral("the worker does not connect")); });
+            [this] { giveUp(parent::notConnected().text, ExitCause::NotConnected); });
     connect(&ticks_, &QTimer::timeout, this, &Recorder::tick);
     patience_.setSingleShot(true);
     connect(&patience_, &QTimer::timeout, this, [this] {
@@ -49,22 +49,26 @@ Recorder::Recorder(ExportCommand command, Console& console)
     });
     endTimer_.setSingleShot(true);
     connect(&endTimer_, &QTimer::timeout, this,
-            [this] { giveUp(QStringLiteral("the worker does not end")); });
+            [this] { giveUp(QStringLiteral("the worker does not end"), ExitCause::StoodStill); });
 }
 
 void Recorder::start() {
     if (QFileInfo(command_.file).isDir()) {
-        end(QStringLiteral("%1 is a folder").arg(command_.file), std::nullopt);
+        end(QStringLiteral("%1 is a folder").arg(command_.file), std::nullopt, ExitCause::FileNotWritable);
         return;
     }
     if (!command_.mayReplace && QFileInfo::exists(command_.file)) {
-        end(QStringLiteral("%1 exists").arg(command_.file), std::nullopt);
+        end(QStringLiteral("%1 exists").arg(command_.file), std::nullopt, ExitCause::FileNotWritable);
+        return;
+    }
+    if (const QString problem = log_.open(); !problem.isEmpty()) {
+        end(problem, std::nullopt, ExitCause::FileNotWritable);
         return;
     }
     const auto partial = makePartialFile(command_.file);
     if (!partial) {
-        end(QStringLiteral("cannot write into %1").arg(QFileInfo(command_.file).absolutePath()),
-            std::nullopt);
+        end(QStringLiteral("cannot write into %1").arg(QFileInfo(command_.file).absolutePath()), std::nullopt,
+            ExitCause::FileNotWritable);
         return;
     }
     partial_ = *partial;
@@ -76,14 +80,19 @@ void Recorder::start() {
                                 .sandbox = command_.isConfined};
     const Interruption::Shield shield;
     if (!worker_.start(job)) {
-        QFile::remove(partial_);
-        end(worker_.errorString(), std::nullopt);
+        onNotStarted();
         return;
     }
     ticks_.start(console_.progressInterval());
     if (command_.patience > 0ms) {
         patience_.start(command_.patience);
     }
+}
+
+void Recorder::onNotStarted() {
+    QFile::remove(partial_);
+    const parent::Problem why = worker_.startProblem().value_or(parent::Problem{});
+    end(why.text, std::nullopt, why.cause);
 }
 
 void Recorder::interrupt() {
@@ -120,7 +129,7 @@ void Recorder::reportProgress() {
 
 void Recorder::tick() {
     if (console_.isBroken()) {
-        giveUp(QStringLiteral("nobody reads what is printed; the recording was removed"));
+        giveUp(QStringLiteral("nobody reads what is printed; the recording was removed"), ExitCause::Failed);
         return;
     }
     reportProgress();
@@ -137,7 +146,9 @@ void Recorder::onFinished(int exitCode, bool crashed) {
 
 /// Moves the file to its place, or removes what is of no use; gives what is wrong.
 QString Recorder::takeResult(const WorkerEnd& worker) {
-    const bool isComplete = !worker.crashed && worker.exitCode == 0;
+    // Another program may end with that code, too.
+    const bool isComplete =
+        !worker.crashed && worker.exitCode == 0 && problemOf(worker).cause != ExitCause::WorkerUnusable;
     if (isComplete) {
         const auto replacing = command_.mayReplace ? Replacing::Allowed : Replacing::Refused;
         return moveFile(partial_, command_.file, replacing)
@@ -164,7 +175,7 @@ QString Recorder::takeResult(const WorkerEnd& worker) {
     return QStringLiteral("the export failed: ") + describe(worker) + left;
 }
 
-void Recorder::giveUp(const QString& problem) {
+void Recorder::giveUp(const QString& problem, ExitCause cause) {
     if (std::exchange(isDone_, true)) {
         return;
     }
@@ -175,10 +186,11 @@ void Recorder::giveUp(const QString& problem) {
         QFile::remove(partial_);
     }
     isDone_ = false;
-    end(described, std::nullopt);
+    end(described, std::nullopt, cause);
 }
 
-void Recorder::end(const QString& problem, const std::optional<WorkerEnd>& worker) {
+void Recorder::end(const QString& problem, const std::optional<WorkerEnd>& worker,
+                   std::optional<ExitCause> cause) {
     if (std::exchange(isDone_, true)) {
         return;
     }
@@ -195,10 +207,11 @@ void Recorder::end(const QString& problem, const std::optional<WorkerEnd>& worke
         if (worker) {
             summary.recordedMs = worker->findings.recordedMs;
             summary.hasSound = worker->findings.hasRecordedSound;
+            summary.soundUnavailable = worker->findings.soundUnavailable;
             summary.isCutShort = isCutShort(*worker, command_.duration, isStill_);
         }
     }
-    console_.report(jobEnd(summary, problem, worker));
+    console_.report(jobEnd(summary, problem, worker, cause));
     Q_EMIT done(problem, summary.isCutShort);
 }
 

@@ -4,11 +4,13 @@
 #include "tools/ctl/Arguments.h"
 #include "tools/ctl/Console.h"
 #include "tools/ctl/Outcome.h"
+#include "tools/ctl/WorkerLog.h"
 
 #include <QObject>
 #include <QTimer>
 
 #include <chrono>
+#include <optional>
 
 namespace mediaworker::ctl {
 
@@ -36,12 +38,16 @@ private:
     void onFinished(int exitCode, bool crashed);
     [[nodiscard]] QString takeResult(const WorkerEnd& worker);
     void finish();
-    void giveUp(const QString& problem);
-    void end(const QString& problem, const std::optional<WorkerEnd>& worker);
+    void onNotStarted();
+    void giveUp(const QString& problem, parent::ExitCause cause);
+    /// `cause`: where no worker tells it by its end.
+    void end(const QString& problem, const std::optional<WorkerEnd>& worker,
+             std::optional<parent::ExitCause> cause = std::nullopt);
     [[nodiscard]] std::chrono::milliseconds elapsed() const;
 
     const ExportCommand command_;
     Console& console_;
+    WorkerLog log_;
     QString partial_; ///< empty: not made yet
     parent::WorkerProcess worker_;
     QTimer ticks_;

@@ -135,9 +135,12 @@ struct Text {
         }
         QString text = QStringLiteral("exported: %1 (%2 bytes").arg(summary.file).arg(summary.bytes);
         if (summary.recordedMs) {
-            text += QStringLiteral(", %1 s%2")
-                        .arg(fixed(toSeconds(*summary.recordedMs), 1),
-                             summary.hasSound ? QString() : QStringLiteral(", without sound"));
+            text += QStringLiteral(", %1 s").arg(fixed(toSeconds(*summary.recordedMs), 1));
+        }
+        if (summary.recordedMs && !summary.hasSound) {
+            text += QStringLiteral(", without sound");
+            text += summary.soundUnavailable.isEmpty() ? QString()
+                                                       : QStringLiteral(": ") + summary.soundUnavailable;
         }
         text += u')';
         if (summary.isCutShort) {
@@ -222,6 +225,9 @@ struct Json {
         if (event.httpStatus) {
             object.insert(QStringLiteral("httpStatus"), *event.httpStatus);
         }
+        if (!event.networkError.isEmpty()) {
+            object.insert(QStringLiteral("networkError"), event.networkError);
+        }
         std::visit([&object](const auto& summary) { insert(object, summary); }, event.summary);
         return object;
     }
@@ -259,6 +265,9 @@ struct Json {
                 tracks.append(QStringLiteral("sound"));
             }
             object.insert(QStringLiteral("tracks"), tracks);
+            if (!summary.soundUnavailable.isEmpty()) {
+                object.insert(QStringLiteral("soundUnavailable"), summary.soundUnavailable);
+            }
             if (summary.asked.count() > 0) {
                 const qint64 percent = *summary.recordedMs * 100 / summary.asked.count();
                 object.insert(QStringLiteral("percentOfAsked"), std::min<qint64>(percent, 100));

@@ -72,7 +72,8 @@ struct ExportSummary {
     std::chrono::milliseconds asked{0};    ///< how long it was to be; zero: until the user stops it
     std::optional<qint64> recordedMs = {}; ///< how long it is
     bool hasSound = false;
-    bool isCutShort = false; ///< the stream broke off before that
+    bool isCutShort = false;       ///< the stream broke off before that
+    QString soundUnavailable = {}; ///< why it has none, where the stream has some
 };
 
 using Summary = std::variant<PlaySummary, ExportSummary>;
@@ -82,9 +83,10 @@ struct Ended {
     QString problem = {};               ///< empty: the job was done
     std::optional<int> exitCode = {};   ///< the worker's; empty when it was killed or never ran
     QString reason = {};                ///< in words
-    QString cause = {};                 ///< the same for programs: parent::exitCauseName()
+    QString cause = {};                 ///< why, for programs: parent::exitCauseName()
     std::optional<int> httpStatus = {}; ///< of a response that was no success
     QString remark = {};                ///< worth a word even when the job was done
+    QString networkError = {};          ///< by its name in QNetworkReply::NetworkError
 };
 
 using Event = std::variant<Connected, FirstPicture, PlayProgress, Snapshot, SoundUnavailable, Reconnecting,

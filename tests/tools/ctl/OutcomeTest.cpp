@@ -81,9 +81,30 @@ TEST(CtlOutcome, SaysWhetherTheStreamWasPlayed) {
 
 TEST(CtlOutcome, DescribesAnEndWithReasonCodeAndLastWords) {
     EXPECT_EQ(describe({parent::WorkerMode::Export, 1, false, {QStringLiteral("a"), QStringLiteral("b")}}),
-              QStringLiteral("the export failed, or the link to the parent was closed (exit code 1)\n"
+              QStringLiteral("the worker told no reason (exit code 1)\n"
                              "  its last words:\n    a\n    b"));
     EXPECT_EQ(describe({parent::WorkerMode::Stream, 0, true, {}}), QStringLiteral("the worker was killed"));
+}
+
+TEST(CtlOutcome, DoesNotSayTwiceThatThereWasNoPicture) {
+    PlayEnd end;
+    end.worker = {kStream, 2, false, {}};
+    EXPECT_EQ(whyNotDone(end), QStringLiteral("no picture arrived in time (exit code 2)"));
+    end.worker.exitCode = 3;
+    end.worker.findings.hasShownPicture = false;
+    EXPECT_EQ(whyNotDone(end),
+              QStringLiteral("the server ended the stream before its first picture (exit code 3)"));
+}
+
+TEST(CtlOutcome, TellsProgramsWhyNoWorkerEnded) {
+    const Ended end =
+        jobEnd(PlaySummary{}, QStringLiteral("x"), std::nullopt, parent::ExitCause::WorkerMissing);
+    EXPECT_EQ(end.cause, QStringLiteral("workerMissing"));
+    EXPECT_EQ(end.reason, QString());
+}
+
+TEST(CtlOutcome, ShowsNoControlCharactersOfALog) {
+    EXPECT_EQ(lastWords({QStringLiteral("a\x1b[2J\tb")}), QStringList{QStringLiteral("a?[2J?b")});
 }
 
 TEST(CtlOutcome, DescribesAProblemWithLastWords) {

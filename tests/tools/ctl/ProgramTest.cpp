@@ -164,7 +164,7 @@ TEST_F(CtlPlay, AWorkerThatDoesNotEndIsAFailure) {
 TEST_F(CtlPlay, AWorkerThatNeverConnectsIsAFailure) {
     EXPECT_EQ(run({"play", "http://h/;log:asleep;wait:60000", "--worker", FAKE_WORKER, "--json"}), kNotDone);
     EXPECT_EQ(errors(),
-              "mediaworker-ctl: the worker does not connect; the worker's last words:\n    asleep\n");
+              "mediaworker-ctl: the worker did not connect; the worker's last words:\n    asleep\n");
     EXPECT_FALSE(events("ended").at(0).contains(QStringLiteral("exitCode")));
 }
 
@@ -374,7 +374,7 @@ TEST_F(CtlExport, AWorkerThatNeverConnectsIsAFailure) {
     EXPECT_EQ(run({"export", "http://h/;wait:60000", file_.generic_string(), "--duration", "4", "--worker",
                    FAKE_WORKER}),
               kNotDone);
-    EXPECT_EQ(errors(), "mediaworker-ctl: the worker does not connect\n");
+    EXPECT_EQ(errors(), "mediaworker-ctl: the worker did not connect\n");
     EXPECT_THAT(files(), IsEmpty());
 }
 
