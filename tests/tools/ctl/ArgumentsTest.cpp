@@ -117,6 +117,17 @@ TEST(CtlArguments, ExportTakesEveryOption) {
               mediaworker::parent::FlvReading::Standard);
 }
 
+TEST(CtlArguments, BothTakeTargetsForTheLog) {
+    const LogTargets expected{.file = kRoot + QStringLiteral("home/me/a.log"), .isVerbose = true};
+    EXPECT_EQ(std::get<PlayCommand>(parse("play http://cam/a.flv --log a.log --verbose")).log, expected);
+    EXPECT_EQ(std::get<ExportCommand>(parse("export http://cam/a.flv a.mp4 --verbose --log a.log")).log,
+              expected);
+    EXPECT_EQ(std::get<Misuse>(parse("play http://cam/a.flv --log=")).why,
+              QStringLiteral("--log needs a file"));
+    EXPECT_EQ(std::get<Misuse>(parse("play rtsp://u:p@cam/a")).why,
+              QStringLiteral("cannot play rtsp://***@cam/a: only http, https and files"));
+}
+
 TEST(CtlArguments, ExportGoesOnUntilItIsStopped) {
     EXPECT_EQ(std::get<ExportCommand>(parse("export http://cam/a.flv A.MP4 --no-clobber")),
               (ExportCommand{.url = QStringLiteral("http://cam/a.flv"),
