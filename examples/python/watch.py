@@ -74,7 +74,7 @@ class Parent:
         self.worker = QProcess(readyReadStandardError=self.read_log, finished=self.ended)
         self.worker.start(options.worker, [options.url, self.channel.name, self.server.serverName()])
         if not self.worker.waitForStarted():
-            sys.exit("watch.py: " + self.worker.errorString())
+            sys.exit("watch.py: the worker %s cannot be started: %s" % (options.worker, self.worker.errorString()))
 
     def accept(self):
         self.link = self.server.nextPendingConnection()
@@ -144,5 +144,6 @@ if __name__ == "__main__":
     parser.add_argument("--save", metavar="FOLDER", help="for PNG files, named by their time stamps")
     parser.add_argument("--commands", type=command, nargs="+", default=[], help="volume:50 pause resume stop-audio")
     application, options = QCoreApplication(sys.argv), parser.parse_args()
+    options.save and not os.path.isdir(options.save) and parser.error("there is no folder " + options.save)
     parent = Parent(options)
     sys.exit(application.exec_())

@@ -195,6 +195,12 @@ TEST_F(PythonExample, SurvivesAWorkerThatIsKilled) {
     EXPECT_THAT(filesIn(temporary()), IsEmpty());
 }
 
+TEST_F(PythonExample, SaysThatThereIsNoFolder) {
+    EXPECT_EQ(run(command({"--save", "/nowhere/pictures"})), 2) << said();
+    EXPECT_THAT(said(), HasSubstr("watch.py: error: there is no folder /nowhere/pictures\n"));
+    EXPECT_THAT(filesIn(temporary()), IsEmpty());
+}
+
 TEST_F(PythonExample, SaysThatThereIsNoWorker) {
     EXPECT_EQ(run(command({"--worker", "/nowhere/mediaworker"})), 1) << said();
     EXPECT_THAT(said(), HasSubstr("watch.py: "));

@@ -1,6 +1,7 @@
 #include "tools/ctl/Arguments.h"
 
 #include "parent/MaskedUrls.h"
+#include "tools/files/Address.h"
 #include "tools/files/FileUrl.h"
 
 #include <QCommandLineParser>
@@ -162,8 +163,8 @@ QString playableUrl(const QString& text, const QString& folder) {
     if (isWebUrl(text) || text.startsWith(QStringLiteral("file:"))) {
         return text;
     }
-    if (text.contains(QStringLiteral("://"))) {
-        throw Refusal{QStringLiteral("cannot play %1: only http, https and files").arg(text)};
+    if (const QString problem = addressProblem(text); !problem.isEmpty()) {
+        throw Refusal{problem};
     }
     return fileUrl(text, folder);
 }

@@ -57,9 +57,10 @@ ExportDialog::ExportDialog(const QString& url, const QString& workerProgram, QWi
     makeWidgets();
     connect(&worker_, &WorkerProcess::progress, progress_, &QProgressBar::setValue);
     connect(&worker_, &WorkerProcess::finished, this, &ExportDialog::end);
-    connect(&worker_, &WorkerProcess::startFailed, this, [this](const QString& why) {
+    connect(&worker_, &WorkerProcess::startFailed, this, [this] {
         QFile::remove(partialFile_);
-        finish(exportEndText(ExportEnd::Failed, {}, tr("the worker cannot be started: %1").arg(why)), false);
+        finish(exportEndText(ExportEnd::Failed, {}, worker_.startProblem().value_or(parent::Problem{}).text),
+               false);
     });
     connect(&worker_, &WorkerProcess::connectTimedOut, &worker_, &WorkerProcess::kill);
     check();

@@ -1,5 +1,6 @@
 #include "tools/view/StreamStatus.h"
 
+#include "tools/files/Address.h"
 #include "tools/files/FileUrl.h"
 
 #include <QDateTime>
@@ -118,11 +119,9 @@ QString streamName(const QString& url) {
 }
 
 QString streamUrl(const QString& text, const QString& folder) {
-    QString trimmed = text.trimmed();
-    for (const char* scheme : {"http://", "https://", "file://"}) {
-        if (trimmed.startsWith(QLatin1String(scheme), Qt::CaseInsensitive)) {
-            return trimmed;
-        }
+    const QString trimmed = text.trimmed();
+    if (isAddress(trimmed)) {
+        return trimmed; // StreamView tells what cannot be played
     }
     if (trimmed.isEmpty()) {
         return {};

@@ -44,7 +44,7 @@ struct StreamStatus {
 /// User names and passwords never show.
 [[nodiscard]] QString streamName(const QString& url);
 
-/// The URL that a worker plays for what a user typed or dropped: web addresses as they are, everything else
+/// The URL that a worker plays for what a user typed or dropped: addresses as they are, everything else
 /// is the path of a local file. `folder` is what relative paths start from.
 [[nodiscard]] QString streamUrl(const QString& text, const QString& folder);
 

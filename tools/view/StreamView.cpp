@@ -1,6 +1,8 @@
 #include "tools/view/StreamView.h"
 
+#include "tools/files/Address.h"
 #include "tools/view/PictureWidget.h"
+#include "tools/view/StreamLog.h"
 
 #include <QEvent>
 #include <QFrame>
@@ -37,6 +39,7 @@ std::chrono::steady_clock::time_point now() {
 StreamView::StreamView(StreamSettings settings, QWidget* parent)
     : QWidget(parent), settings_(std::move(settings)), sound_(settings_.volumePercent, settings_.isMuted) {
     worker().setProgram(settings_.workerProgram);
+    new StreamLog(stream_, this);
 
     pictures_ = new PictureWidget([this] { return stream_.frames(); });
     pictures_->installEventFilter(this);
@@ -164,6 +167,10 @@ void StreamView::open(const QString& url) {
 
 void StreamView::restart() {
     if (url_.isEmpty()) {
+        return;
+    }
+    if (const QString problem = addressProblem(url_); !problem.isEmpty()) {
+        end(problem);
         return;
     }
     parent::StreamJob job;

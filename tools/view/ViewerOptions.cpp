@@ -1,5 +1,8 @@
 #include "tools/view/ViewerOptions.h"
 
+#include "parent/MaskedUrls.h"
+#include "tools/files/Address.h"
+
 #include <QCommandLineParser>
 #include <QDir>
 #include <QStandardPaths>
@@ -30,7 +33,8 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
         "\n"
         "Keys: space pause, arrows volume, M mute, S snapshot, F or F11 full screen, Esc back,\n"
         "F5 start again, Ctrl+O open, Ctrl+Shift+O open file, Ctrl+N add, Ctrl+W close stream,\n"
-        "Ctrl+E export, Ctrl+Q quit. A double click fills the screen, the wheel is the volume."));
+        "Ctrl+E export, L the worker's log, Ctrl+Q quit. A double click fills the screen, the wheel is the "
+        "volume."));
     const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
                                   QStringLiteral("Print this and end."));
     const QCommandLineOption version(QStringLiteral("version"), QStringLiteral("Print the version and end."));
@@ -88,7 +92,7 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
     ViewerOptions options;
     const auto refuse = [&options](const QString& why) {
         options.action = ViewerOptions::Action::Refuse;
-        options.text = why;
+        options.text = parent::maskedUrls(why);
         return options;
     };
     if (!parser.parse(arguments)) {
@@ -139,6 +143,9 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
         options.seconds = *value;
     }
     for (const QString& argument : parser.positionalArguments()) {
+        if (const QString problem = addressProblem(argument); !problem.isEmpty()) {
+            return refuse(problem + u'.');
+        }
         const QString url = streamUrl(argument, folder);
         if (url.isEmpty()) {
             return refuse(QStringLiteral("A URL is empty."));

@@ -1,7 +1,9 @@
 #include "tools/view/ViewerWindow.h"
 
+#include "parent/MaskedUrls.h"
 #include "tools/files/FileUrl.h"
 #include "tools/view/ExportDialog.h"
+#include "tools/view/LogWindow.h"
 #include "tools/view/PictureWidget.h"
 #include "tools/view/Placement.h"
 #include "tools/view/Snapshot.h"
@@ -62,6 +64,7 @@ ViewerWindow::ViewerWindow(StreamSettings settings, QString snapshotFolder, QWid
     makeMenus();
     makeToolbar();
     makeStatusBar();
+    new LogAction(*this, [this] { return current(); });
     refresh();
 }
 
@@ -358,9 +361,11 @@ void ViewerWindow::fitToFirstPicture(StreamView* view) {
 
 void ViewerWindow::askForUrl(bool inNewView) {
     bool isAccepted = false;
-    const QString text = QInputDialog::getText(
-        this, inNewView ? tr("Add stream") : tr("Open"), tr("URL of a stream, or path of a file:"),
-        QLineEdit::Normal, current_ != nullptr ? current_->url() : QString(), &isAccepted);
+    const QString present = current_ != nullptr ? current_->url() : QString();
+    const bool isSecret = parent::maskedUrls(present) != present;
+    const QString text = QInputDialog::getText(this, inNewView ? tr("Add stream") : tr("Open"),
+                                               tr("URL of a stream, or path of a file:"), QLineEdit::Normal,
+                                               isSecret ? QString() : present, &isAccepted);
     const QString url = streamUrl(text, QDir::currentPath());
     if (!isAccepted || url.isEmpty()) {
         return;

@@ -1,4 +1,5 @@
 #include "tools/interruption/Interruption.h"
+#include "tools/view/DisplayGuard.h"
 #include "tools/view/ViewerOptions.h"
 #include "tools/view/ViewerWindow.h"
 
@@ -8,6 +9,8 @@
 #include <QTimer>
 
 #include <cstdio>
+#include <optional>
+#include <utility>
 
 namespace {
 
@@ -76,7 +79,9 @@ int main(int argc, char** argv) {
     if (options.action != ViewerOptions::Action::Show) {
         return printText(options);
     }
+    std::optional<DisplayGuard> guard(std::in_place);
     const QApplication application(argc, argv);
+    guard.reset();
     QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("mediaworker-view")));
     return show(options);
 }

@@ -383,10 +383,11 @@ protected:
     }
 };
 
-TEST_F(StrangeWorker, ThatEndsAtOnceIsToldByItsCode) {
+TEST_F(StrangeWorker, ThatEndsAtOnceIsNoWorker) {
     showWith("echo '<b>bold</b>' >&2; exit 7");
     EXPECT_EQ(text("state").toStdString(),
-              "ended: " + parent::exitReason(parent::WorkerMode::Stream, 7, false).toStdString());
+              "ended: " + (folder_ / "worker").string() +
+                  " is no mediaworker, or cannot run here: it ended before it connected");
     closeWindow();
     EXPECT_EQ(leftovers(), "");
 }
