@@ -173,7 +173,7 @@ Problem endOfFile(const WorkerFindings& findings) {
     if (findings.isFileRefused) {
         return fileProblem(findings.localFile);
     }
-    return findings.hasShownPicture
+    return findings.localFile.state == LocalFileState::Readable
                ? problem(ExitCause::NoVideo, QStringLiteral("the file %1 has no video that can be shown")
                                                  .arg(findings.localFile.path))
                : byCode(WorkerMode::LocalFile, 2);
@@ -224,7 +224,7 @@ std::optional<Problem> toldFailure(WorkerMode mode, const WorkerFindings& findin
 
 Problem endOfStream(const WorkerFindings& findings) {
     return problem(ExitCause::EndOfStream,
-                   findings.hasShownPicture == false
+                   findings.isResponseOver && findings.hasShownPicture == false
                        ? QStringLiteral("the server ended the stream before its first picture")
                        : QStringLiteral("the server ended the stream"));
 }

@@ -163,8 +163,8 @@ TEST(Problem, IsWhatTheLogAndTheParentsEyesTell) {
              2,
              Seen::Connected,
              {},
-             "noVideo",
-             "the file /films/a.mp4 has no video that can be shown"},
+             "endOfFile",
+             "the file is at its end, or cannot be opened or read"},
             {kFile,
              2,
              Seen::Connected,
@@ -272,6 +272,11 @@ TEST(Problem, OfAFileIsWhatTheSystemSays) {
               shown(QDir::current().filePath(QStringLiteral("file"))));
 
     WorkerFindings findings;
+    findings.hasShownPicture = false;
+    findings.localFile = {QStringLiteral("/f"), LocalFileState::Readable};
+    EXPECT_EQ(problemOf(kFile, 2, false, findings).text,
+              QStringLiteral("the file /f has no video that can be shown"));
+    EXPECT_EQ(problemOf(kFile, 2, false, findings).cause, ExitCause::NoVideo);
     findings.isFileRefused = true;
     for (const auto& [state, text] :
          {std::pair(LocalFileState::Folder, "/f is a folder, not a file"),

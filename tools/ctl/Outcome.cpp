@@ -24,7 +24,8 @@ QString indented(const QStringList& lines) {
 QString noPictureWords(const WorkerEnd& end) {
     const parent::ExitCause cause = problemOf(end).cause;
     const bool saysSo = cause == parent::ExitCause::NoPicture || cause == parent::ExitCause::NoVideo ||
-                        (cause == parent::ExitCause::EndOfStream && end.findings.hasShownPicture == false);
+                        (cause == parent::ExitCause::EndOfStream && end.findings.isResponseOver &&
+                         end.findings.hasShownPicture == false);
     return saysSo ? QString() : QStringLiteral("no picture was shown: ");
 }
 

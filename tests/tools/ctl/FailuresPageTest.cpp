@@ -188,7 +188,7 @@ void FailuresPage::addWhatTakesTooLong() {
         findings.take(QString::fromLatin1(line), false);
         findings.isConnected = true;
         findings.hasShownPicture = hasPicture;
-        findings.localFile.path = QStringLiteral("/folder/song.mp4");
+        findings.localFile = {QStringLiteral("/folder/song.mp4"), parent::LocalFileState::Readable};
         return problemOf(mode, code, false, findings);
     };
     constexpr auto kStream = WorkerMode::Stream;

@@ -93,6 +93,9 @@ TEST(CtlOutcome, DoesNotSayTwiceThatThereWasNoPicture) {
     end.worker.exitCode = 3;
     end.worker.findings.hasShownPicture = false;
     EXPECT_EQ(whyNotDone(end),
+              QStringLiteral("no picture was shown: the server ended the stream (exit code 3)"));
+    end.worker.findings.isResponseOver = true;
+    EXPECT_EQ(whyNotDone(end),
               QStringLiteral("the server ended the stream before its first picture (exit code 3)"));
 }
 

@@ -53,7 +53,7 @@ TEST_F(Controls, HaveTheKeysThatTheManualNames) {
         {"closeStream", "Ctrl+W"}, {"export", "Ctrl+E"},         {"quit", "Ctrl+Q"},
         {"pause", "Space"},        {"startAgain", "F5"},         {"mute", "M"},
         {"louder", "Up; Right"},   {"quieter", "Down; Left"},    {"snapshot", "S"},
-        {"fullScreen", "F; F11"},  {"leaveFullScreen", "Esc"},
+        {"fullScreen", "F; F11"},  {"leaveFullScreen", "Esc"},   {"log", "L"},
     };
     EXPECT_EQ(keys, expected);
 }
