@@ -11,10 +11,10 @@ namespace mediaworker::parent {
 /// Why a worker ended, or never ran, as everybody tells it: viewer, control program, and whoever uses this
 /// library. An ordinary end ("the server ended the stream") is told by the same means.
 struct Problem {
-    ExitCause cause = ExitCause::Unknown;
-    QString text = {};                  ///< one sentence without a full stop, on one line
-    std::optional<int> httpStatus = {}; ///< of a response that was no success
-    QString networkError = {};          ///< by its name in QNetworkReply::NetworkError; empty: none
+    ExitCause cause = ExitCause::Unknown; ///< which of all
+    QString text = {};                    ///< one sentence without a full stop, on one line
+    std::optional<int> httpStatus = {};   ///< of a response that was no success
+    QString networkError = {};            ///< by its name in QNetworkReply::NetworkError; empty: none
 
     /// The same in all versions: exitCauseName().
     [[nodiscard]] QString id() const { return exitCauseName(cause); }

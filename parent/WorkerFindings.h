@@ -25,17 +25,17 @@ struct WorkerFindings {
     std::optional<qint64> recordedMs = {};
     bool hasRecordedSound = false; ///< with recordedMs
 
-    QString streamError = {};   ///< why the received data is no FLV
-    QString writeError = {};    ///< why its file cannot be written: the recording, or that of the pictures
-    QString otherFailure = {};  ///< why else it ends with code 1
-    bool isFileRefused = false; ///< a local one, which cannot be opened or is in no format that is known
-    bool isResponseOver = false;
+    QString streamError = {};    ///< why the received data is no FLV
+    QString writeError = {};     ///< why its file cannot be written: the recording, or that of the pictures
+    QString otherFailure = {};   ///< why else it ends with code 1
+    bool isFileRefused = false;  ///< a local one, which cannot be opened or is in no format that is known
+    bool isResponseOver = false; ///< or broke off
 
     // What the parent saw. Empty: it did not look, or it ended the worker itself.
-    std::optional<bool> isConnected = {};
-    std::optional<bool> hasShownPicture = {};
-    QString program = {};     ///< the worker's
-    LocalFile localFile = {}; ///< that it was to play; looked at when it had ended
+    std::optional<bool> isConnected = {};     ///< it was, at some time
+    std::optional<bool> hasShownPicture = {}; ///< one at least
+    QString program = {};                     ///< the worker's
+    LocalFile localFile = {};                 ///< that it was to play; looked at when it had ended
     /// What is fetched by plain HTTP through an HTTP proxy comes from a connection to that proxy alone.
     bool isProxyPeer = false;
 
