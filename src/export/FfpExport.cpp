@@ -21,6 +21,8 @@ using namespace std::chrono_literals;
 constexpr auto kLongestExit = 2s;
 /// For the parent to get what was sent last: less, so that there is time for the clean-up.
 constexpr auto kLongestDrain = 1s;
+/// For a stream that stops: how often it is looked at what has not been written yet.
+constexpr auto kKeepUpInterval = 250ms;
 
 /// False when there is no thread for that.
 bool limitExit(int code) {
@@ -46,10 +48,14 @@ FfpExport::FfpExport(const QString& url, const QString& outputPath, int duration
     base::logLine("url: ", url.toStdString());
     try {
         recorder_ = std::make_unique<ko_player::FileRecorder>(outputPath.toUtf8().toStdString(), options.flv,
-                                                              progress_.exactEndMs());
+                                                              progress_.exactEndMs(), options.mp4);
     } catch (const std::exception& error) {
         base::logLine("creating of muxer is failed with exc: ", error.what());
         std::exit(EXIT_FAILURE);
+    }
+    if (options.mp4 == ko_player::Mp4Policy::Safe) {
+        connect(&keepUpTimer_, &QTimer::timeout, this, &FfpExport::keepUp);
+        keepUpTimer_.start(kKeepUpInterval);
     }
     reader_.emplace();
     reader_->get(
@@ -82,10 +88,7 @@ void FfpExport::onData(const QByteArray& bytes) {
     }
     if (!recorder_->consume(reinterpret_cast<const std::uint8_t*>(bytes.constData()),
                             static_cast<std::size_t>(bytes.size()))) {
-        // What was good is kept; that it could be closed makes the recording no better.
-        static_cast<void>(recorder_->pushEofAndClose());
-        recorder_.reset();
-        end(EXIT_FAILURE);
+        giveUp();
         return;
     }
     if (recorder_->isAtEnd()) {
@@ -103,6 +106,19 @@ void FfpExport::onData(const QByteArray& bytes) {
     } else {
         tell(step.percent);
     }
+}
+
+void FfpExport::keepUp() {
+    if (!ending_ && recorder_ && !recorder_->keepUp(base::steadyClock().now())) {
+        giveUp();
+    }
+}
+
+void FfpExport::giveUp() {
+    // That it could be closed makes the recording no better.
+    static_cast<void>(recorder_->pushEofAndClose());
+    recorder_.reset();
+    end(EXIT_FAILURE);
 }
 
 void FfpExport::tell(std::optional<int> percent) {

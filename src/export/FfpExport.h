@@ -8,6 +8,7 @@
 #include <QByteArray>
 #include <QObject>
 #include <QString>
+#include <QTimer>
 
 #include <memory>
 #include <optional>
@@ -34,6 +35,9 @@ public:
 private:
     void onData(const QByteArray& bytes);
     void onFinished();
+    void keepUp();
+    /// What was good is kept, and the process ends with 1.
+    void giveUp();
     /// Closes the file and ends.
     void finish();
     void onMessage(const Corvane::Ipc::Message& message);
@@ -47,6 +51,7 @@ private:
     std::unique_ptr<ko_player::FileRecorder> recorder_;
     std::optional<CorvaneClient::Net::HTTPClient> reader_;
     Corvane::Ipc::SocketHandler* link_ = nullptr; ///< a child of this object
+    QTimer keepUpTimer_;                          ///< only for a file that can be lost
     const bool explains_;                         ///< see ko_player::Options
     bool ending_ = false;
 };

@@ -24,9 +24,15 @@ Avformat load() {
     library.resolve(functions.avformat_new_stream, "avformat_new_stream");
     library.resolve(functions.avformat_write_header, "avformat_write_header");
     library.resolve(functions.av_interleaved_write_frame, "av_interleaved_write_frame");
+    library.resolve(functions.av_write_frame, "av_write_frame");
     library.resolve(functions.av_write_trailer, "av_write_trailer");
     library.resolve(functions.avio_open, "avio_open");
     library.resolve(functions.avio_close, "avio_close");
+    library.resolve(functions.avio_alloc_context, "avio_alloc_context");
+    library.resolve(functions.avio_context_free, "avio_context_free");
+    library.resolve(functions.avio_seek, "avio_seek");
+    library.resolve(functions.avio_write, "avio_write");
+    library.resolve(functions.avio_flush, "avio_flush");
     return functions;
 }
 

@@ -24,9 +24,15 @@ struct Avformat {
     decltype(&::avformat_new_stream) avformat_new_stream;
     decltype(&::avformat_write_header) avformat_write_header;
     decltype(&::av_interleaved_write_frame) av_interleaved_write_frame;
+    decltype(&::av_write_frame) av_write_frame;
     decltype(&::av_write_trailer) av_write_trailer;
     decltype(&::avio_open) avio_open;
     decltype(&::avio_close) avio_close;
+    decltype(&::avio_alloc_context) avio_alloc_context;
+    decltype(&::avio_context_free) avio_context_free;
+    decltype(&::avio_seek) avio_seek;
+    decltype(&::avio_write) avio_write;
+    decltype(&::avio_flush) avio_flush;
 };
 
 /// Loads the library on the first call. Throws std::runtime_error with the system's reason. Thread-safe.

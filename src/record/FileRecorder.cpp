@@ -33,8 +33,9 @@ constexpr std::uint32_t kHevcTag = MKTAG('h', 'v', 'c', '1');
 
 } // namespace
 
-FileRecorder::FileRecorder(const std::string& path, FlvReading reading, std::optional<std::int64_t> endMs)
-    : path_(path), rules_(recordingRules(reading)), endMs_(endMs),
+FileRecorder::FileRecorder(const std::string& path, FlvReading reading, std::optional<std::int64_t> endMs,
+                           Mp4Policy policy)
+    : path_(path), rules_(recordingRules(reading)), policy_(policy), endMs_(endMs),
       handler_(std::make_shared<FlvHandler>(reading)), reader_(handler_.get(), reading) {
     emplaceMuxer();
     handler_->onVideoParams = [this](const AVCodecParameters*) {
@@ -50,7 +51,7 @@ FileRecorder::FileRecorder(const std::string& path, FlvReading reading, std::opt
 }
 
 void FileRecorder::emplaceMuxer() {
-    muxer_.emplace(path_, rules_.form);
+    muxer_.emplace(path_, rules_.form, policy_);
 }
 
 bool FileRecorder::consume(const std::uint8_t* data, std::size_t size) {
@@ -64,6 +65,14 @@ bool FileRecorder::consume(const std::uint8_t* data, std::size_t size) {
         base::logAt("ko_player::FileRecorder::consume", "consume failed with exception: ", error.what());
         return false;
     }
+}
+
+bool FileRecorder::keepUp(base::TimePoint now) {
+    const bool isWritten = muxer_->keepUp(now);
+    if (!isWritten) {
+        base::logAt("ko_player::FileRecorder::keepUp", "the file cannot be written");
+    }
+    return isWritten;
 }
 
 bool FileRecorder::pushEofAndClose() {

@@ -44,13 +44,18 @@ public:
     /// written. `endMs`, more than 0: nothing is recorded from there on, milliseconds from the first picture.
     /// Throws what Muxer and FlvHandler throw.
     explicit FileRecorder(const std::string& path, FlvReading reading = FlvReading::Strict,
-                          std::optional<std::int64_t> endMs = std::nullopt);
+                          std::optional<std::int64_t> endMs = std::nullopt,
+                          Mp4Policy policy = Mp4Policy::AtOnce);
     FileRecorder(const FileRecorder&) = delete;
     FileRecorder& operator=(const FileRecorder&) = delete;
     ~FileRecorder() = default;
 
     /// Reads on. False means that the recording cannot go on.
     [[nodiscard]] bool consume(const std::uint8_t* data, std::size_t size);
+
+    /// Writes what may not wait for more of the stream; see Muxer::keepUp(). False means that the recording
+    /// cannot go on.
+    [[nodiscard]] bool keepUp(base::TimePoint now);
 
     /// The stream has ended: writes what is held back and finishes the file. False where no
     /// picture has come, or the file is not whole.
@@ -99,6 +104,7 @@ private:
 
     const std::string path_;
     const RecordingRules rules_;
+    const Mp4Policy policy_;
     bool buffering_ = true; ///< until the header is begun
     bool headerWritten_ = false;
     bool videoStarted_ = false;

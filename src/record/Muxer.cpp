@@ -4,15 +4,15 @@
 #include "ffmpeg/Avcodec.h"
 #include "ffmpeg/Avformat.h"
 #include "ffmpeg/FfmpegError.h"
+#include "record/CrashSafeFile.h"
+#include "record/OrdinaryFile.h"
 
 extern "C" {
 #include <libavcodec/packet.h>
-#include <libavutil/dict.h>
 #include <libavutil/mathematics.h>
 }
 
 #include <algorithm>
-#include <cerrno>
 #include <stdexcept>
 #include <utility>
 
@@ -21,12 +21,6 @@ namespace ko_player {
 using ff_wrap::avformat;
 
 namespace {
-
-/// The writer keeps the packets of one stream until the other has caught up, or 10 s of time stamps have
-/// passed: without a bound a stream whose stamps stand still, and whose sound never comes, would stay in
-/// memory whole. Beyond this the packets are written as they are; only their order in the file suffers. Ten
-/// seconds of a usual camera fit.
-constexpr std::size_t kMaxHeldBytes = 12 << 20;
 
 /// As fine as the stamps of pictures get where they come in milliseconds.
 constexpr const char* kTicksPerSecond = "16000";
@@ -39,56 +33,14 @@ std::int64_t rescaled(std::int64_t stamp, AVRational from, AVRational to) {
                             static_cast<AVRounding>(AV_ROUND_NEAR_INF | AV_ROUND_PASS_MINMAX));
 }
 
-/// The writer goes back to fill in lengths, and does not look whether it got there: then they are written
-/// into the middle of the recording. Notes it, for the writer of this thread, while this lives.
-class SeekWatch {
-public:
-    explicit SeekWatch(AVIOContext* io) : io_(io), before_(watch) {
-        seek_ = std::exchange(io_->seek, &noteSeek);
-        watch = this;
-    }
-    SeekWatch(const SeekWatch&) = delete;
-    SeekWatch& operator=(const SeekWatch&) = delete;
-    ~SeekWatch() {
-        io_->seek = seek_;
-        watch = before_;
-    }
-
-    /// An FFmpeg error, or 0.
-    [[nodiscard]] int result() const { return result_; }
-
-private:
-    using Seek = decltype(AVIOContext::seek);
-
-    static std::int64_t noteSeek(void* file, std::int64_t offset, int whence) {
-        const std::int64_t position = watch->seek_(file, offset, whence);
-        if (position < 0 && (whence & AVSEEK_SIZE) == 0) {
-            watch->result_ = static_cast<int>(position);
-        }
-        return position;
-    }
-
-    static thread_local SeekWatch* watch;
-
-    AVIOContext* const io_;
-    SeekWatch* const before_;
-    Seek seek_ = nullptr;
-    int result_ = 0;
-};
-
-thread_local SeekWatch* SeekWatch::watch = nullptr;
-
 } // namespace
 
 void Muxer::FreeContext::operator()(AVFormatContext* context) const noexcept {
     avformat().avformat_free_context(context);
 }
 
-void Muxer::CloseIo::operator()(AVIOContext* io) const noexcept {
-    static_cast<void>(avformat().avio_close(io));
-}
-
-Muxer::Muxer(const std::string& fileName, Form form) : fileName_(fileName), form_(form) {
+Muxer::Muxer(const std::string& fileName, Form form, Mp4Policy policy)
+    : fileName_(fileName), form_(form), policy_(policy) {
     if (fileName_.empty()) {
         throw std::invalid_argument("Muxer.ctor empty filename");
     }
@@ -138,35 +90,24 @@ void Muxer::addStream(const StreamSource& source, int index) {
 }
 
 void Muxer::openFile() {
-    if (isOpen() || headerWritten_) {
+    if (isOpen() || isOpened_) {
         throw std::logic_error("Muxer.openFile: second call");
     }
-    const int opened = avformat().avio_open(&context_->pb, fileName_.c_str(), AVIO_FLAG_WRITE);
-    if (opened < 0) {
-        throw FileError("Muxer.writeHeader avio_open: file: " + fileName_ +
-                        ", err: " + ff_wrap::errorText(opened));
-    }
-    io_.reset(context_->pb);
-    AVDictionary* options = nullptr;
+    packet_file::WriterOptions options;
     if (form_ == Form::Faithful) {
-        av_dict_set(&options, "movie_timescale", kTicksPerSecond, 0); // otherwise milliseconds, rounded down
+        options.emplace_back("movie_timescale", kTicksPerSecond); // otherwise milliseconds, rounded down
     }
-    const int written = avformat().avformat_write_header(context_.get(), &options);
-    av_dict_free(&options);
-    if (written < 0) {
-        const std::string what = "Muxer.writeHeader avformat_write_header: file: " + fileName_ +
-                                 ", err: " + ff_wrap::errorText(written);
-        if (written == AVERROR(ENOMEM) || io_->error < 0 || (io_->seekable & AVIO_SEEKABLE_NORMAL) == 0) {
-            throw FileError(what);
-        }
-        throw std::runtime_error(what);
+    isOpened_ = true;
+    if (policy_ == Mp4Policy::Safe) {
+        file_ = std::make_unique<CrashSafeFile>(fileName_, *context_, options);
+    } else {
+        file_ = std::make_unique<OrdinaryFile>(fileName_, *context_, options);
     }
-    headerWritten_ = true;
 }
 
 // By value: the packet is given up. NOLINTNEXTLINE(performance-unnecessary-value-param)
 bool Muxer::writePacket(std::shared_ptr<ff_wrap::Packet> packet, int index, std::string* error) {
-    if (!isOpen() || !headerWritten_) {
+    if (!isOpen()) {
         throw std::logic_error("Muxer.writePacket: no open file");
     }
     if (index < 0 || static_cast<unsigned>(index) >= context_->nb_streams) {
@@ -182,12 +123,8 @@ bool Muxer::writePacket(std::shared_ptr<ff_wrap::Packet> packet, int index, std:
     slot.isFirstPacket = false;
     out.stream_index = index;
     out.pos = -1;
-    const std::size_t bytes = packet->heldBytes();
     const std::int64_t dts = out.dts;
-    int result = avformat().av_interleaved_write_frame(context_.get(), &out);
-    if (result >= 0) {
-        result = boundHeldPackets(bytes);
-    }
+    const int result = file_->write(std::move(packet));
     if (result < 0) {
         if (error != nullptr) {
             *error = ff_wrap::errorText(result);
@@ -231,38 +168,14 @@ void Muxer::keepStamps(AVPacket& packet, Slot& slot, const AVStream& stream) {
     packet.pts = std::max(pts, dts);
 }
 
-int Muxer::boundHeldPackets(std::size_t packetBytes) {
-    if (context_->nb_streams < 2) {
-        return 0; // nothing to interleave with, so nothing is kept
-    }
-    heldBytes_ += packetBytes;
-    if (heldBytes_ < kMaxHeldBytes) {
-        return 0;
-    }
-    heldBytes_ = 0;
-    return avformat().av_interleaved_write_frame(context_.get(), nullptr);
-}
-
-int Muxer::writeTrailer() {
-    const SeekWatch watch(io_.get());
-    const int written = avformat().av_write_trailer(context_.get());
-    return written < 0 ? written : watch.result();
+bool Muxer::keepUp(base::TimePoint now) {
+    return !isOpen() || file_->keepUp(now) >= 0;
 }
 
 void Muxer::close() {
-    if (!isOpen()) {
-        return;
-    }
-    const int trailer = headerWritten_ ? writeTrailer() : 0;
-    context_->pb = nullptr;
-    const int closed = avformat().avio_close(io_.release());
-    if (trailer < 0) {
-        throw std::runtime_error("Muxer.close av_write_trailer: file: " + fileName_ +
-                                 ", err: " + ff_wrap::errorText(trailer));
-    }
-    if (closed < 0) {
-        throw std::runtime_error("Muxer.close avio_closep: file: " + fileName_ +
-                                 ", err: " + ff_wrap::errorText(closed));
+    if (isOpen()) {
+        const std::unique_ptr<PacketFile> file = std::move(file_);
+        file->close();
     }
 }
 

@@ -1,22 +1,21 @@
 #pragma once
 
 #include "ffmpeg/Packet.h"
+#include "record/PacketFile.h"
+#include "records/Options.h"
 
 extern "C" {
 #include <libavutil/rational.h>
 }
 
 #include <array>
-#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <memory>
-#include <stdexcept>
 #include <string>
 
 struct AVCodecParameters;
 struct AVFormatContext;
-struct AVIOContext;
 struct AVPacket;
 struct AVStream;
 
@@ -56,15 +55,12 @@ public:
                   ///< millisecond
     };
 
-    /// The file cannot be made or written, whatever it should hold.
-    class FileError : public std::runtime_error {
-    public:
-        using std::runtime_error::runtime_error;
-    };
+    using FileError = ko_player::FileError;
 
     /// Touches no file yet. Throws std::invalid_argument "Muxer.ctor empty filename", or std::runtime_error
     /// "Muxer.ctor: ...".
-    explicit Muxer(const std::string& fileName, Form form = Form::Plain);
+    explicit Muxer(const std::string& fileName, Form form = Form::Plain,
+                   Mp4Policy policy = Mp4Policy::AtOnce);
     /// A file that is still open is closed as it is, without an index.
     ~Muxer();
     Muxer(const Muxer&) = delete;
@@ -87,18 +83,20 @@ public:
     /// the reason in `error` unless that is null, where it cannot be written.
     [[nodiscard]] bool writePacket(std::shared_ptr<ff_wrap::Packet> packet, int index, std::string* error);
 
+    /// To be called a few times a second while packets may fail to come: see Mp4Policy::Safe. False where
+    /// what was to be written could not be.
+    [[nodiscard]] bool keepUp(base::TimePoint now);
+
     /// Writes the index and closes the file; does nothing without an open one. Throws std::runtime_error
-    /// "Muxer.close ..." where any of it fails: the file is closed then, but cannot be played.
+    /// "Muxer.close ..." where any of it fails: the file is closed then, but cannot be played. With
+    /// Mp4Policy::Safe, all that was written can be.
     void close();
 
-    [[nodiscard]] bool isOpen() const noexcept { return io_ != nullptr; }
+    [[nodiscard]] bool isOpen() const noexcept { return file_ != nullptr; }
 
 private:
     struct FreeContext {
         void operator()(AVFormatContext* context) const noexcept;
-    };
-    struct CloseIo {
-        void operator()(AVIOContext* io) const noexcept;
     };
     static constexpr std::int64_t kNoExactStamp = std::numeric_limits<std::int64_t>::min();
     struct Slot {
@@ -115,18 +113,13 @@ private:
     static void stamp(AVPacket& packet, Slot& slot, const AVStream& stream);
     static void keepStamps(AVPacket& packet, Slot& slot, const AVStream& stream);
 
-    /// An FFmpeg error where the index, or any length before it, could not be written.
-    int writeTrailer();
-    /// Lets the writer pass on what it keeps in order to interleave the streams, before that grows too large.
-    int boundHeldPackets(std::size_t packetBytes);
-
     const std::string fileName_;
     const Form form_;
+    const Mp4Policy policy_;
     std::array<Slot, kStreams> slots_;
     std::unique_ptr<AVFormatContext, FreeContext> context_;
-    std::unique_ptr<AVIOContext, CloseIo> io_; ///< set while the file is open; goes before the context
-    bool headerWritten_ = false;
-    std::size_t heldBytes_ = 0; ///< at most this many are kept by the writer
+    std::unique_ptr<PacketFile> file_; ///< set while the file is open; goes before the context
+    bool isOpened_ = false;            ///< has been, or was to be
 };
 
 } // namespace ko_player

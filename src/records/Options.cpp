@@ -25,6 +25,8 @@ constexpr std::array kChoices{
     Choice{"sandbox", "off", [](Options& options) { options.sandbox = SandboxPolicy::Off; }},
     Choice{"sandbox", "on", [](Options& options) { options.sandbox = SandboxPolicy::On; }},
     Choice{"sandbox", "required", [](Options& options) { options.sandbox = SandboxPolicy::Required; }},
+    Choice{"mp4", "plain", [](Options& options) { options.mp4 = Mp4Policy::AtOnce; }},
+    Choice{"mp4", "safe", [](Options& options) { options.mp4 = Mp4Policy::Safe; }},
 };
 
 std::string_view trimmed(std::string_view text) {

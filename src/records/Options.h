@@ -30,6 +30,12 @@ enum class LengthPolicy {
     Exact,    ///< the file ends where the duration does; without a duration, when the parent says so
 };
 
+/// How the file of an export is written.
+enum class Mp4Policy {
+    AtOnce, ///< as it will be; without its end it cannot be played
+    Safe,   ///< so that it can be played wherever the writing stops, and at the end as it would have been
+};
+
 /// Whether the worker gives up what it does not need, before it reads the first byte.
 enum class SandboxPolicy {
     Off,      ///< it can do what its user can
@@ -44,6 +50,7 @@ struct Options {
     SyncPolicy sync = SyncPolicy::StartTogether;
     LengthPolicy length = LengthPolicy::Expected;
     SandboxPolicy sandbox = SandboxPolicy::Off;
+    Mp4Policy mp4 = Mp4Policy::AtOnce;
     /// Whether the log has the lines that say more than a worker of old said: set for every parent that asks
     /// for anything, since it knows them.
     bool explains = false;
@@ -64,7 +71,7 @@ struct ParsedOptions {
 /// older worker; of a key that comes twice the last value counts. Blanks around a part are skipped.
 ///
 ///     flv=strict|standard   buffering=on|off   sync=off|on   length=expected|exact
-///     sandbox=off|on|required
+///     sandbox=off|on|required   mp4=plain|safe
 [[nodiscard]] ParsedOptions parseOptions(std::string_view text);
 
 } // namespace ko_player

@@ -1,0 +1,217 @@
+#include "record/CrashSafeFile.h"
+
+#include "base/Log.h"
+#include "ffmpeg/Avformat.h"
+#include "ffmpeg/FfmpegError.h"
+
+extern "C" {
+#include <libavutil/mathematics.h>
+}
+
+#include <algorithm>
+#include <new>
+#include <string_view>
+#include <utility>
+
+namespace ko_player {
+
+using ff_wrap::avformat;
+
+namespace {
+
+constexpr AVRational kMilliseconds{1, 1000};
+/// The box with the format is the first one; payload comes far behind it, or not at all.
+constexpr std::int64_t kMostHeaderBytes = static_cast<std::int64_t>(kFileBeginBytes);
+
+std::span<const std::uint8_t> boxIn(const std::vector<std::uint8_t>& bytes, std::string_view name) {
+    const auto box = findBox(bytes, name);
+    return box ? std::span(bytes).subspan(box->offset, box->size) : std::span<const std::uint8_t>();
+}
+
+} // namespace
+
+CrashSafeFile::CrashSafeFile(std::string fileName, AVFormatContext& context,
+                             const packet_file::WriterOptions& options)
+    : fileName_(std::move(fileName)), context_(context), file_(packet_file::open(fileName_)),
+      index_([this](std::int64_t position, const std::uint8_t* data, std::size_t size) {
+          return indexWrites(position, data, size);
+      }) {
+    fragments_ = std::make_unique<FragmentWriter>(context_, fileName_, options);
+    context_.pb = index_.get();
+    packet_file::writeHeader(context_, fileName_, options);
+    const int flushed = index_.flush();
+    if (flushed < 0 || !fragments_->countsLike(context_)) {
+        throw FileError("Muxer.writeHeader: file: " + fileName_ +
+                        ", err: " + (flushed < 0 ? ff_wrap::errorText(flushed) : "other time bases"));
+    }
+}
+
+int CrashSafeFile::indexWrites(std::int64_t position, const std::uint8_t* data, std::size_t size) {
+    const std::span bytes(data, size);
+    if (indexBegin_) {
+        // It goes back to fill in lengths; the one of the payload is not its own here.
+        return position < *indexBegin_ ? 0 : writeAt(position, bytes);
+    }
+    if (position + static_cast<std::int64_t>(size) <= kMostHeaderBytes) {
+        return putAt(ordinaryHeader_, position, bytes) ? 0 : AVERROR_BUG;
+    }
+    return 0;
+}
+
+int CrashSafeFile::write(std::shared_ptr<ff_wrap::Packet> packet) {
+    AVPacket& content = *packet->get();
+    const auto track = static_cast<std::size_t>(content.stream_index);
+    const std::int64_t dtsMs =
+        av_rescale_q(content.dts, context_.streams[content.stream_index]->time_base, kMilliseconds);
+    if (rule_.isDueBefore(track, dtsMs)) {
+        static_cast<void>(writeFragment());
+    }
+    if (failure_ == 0) {
+        failure_ = std::min(fragments_->add(content), 0);
+    }
+    if (failure_ < 0) {
+        return failure_;
+    }
+    rule_.add(track, dtsMs, packet->heldBytes());
+    collected_.push_back(std::move(packet));
+    return 0;
+}
+
+int CrashSafeFile::keepUp(base::TimePoint now) {
+    return rule_.isOld(now) ? writeFragment() : failure_;
+}
+
+int CrashSafeFile::writeFragment() {
+    if (failure_ < 0 || collected_.empty()) {
+        return failure_;
+    }
+    try {
+        failure_ = std::min(appendFragment(), 0);
+    } catch (const std::bad_alloc&) {
+        failure_ = AVERROR(ENOMEM);
+    }
+    fragments_->clear();
+    collected_.clear();
+    rule_.restart();
+    return failure_;
+}
+
+int CrashSafeFile::appendFragment() {
+    if (const int made = fragments_->flush(); made < 0) {
+        return made;
+    }
+    if (end_ == 0) {
+        if (const int begun = writeBegin(); begun < 0) {
+            return begun;
+        }
+    }
+    // The format, which is there already, stands first.
+    const std::span<const std::uint8_t> bytes = fragments_->bytes();
+    const int written = append(bytes.subspan(boxIn(fragments_->bytes(), "ftyp").size()));
+    if (written == 0) {
+        noteInIndex(bytes);
+    }
+    return written;
+}
+
+int CrashSafeFile::writeBegin() {
+    const auto begin = fragmentedBegin(boxIn(fragments_->bytes(), "ftyp"));
+    return begin ? append(*begin) : AVERROR_BUG;
+}
+
+int CrashSafeFile::append(std::span<const std::uint8_t> bytes) {
+    if (const int written = writeAt(end_, bytes); written < 0) {
+        return written;
+    }
+    avformat().avio_flush(file_.get());
+    if (file_->error < 0) {
+        return file_->error;
+    }
+    end_ += static_cast<std::int64_t>(bytes.size());
+    return 0;
+}
+
+int CrashSafeFile::writeAt(std::int64_t position, std::span<const std::uint8_t> bytes) {
+    const std::int64_t reached = avformat().avio_seek(file_.get(), position, SEEK_SET);
+    if (reached < 0) {
+        return static_cast<int>(reached);
+    }
+    avformat().avio_write(file_.get(), bytes.data(), static_cast<int>(bytes.size()));
+    return std::min(file_->error, 0);
+}
+
+/// `bytes` end where the file does.
+void CrashSafeFile::noteInIndex(std::span<const std::uint8_t> bytes) {
+    auto places = samplesOf(bytes, context_.nb_streams);
+    const std::int64_t begin = end_ - static_cast<std::int64_t>(bytes.size());
+    indexIsWhole_ = indexIsWhole_ && places;
+    for (const auto& packet : collected_) {
+        AVPacket& content = *packet->get();
+        indexIsWhole_ = indexIsWhole_ && noteInIndex(content, (*places)[content.stream_index], begin);
+    }
+}
+
+/// The ordinary writer believes that the packet goes where it stands already. False where that is not as long
+/// as what it would have written.
+bool CrashSafeFile::noteInIndex(AVPacket& packet, std::deque<SamplePlace>& places,
+                                std::int64_t fragmentBegin) {
+    const SamplePlace place = places.empty() ? SamplePlace{} : places.front();
+    const std::int64_t at = fragmentBegin + place.offset;
+    if (index_.seek(at) < 0 || avformat().av_write_frame(&context_, &packet) < 0) {
+        return false;
+    }
+    const std::int64_t written = index_.position() - at;
+    if (written == 0) {
+        return true; // neither writer keeps a packet without content
+    }
+    if (places.empty() || written != place.size) {
+        return false;
+    }
+    places.pop_front();
+    return true;
+}
+
+void CrashSafeFile::close() {
+    static_cast<void>(writeFragment());
+    const std::string obstacle = failure_ == 0 ? makeOrdinary() : std::string();
+    context_.pb = nullptr;
+    if (end_ > 0 && (failure_ < 0 || !obstacle.empty())) {
+        endWithFragments();
+    }
+    const int closed = avformat().avio_close(file_.release());
+    if (failure_ < 0) {
+        throw packet_file::closeError("fragment", fileName_, failure_);
+    }
+    if (!obstacle.empty()) {
+        base::logLine("the file stays in fragments: ", obstacle);
+    } else if (closed < 0) {
+        throw packet_file::closeError("avio_closep", fileName_, closed);
+    }
+}
+
+std::string CrashSafeFile::makeOrdinary() {
+    const auto begin = ordinaryBegin(boxIn(ordinaryHeader_, "ftyp"), end_);
+    if (!indexIsWhole_ || !begin) {
+        return "no index";
+    }
+    indexBegin_ = end_;
+    int result = index_.seek(end_);
+    result = result < 0 ? result : avformat().av_write_trailer(&context_);
+    result = result < 0 ? result : index_.flush();
+    avformat().avio_flush(file_.get());
+    result = result < 0 ? result : std::min(file_->error, 0);
+    // The index is there: from this write on it counts.
+    result = result < 0 ? result : writeAt(0, *begin);
+    avformat().avio_flush(file_.get());
+    result = result < 0 ? result : std::min(file_->error, 0);
+    return result < 0 ? ff_wrap::errorText(result) : std::string();
+}
+
+void CrashSafeFile::endWithFragments() {
+    file_->error = 0; // it would not write on
+    if (writeAt(end_, kFreeToTheEnd) == 0) {
+        avformat().avio_flush(file_.get());
+    }
+}
+
+} // namespace ko_player

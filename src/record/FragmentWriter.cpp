@@ -1,0 +1,84 @@
+#include "record/FragmentWriter.h"
+
+#include "ffmpeg/Avcodec.h"
+#include "ffmpeg/Avformat.h"
+#include "ffmpeg/FfmpegError.h"
+#include "record/Fragment.h"
+
+#include <utility>
+
+namespace ko_player {
+
+using ff_wrap::avformat;
+
+void FragmentWriter::FreeContext::operator()(AVFormatContext* context) const noexcept {
+    context->pb = nullptr; // somebody else's; the writer must not find it when it cleans up
+    avformat().avformat_free_context(context);
+}
+
+FragmentWriter::FragmentWriter(const AVFormatContext& likeIt, const std::string& fileName,
+                               packet_file::WriterOptions options)
+    // It goes back to fill in the lengths of boxes, but not into what is gone.
+    : io_([this](std::int64_t position, const std::uint8_t* data, std::size_t size) {
+          return putAt(bytes_, position - cleared_, {data, size}) ? 0 : AVERROR_BUG;
+      }) {
+    AVFormatContext* context = nullptr;
+    avformat().avformat_alloc_output_context2(&context, nullptr, "mp4", nullptr);
+    if (context == nullptr) {
+        throw FileError("Muxer.writeHeader: no memory");
+    }
+    context_.reset(context);
+    context->strict_std_compliance = likeIt.strict_std_compliance;
+    for (unsigned i = 0; i < likeIt.nb_streams; ++i) {
+        const AVStream& source = *likeIt.streams[i];
+        AVStream* stream = avformat().avformat_new_stream(context, nullptr);
+        if (stream == nullptr ||
+            ff_wrap::avcodec().avcodec_parameters_copy(stream->codecpar, source.codecpar) < 0) {
+            throw FileError("Muxer.writeHeader: no memory");
+        }
+        stream->id = source.id;
+        stream->time_base = source.time_base;
+    }
+    context->pb = io_.get();
+    // Fragments are cut by flush() alone. Each counts from its own begin, so that it may lie anywhere. The
+    // header comes with the first one, when the writer knows where the tracks begin. And no list of all
+    // fragments: it would grow for as long as the recording lasts.
+    options.emplace_back("movflags", "frag_custom+delay_moov+default_base_moof+skip_trailer");
+    packet_file::writeHeader(*context, fileName, options);
+}
+
+FragmentWriter::~FragmentWriter() = default;
+
+bool FragmentWriter::countsLike(const AVFormatContext& other) const {
+    for (unsigned i = 0; i < other.nb_streams; ++i) {
+        if (av_cmp_q(context_->streams[i]->time_base, other.streams[i]->time_base) != 0) {
+            return false;
+        }
+    }
+    return context_->nb_streams == other.nb_streams;
+}
+
+void FragmentWriter::clear() {
+    cleared_ += static_cast<std::int64_t>(bytes_.size());
+    bytes_.clear();
+}
+
+int FragmentWriter::add(AVPacket& packet) {
+    return avformat().av_write_frame(context_.get(), &packet);
+}
+
+int FragmentWriter::flush() {
+    // The first call may give the header alone.
+    for (int i = 0; i < 2 && !findBox(bytes_, "moof"); ++i) {
+        const int result = avformat().av_write_frame(context_.get(), nullptr);
+        if (result < 0) {
+            return result;
+        }
+        if (const int flushed = io_.flush(); flushed < 0) {
+            return flushed;
+        }
+    }
+    return 0;
+}
+
+} // namespace ko_player
