@@ -23,7 +23,8 @@ QString optionsOf(const StreamJob& job) {
 QString optionsOf(const ExportJob& job) {
     return flvOption(job.flv) +
            (job.exactLength ? QStringLiteral(",length=exact") : QStringLiteral(",length=expected")) +
-           sandboxOption(job.sandbox);
+           sandboxOption(job.sandbox) +
+           (job.crashSafe ? QStringLiteral(",mp4=safe") : QStringLiteral(",mp4=plain"));
 }
 
 } // namespace mediaworker::parent

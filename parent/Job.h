@@ -39,6 +39,9 @@ struct ExportJob {
     /// WorkerProcess::finish(). Otherwise the duration is what a server is expected to send, and a stream
     /// that goes on is cut ten seconds behind it.
     bool exactLength = true;
+    /// The file can be played up to its last seconds wherever the writing stops: when the worker is killed,
+    /// or the disk is full. A complete one is as it would be without that.
+    bool crashSafe = true;
     bool sandbox = true; ///< see StreamJob
 };
 

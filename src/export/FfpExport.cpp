@@ -72,10 +72,18 @@ void FfpExport::connectLink(const QString& serverName) {
         if (!ending_) {
             base::logWithoutNewline("Socket error: ", text.toStdString());
         }
-        end(EXIT_FAILURE);
+        endAlone();
     });
     connect(link_, &Corvane::Ipc::SocketHandler::newMessage, this, &FfpExport::onMessage);
-    connect(link_, &Corvane::Ipc::SocketHandler::disconnected, this, [this] { end(EXIT_FAILURE); });
+    connect(link_, &Corvane::Ipc::SocketHandler::disconnected, this, &FfpExport::endAlone);
+}
+
+void FfpExport::endAlone() {
+    // Of a file that can be lost nearly all can be played; closed, all.
+    if (keepUpTimer_.isActive() && recorder_ && !ending_) {
+        static_cast<void>(recorder_->pushEofAndClose());
+    }
+    end(EXIT_FAILURE);
 }
 
 void FfpExport::onData(const QByteArray& bytes) {

@@ -42,6 +42,8 @@ private:
     void finish();
     void onMessage(const Corvane::Ipc::Message& message);
     void tell(std::optional<int> percent);
+    /// The parent is gone.
+    void endAlone();
     void connectLink(const QString& serverName);
     /// Ends the process as soon as the event loop is reached and the link has written what was sent; nothing
     /// is heard until then.

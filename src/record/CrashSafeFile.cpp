@@ -67,7 +67,7 @@ int CrashSafeFile::write(std::shared_ptr<ff_wrap::Packet> packet) {
         static_cast<void>(writeFragment());
     }
     if (failure_ == 0) {
-        failure_ = std::min(fragments_->add(content), 0);
+        failure_ = collect(content, track);
     }
     if (failure_ < 0) {
         return failure_;
@@ -75,6 +75,20 @@ int CrashSafeFile::write(std::shared_ptr<ff_wrap::Packet> packet) {
     rule_.add(track, dtsMs, packet->heldBytes());
     collected_.push_back(std::move(packet));
     return 0;
+}
+
+int CrashSafeFile::collect(AVPacket& packet, std::size_t track) {
+    // In a fragment no packet follows the last one, whose duration has to be told: as the one before it. The
+    // index at the end has its own rule.
+    const std::int64_t told = packet.duration;
+    auto& last = lastDts_.at(track);
+    if (told == 0 && last && packet.dts > *last) {
+        packet.duration = packet.dts - *last;
+    }
+    last = packet.dts;
+    const int added = fragments_->add(packet);
+    packet.duration = told;
+    return std::min(added, 0);
 }
 
 int CrashSafeFile::keepUp(base::TimePoint now) {

@@ -6,6 +6,7 @@
 #include "record/FragmentWriter.h"
 #include "record/PacketFile.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -43,6 +44,7 @@ public:
 private:
     int indexWrites(std::int64_t position, const std::uint8_t* data, std::size_t size);
 
+    int collect(AVPacket& packet, std::size_t track);
     /// What is collected becomes a fragment in the file.
     int writeFragment();
     int appendFragment();
@@ -64,6 +66,7 @@ private:
     int failure_ = 0;      ///< of the fragments: an FFmpeg error, or 0
     FragmentRule rule_;
     std::vector<std::shared_ptr<ff_wrap::Packet>> collected_;
+    std::array<std::optional<std::int64_t>, FragmentRule::kMaxTracks> lastDts_;
 
     std::vector<std::uint8_t> ordinaryHeader_;
     std::optional<std::int64_t> indexBegin_; ///< what the ordinary writer writes from there on is kept

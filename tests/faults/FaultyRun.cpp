@@ -28,6 +28,7 @@ bool mayHave(Job job, int code) {
     case Job::LocalFile:
         return code == 1 || code == 2 || code == 4;
     case Job::Export:
+    case Job::SafeExport:
         break;
     }
     return code == 0 || code == 1;
@@ -52,13 +53,15 @@ Outcome FaultyRuns::run(Job job, const Fault& fault) {
     const std::filesystem::path file = folder_ / "export.mp4";
     std::filesystem::remove(report);
     std::filesystem::remove(file);
-    Session session({.environment = {{"LD_PRELOAD", FAULTS_LIBRARY},
-                                     {"MEDIAWORKER_FAULT", fault.kind},
-                                     {"MEDIAWORKER_FAULT_AT", std::to_string(fault.at)},
-                                     {"MEDIAWORKER_FAULT_ERROR", std::to_string(fault.error)},
-                                     {"MEDIAWORKER_FAULT_FILE", file.string()},
-                                     {"MEDIAWORKER_FAULT_REPORT", report.string()},
-                                     {"MEDIAWORKER_OPTIONS", "flv=standard,sync=on"}}});
+    Session session(
+        {.environment = {{"LD_PRELOAD", FAULTS_LIBRARY},
+                         {"MEDIAWORKER_FAULT", fault.kind},
+                         {"MEDIAWORKER_FAULT_AT", std::to_string(fault.at)},
+                         {"MEDIAWORKER_FAULT_ERROR", std::to_string(fault.error)},
+                         {"MEDIAWORKER_FAULT_FILE", file.string()},
+                         {"MEDIAWORKER_FAULT_REPORT", report.string()},
+                         {"MEDIAWORKER_OPTIONS",
+                          job == Job::SafeExport ? "flv=standard,mp4=safe" : "flv=standard,sync=on"}}});
     QObject::connect(&session.worker(), &parent::WorkerProcess::connected,
                      [&] { static_cast<void>(session.worker().setVolume(10)); });
     switch (job) {
@@ -69,6 +72,7 @@ Outcome FaultyRuns::run(Job job, const Fault& fault) {
         session.start(platform::fileUrl(clipFile_));
         break;
     case Job::Export:
+    case Job::SafeExport:
         if (!session.worker().start(parent::ExportJob{QString::fromStdString(server_.url("/live.flv")), 400,
                                                       QString::fromStdString(file.string())})) {
             throw std::runtime_error(session.worker().errorString().toStdString());
@@ -97,7 +101,7 @@ std::string FaultyRuns::problemOf(Job job, const Outcome& outcome, const std::fi
         return "no worker of the kind has code " + std::to_string(outcome.code);
     }
     // The code says that the file is complete.
-    if (job == Job::Export && outcome.code == 0) {
+    if ((job == Job::Export || job == Job::SafeExport) && outcome.code == 0) {
         try {
             const auto streams = readMp4(file);
             if (streams.size() != 2 || streams[0].packets.size() != pictures_) {

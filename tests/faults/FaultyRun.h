@@ -18,7 +18,7 @@ struct Fault {
 };
 
 /// What the worker is started for.
-enum class Job { Stream, LocalFile, Export };
+enum class Job { Stream, LocalFile, Export, SafeExport };
 
 /// What became of it.
 struct Outcome {

@@ -23,7 +23,7 @@ TEST(Job, IsAskedForUnderTheNameThatAWorkerReads) {
 
 TEST(Job, AsksForTheBestUnlessToldOtherwise) {
     EXPECT_EQ(optionsOf(StreamJob{}), QStringLiteral("flv=standard,buffering=on,sync=on,sandbox=on"));
-    EXPECT_EQ(optionsOf(ExportJob{}), QStringLiteral("flv=standard,length=exact,sandbox=on"));
+    EXPECT_EQ(optionsOf(ExportJob{}), QStringLiteral("flv=standard,length=exact,sandbox=on,mp4=safe"));
 }
 
 TEST(Job, AsksAWorkerForWhatItsFieldsSay) {

@@ -279,8 +279,8 @@ TEST_F(WorkerProcessTest, TellsAnExportsOptions) {
                                              .flv = flv}));
         ASSERT_TRUE(waitForEnd());
     }
-    EXPECT_EQ(log_, (QStringList{QStringLiteral("env: flv=standard,length=exact,sandbox=on"),
-                                 QStringLiteral("env: flv=strict,length=exact,sandbox=on")}));
+    EXPECT_EQ(log_, (QStringList{QStringLiteral("env: flv=standard,length=exact,sandbox=on,mp4=safe"),
+                                 QStringLiteral("env: flv=strict,length=exact,sandbox=on,mp4=safe")}));
 }
 
 TEST_F(WorkerProcessTest, AnExportsFileThatStaysEmptyIsRemoved) {

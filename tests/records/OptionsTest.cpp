@@ -11,7 +11,7 @@ namespace {
 using ::testing::ElementsAreArray;
 
 constexpr Options kEverything{FlvReading::Standard, BufferingPolicy::Never,  SyncPolicy::ByTimeStamps,
-                              LengthPolicy::Exact,  SandboxPolicy::Required, true};
+                              LengthPolicy::Exact,  SandboxPolicy::Required, Mp4Policy::Safe, true};
 
 struct OptionsCase {
     const char* name;
@@ -42,17 +42,19 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         OptionsCase{"Empty", "", {}, {}}, OptionsCase{"OnlyCommasAndBlanks", " ,,\t, ", {}, {}},
         OptionsCase{"Defaults",
-                    "flv=strict,buffering=on,sync=off,length=expected,sandbox=off",
+                    "flv=strict,buffering=on,sync=off,length=expected,sandbox=off,mp4=plain",
                     {.explains = true},
                     {}},
         OptionsCase{
-            "All", "flv=standard,buffering=off,sync=on,length=exact,sandbox=required", kEverything, {}},
+            "All", "flv=standard,buffering=off,sync=on,length=exact,sandbox=required,mp4=safe", kEverything, {}},
         OptionsCase{"AnyOrderAndBlanks",
-                    " sync=on , sandbox=required,flv = standard,length=exact,buffering=off,",
+                    " sync=on , mp4 = safe, sandbox=required,flv = standard,length=exact,buffering=off,",
                     kEverything,
                     {}},
         OptionsCase{"LastOneCounts", "flv=standard,flv=strict", {.explains = true}, {}},
         OptionsCase{"Sandbox", "sandbox=on", {.sandbox = SandboxPolicy::On, .explains = true}, {}},
+        OptionsCase{"Mp4", "mp4=safe", {.mp4 = Mp4Policy::Safe, .explains = true}, {}},
+        OptionsCase{"Mp4Unknown", "mp4=fragmented", {}, {value("mp4=fragmented")}},
         OptionsCase{"UnknownKey",
                     "color=red,sync=on",
                     {.sync = SyncPolicy::ByTimeStamps, .explains = true},

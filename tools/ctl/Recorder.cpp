@@ -155,13 +155,7 @@ QString Recorder::takeResult(const WorkerEnd& worker) {
                    ? QString()
                    : QStringLiteral("cannot write %1; the recording is %2").arg(command_.file, partial_);
     }
-    // A worker that ends by itself closes the file as well as it can; without that nobody can read it.
-    const bool isUseless = QFileInfo(partial_).size() == 0 || (worker.crashed && !isGivenUp_);
-    if (isUseless) {
-        QFile::remove(partial_);
-    }
-    const QString left =
-        isUseless ? QString() : QStringLiteral("\n  what was recorded until then is ") + partial_;
+    const QString left = remains(worker.crashed && !isGivenUp_);
     if (isGivenUp_) {
         return QStringLiteral("given up; the file was not closed") + left;
     }
@@ -175,6 +169,12 @@ QString Recorder::takeResult(const WorkerEnd& worker) {
     return QStringLiteral("the export failed: ") + describe(worker) + left;
 }
 
+/// Keeps what is of use of an export that failed, and gives the words that name it.
+QString Recorder::remains(bool wasKilled) {
+    isKept_ = keepRemains(partial_, wasKilled);
+    return isKept_ ? QStringLiteral("\n  what was recorded until then is ") + partial_ : QString();
+}
+
 void Recorder::giveUp(const QString& problem, ExitCause cause) {
     if (std::exchange(isDone_, true)) {
         return;
@@ -182,11 +182,13 @@ void Recorder::giveUp(const QString& problem, ExitCause cause) {
     const QString described = describe(problem, worker_.recentLog());
     worker_.kill();
     worker_.waitForFinished(kEndWait); // it could write on
-    if (QFileInfo(partial_).size() == 0 || !isInterrupted_) {
-        QFile::remove(partial_);
-    }
     isDone_ = false;
-    end(described, std::nullopt, cause);
+    if (console_.isBroken()) {
+        QFile::remove(partial_);
+        end(described, std::nullopt, cause);
+    } else {
+        end(described + remains(!isInterrupted_), std::nullopt, cause);
+    }
 }
 
 void Recorder::end(const QString& problem, const std::optional<WorkerEnd>& worker,
@@ -198,6 +200,7 @@ void Recorder::end(const QString& problem, const std::optional<WorkerEnd>& worke
     patience_.stop();
     endTimer_.stop();
     ExportSummary summary;
+    summary.partialFile = isKept_ ? partial_ : QString();
     summary.asked = command_.duration;
     summary.elapsed = startedAt_ == Clock::time_point{} ? 0ms : elapsed();
     if (problem.isEmpty()) {

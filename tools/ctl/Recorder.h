@@ -39,6 +39,7 @@ private:
     [[nodiscard]] QString takeResult(const WorkerEnd& worker);
     void finish();
     void onNotStarted();
+    [[nodiscard]] QString remains(bool wasKilled);
     void giveUp(const QString& problem, parent::ExitCause cause);
     /// `cause`: where no worker tells it by its end.
     void end(const QString& problem, const std::optional<WorkerEnd>& worker,
@@ -59,6 +60,7 @@ private:
     bool isInterrupted_ = false; ///< by the user
     bool isGivenUp_ = false;     ///< by the user, who does not wait for the file to be closed
     bool isStill_ = false;       ///< the stream: it was ended for that
+    bool isKept_ = false;        ///< what there is of an export that failed
     bool isDone_ = false;
 };
 

@@ -258,6 +258,9 @@ struct Json {
             object.insert(QStringLiteral("bytes"), summary.bytes);
             object.insert(QStringLiteral("isCutShort"), summary.isCutShort);
         }
+        if (!summary.partialFile.isEmpty()) {
+            object.insert(QStringLiteral("partialFile"), summary.partialFile);
+        }
         if (summary.recordedMs) {
             object.insert(QStringLiteral("recordedMs"), *summary.recordedMs);
             QJsonArray tracks{QStringLiteral("video")};

@@ -74,6 +74,7 @@ struct ExportSummary {
     bool hasSound = false;
     bool isCutShort = false;       ///< the stream broke off before that
     QString soundUnavailable = {}; ///< why it has none, where the stream has some
+    QString partialFile = {};      ///< what is left of an export that failed; empty: nothing
 };
 
 using Summary = std::variant<PlaySummary, ExportSummary>;

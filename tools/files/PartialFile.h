@@ -13,6 +13,14 @@ namespace mediaworker {
 /// An empty file is made. Empty when that is not possible.
 [[nodiscard]] std::optional<QString> makePartialFile(const QString& target);
 
+/// Whether a player finds anything in an MP4 file, by its boxes: an index, and pictures or sound that it
+/// knows. What a killed worker leaves of a file that it did not write crash-safe has none.
+[[nodiscard]] bool isPlayable(const QString& file);
+
+/// Removes what a worker that failed has left of an export, unless it may be of use. Says whether it is kept.
+/// `wasKilled`: nobody closed the file. What was closed is kept as it is.
+[[nodiscard]] bool keepRemains(const QString& partialFile, bool wasKilled);
+
 enum class Replacing {
     Allowed, ///< what is there goes, in the same instant
     Refused,

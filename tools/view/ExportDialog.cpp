@@ -211,10 +211,8 @@ void ExportDialog::end(int exitCode, bool crashed) {
                isSaved);
         return;
     }
-    if (QFileInfo(partialFile_).size() == 0) {
-        QFile::remove(partialFile_);
-    }
-    const QString left = QFile::exists(partialFile_) ? QDir::toNativeSeparators(partialFile_) : QString();
+    const QString left =
+        keepRemains(partialFile_, crashed) ? QDir::toNativeSeparators(partialFile_) : QString();
     QString why = parent::exitReason(parent::WorkerMode::Export, exitCode, crashed, worker_.findings());
     if (!worker_.recentLog().isEmpty()) {
         why += tr(" (its last words: %1)").arg(worker_.recentLog().last().left(kMaxWords));

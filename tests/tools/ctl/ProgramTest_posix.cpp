@@ -150,12 +150,28 @@ TEST_F(CtlExport, DrawsABarOnATerminal) {
     EXPECT_THAT(shown, HasSubstr("\r  [======================================= ]  98 %   after "));
 }
 
-TEST_F(CtlExport, AWorkerThatDiesLeavesNoFile) {
+TEST_F(CtlExport, AWorkerThatDiesLeavesWhatItHasRecorded) {
     start({"export", server_.url("/long.flv"), file_.generic_string(), "--duration", "100", "--json"});
-    ASSERT_TRUE(waitForEvent("progress")) << errors();
+    const std::filesystem::path partial = file_.parent_path() / "film.partial.mp4";
+    ASSERT_TRUE(eventually([&] {
+        return std::filesystem::exists(partial) && readFile(partial).find("moof") != std::string::npos;
+    })) << errors();
     ::kill(intOf(events("connected").at(0), "pid"), SIGKILL);
     EXPECT_EQ(finish(), kNotDone);
     EXPECT_THAT(errors(), HasSubstr("the export failed: the worker was killed"));
+    EXPECT_THAT(errors(), HasSubstr("what was recorded until then is " + partial.string() + "\n"));
+    EXPECT_EQ(events("ended").at(0)[QStringLiteral("partialFile")].toString().toStdString(),
+              partial.string());
+    EXPECT_THAT(files(), ElementsAre("film.partial.mp4"));
+}
+
+TEST_F(CtlExport, AWorkerThatDiesLeavesNoFileThatNobodyCanPlay) {
+    start({"export", "http://h/;connect;hello;write:half a film;wait:60000", file_.generic_string(),
+           "--worker", FAKE_WORKER, "--json"});
+    ASSERT_TRUE(eventually(
+        [&] { return files().size() == 1 && readFile(file_.parent_path() / files()[0]) == "half a film"; }));
+    ::kill(intOf(events("connected").at(0), "pid"), SIGKILL);
+    EXPECT_EQ(finish(), kNotDone);
     EXPECT_THAT(files(), IsEmpty());
 }
 

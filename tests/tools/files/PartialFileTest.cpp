@@ -61,6 +61,54 @@ TEST(MoveFile, ReplacesNothingUnlessItMay) {
     EXPECT_EQ(test::readFile(target), "newer");
 }
 
+std::string box(const char* name, std::size_t contentBytes) {
+    const auto size = static_cast<unsigned char>(contentBytes + 8);
+    return std::string{0, 0, 0, static_cast<char>(size)} + name + std::string(contentBytes, 'x');
+}
+
+TEST(Remains, ArePlayableWithAnIndexAndContent) {
+    const std::string begin = box("ftyp", 20);
+    const std::string toTheEnd = std::string(4, '\0') + "mdat" + "all that comes";
+    const std::string longOne = std::string("\0\0\0\1mdat\0\0\0\0\0\0\0\x14xxxx", 20);
+    struct Row {
+        const char* what;
+        std::string bytes;
+        bool isPlayable;
+    };
+    const test::TemporaryFolder folder;
+    const auto file = folder / "film.partial.mp4";
+    for (const Row& row : {
+             Row{"nothing", "", false},
+             Row{"no boxes", "half a film", false},
+             Row{"an ordinary file", begin + box("mdat", 10) + box("moov", 30), true},
+             Row{"a long box", begin + longOne + box("moov", 30), true},
+             Row{"not closed", begin + box("free", 0) + toTheEnd, false},
+             Row{"the index cut off", begin + box("mdat", 10) + box("moov", 30).substr(0, 37), false},
+             Row{"fragments", begin + box("moov", 30) + box("moof", 9) + box("mdat", 10), true},
+             Row{"a fragment cut off",
+                 begin + box("moov", 30) + box("moof", 9) + box("mdat", 10).substr(0, 9), true},
+             Row{"no fragment", begin + box("moov", 30) + box("moof", 9).substr(0, 12), false},
+             Row{"a length that cannot be", begin + std::string("\0\0\0\2mdat", 8) + box("moov", 30), false},
+         }) {
+        test::writeFile(file, row.bytes);
+        EXPECT_EQ(isPlayable(nameOf(file)), row.isPlayable) << row.what;
+        EXPECT_EQ(keepRemains(nameOf(file), true), row.isPlayable) << row.what;
+        EXPECT_EQ(std::filesystem::exists(file), row.isPlayable) << row.what;
+    }
+    EXPECT_FALSE(isPlayable(nameOf(file))) << "no file";
+}
+
+TEST(Remains, OfAWorkerThatClosedThemAreKeptUnlessEmpty) {
+    const test::TemporaryFolder folder;
+    const auto file = folder / "film.partial.mp4";
+    test::writeFile(file, "something");
+    EXPECT_TRUE(keepRemains(nameOf(file), false));
+    EXPECT_EQ(test::readFile(file), "something");
+    test::writeFile(file, "");
+    EXPECT_FALSE(keepRemains(nameOf(file), false));
+    EXPECT_FALSE(std::filesystem::exists(file));
+}
+
 TEST(MoveFile, CannotTakeThePlaceOfAFolder) {
     const test::TemporaryFolder folder;
     std::filesystem::create_directory(folder / "film.mp4");

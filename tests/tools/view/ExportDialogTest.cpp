@@ -258,12 +258,12 @@ TEST_F(ExportTest, AsksForTheReadingAndTheConfinementOfTheViewer) {
         EXPECT_TRUE(waitForEnd());
         return message();
     };
-    EXPECT_THAT(toldWith([] {}), HasSubstr("(its last words: env: flv=standard,length=exact,sandbox=on)"));
+    EXPECT_THAT(toldWith([] {}), HasSubstr("(its last words: env: flv=standard,length=exact,sandbox=on,mp4=safe)"));
     EXPECT_THAT(toldWith([this] {
                     dialog().setFlvReading(parent::FlvReading::Strict);
                     dialog().setConfined(false);
                 }),
-                HasSubstr("(its last words: env: flv=strict,length=exact,sandbox=off)"));
+                HasSubstr("(its last words: env: flv=strict,length=exact,sandbox=off,mp4=safe)"));
 }
 
 } // namespace
