@@ -3,6 +3,7 @@
 #include "base/Clock.h"
 #include "base/ImmediateExit.h"
 #include "base/Log.h"
+#include "base/ParentDeath.h"
 #include "ipc/SocketHandler.h"
 #include "record/RecordingRules.h"
 
@@ -76,6 +77,9 @@ void FfpExport::connectLink(const QString& serverName) {
     });
     connect(link_, &Corvane::Ipc::SocketHandler::newMessage, this, &FfpExport::onMessage);
     connect(link_, &Corvane::Ipc::SocketHandler::disconnected, this, &FfpExport::endAlone);
+    if (keepUpTimer_.isActive() && link_->isConnected()) {
+        base::surviveParent(); // the link tells, and there is a file to close
+    }
 }
 
 void FfpExport::endAlone() {

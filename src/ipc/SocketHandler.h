@@ -41,6 +41,8 @@ public:
     /// writing goes on behind our back. On the handler's own thread only; its signals may be emitted
     /// meanwhile.
     void waitUntilWritten(std::chrono::milliseconds limit);
+    /// On the handler's own thread only.
+    [[nodiscard]] bool isConnected() const { return socket_->state() == QLocalSocket::ConnectedState; }
 
 Q_SIGNALS:
     void disconnected();

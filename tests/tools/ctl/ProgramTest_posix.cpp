@@ -165,6 +165,18 @@ TEST_F(CtlExport, AWorkerThatDiesLeavesWhatItHasRecorded) {
     EXPECT_THAT(files(), ElementsAre("film.partial.mp4"));
 }
 
+TEST_F(CtlExport, WhenItIsKilledTheWorkerClosesTheFile) {
+    start({"export", server_.url("/long.flv"), file_.generic_string(), "--duration", "100", "--json"});
+    const std::filesystem::path partial = file_.parent_path() / "film.partial.mp4";
+    ASSERT_TRUE(eventually([&] {
+        return std::filesystem::exists(partial) && readFile(partial).find("moof") != std::string::npos;
+    })) << errors();
+    program_->kill();
+    // All fragments become the content of an ordinary file.
+    EXPECT_TRUE(eventually([&] { return readFile(partial).substr(112 + 4, 4) == "mdat"; }));
+    EXPECT_EQ(runCommand({"ffmpeg", "-v", "error", "-i", partial.string(), "-f", "null", "-"}), "");
+}
+
 TEST_F(CtlExport, AWorkerThatDiesLeavesNoFileThatNobodyCanPlay) {
     start({"export", "http://h/;connect;hello;write:half a film;wait:60000", file_.generic_string(),
            "--worker", FAKE_WORKER, "--json"});
