@@ -298,6 +298,8 @@ TEST(StandardScriptData, BoundsTheDepth) {
     };
     EXPECT_THAT(readStandard(nested(15)).messages,
                 ElementsAre(ElementsAre(Pair("width", 640), Pair("height", 480))));
+    // The number in it would be the seventeenth.
+    EXPECT_THAT(readStandard(nested(16)).messages, ElementsAre(ElementsAre(Pair("width", 640))));
     EXPECT_THAT(readStandard(nested(17)).messages, ElementsAre(ElementsAre(Pair("width", 640))));
     EXPECT_THAT(readStandard(nested(20'000)).messages, ElementsAre(ElementsAre(Pair("width", 640))));
 }
