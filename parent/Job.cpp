@@ -1,5 +1,7 @@
 #include "parent/Job.h"
 
+#include <QUrl>
+
 namespace mediaworker::parent {
 
 namespace {
@@ -25,6 +27,20 @@ QString optionsOf(const ExportJob& job) {
            (job.exactLength ? QStringLiteral(",length=exact") : QStringLiteral(",length=expected")) +
            sandboxOption(job.sandbox) +
            (job.crashSafe ? QStringLiteral(",mp4=safe") : QStringLiteral(",mp4=plain"));
+}
+
+QMap<QString, QString> proxyVariables(const ExportJob& job) {
+    if (job.proxyUrl.isEmpty()) {
+        return {};
+    }
+    // The kind is the type's to say, as in a worker's arguments.
+    QUrl url(job.proxyUrl);
+    url.setScheme(job.proxyType == QLatin1String("socks5") ? QStringLiteral("socks5")
+                                                           : QStringLiteral("http"));
+    const QString value = QString::fromLatin1(url.toEncoded());
+    return {{QStringLiteral("http_proxy"), value},
+            {QStringLiteral("https_proxy"), value},
+            {QStringLiteral("no_proxy"), QString()}};
 }
 
 } // namespace mediaworker::parent

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QMap>
 #include <QString>
 
 /// What a worker can be started for.
@@ -33,6 +34,10 @@ struct ExportJob {
     QString url;        ///< http or https
     int durationMs = 0; ///< length; what progress is measured against
     QString outputPath; ///< the file to write; what is there is overwritten
+    /// As of a StreamJob, but told to the worker by its environment. Without one, it is the proxy of this
+    /// process's environment, if there is any. On Windows, always the system's.
+    QString proxyUrl = {};
+    QString proxyType = {};
 
     FlvReading flv = FlvReading::Standard; ///< how its FLV is read
     /// The file ends at the picture that begins behind the duration; with a duration of 0, at
@@ -52,5 +57,9 @@ inline constexpr char kOptionsVariable[] = "MEDIAWORKER_OPTIONS";
 [[nodiscard]] QString optionsOf(const StreamJob& job);
 /// The same for an export.
 [[nodiscard]] QString optionsOf(const ExportJob& job);
+
+/// What an export's environment has to have for the job's proxy; a null value: must not have. Empty without a
+/// proxy.
+[[nodiscard]] QMap<QString, QString> proxyVariables(const ExportJob& job);
 
 } // namespace mediaworker::parent

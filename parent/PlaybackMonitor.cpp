@@ -156,8 +156,15 @@ std::optional<qint64> PlaybackMonitor::absoluteTimeMs() const {
 }
 
 std::chrono::nanoseconds PlaybackMonitor::ranUntil(TimePoint now) const {
-    const auto pausedUntilNow = isPaused() ? pausedFor_ + (now - *pausedSince_) : pausedFor_;
-    return now - anchorAt_ - pausedUntilNow;
+    return now - anchorAt_ - pausedUntil(now);
+}
+
+std::chrono::nanoseconds PlaybackMonitor::pausedUntil(TimePoint now) const {
+    return isPaused() ? pausedFor_ + (now - *pausedSince_) : pausedFor_;
+}
+
+qint64 PlaybackMonitor::behindMs(TimePoint now) const {
+    return ptsMs_ ? add(delayMs(now), duration_cast<Milliseconds>(pausedUntil(now)).count()) : 0;
 }
 
 qint64 PlaybackMonitor::delayMs(TimePoint now) const {

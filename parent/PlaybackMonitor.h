@@ -84,8 +84,14 @@ public:
     /// the worker shows such a picture at once, as it does with the first.
     [[nodiscard]] qint64 delayMs(TimePoint now) const;
 
+    /// The same with the pauses: how far the picture is behind what the stream would show if it had never
+    /// been paused.
+    [[nodiscard]] qint64 behindMs(TimePoint now) const;
+
 private:
     [[nodiscard]] bool isRunning() const;
+    /// Since the anchor.
+    [[nodiscard]] std::chrono::nanoseconds pausedUntil(TimePoint now) const;
     /// Since the anchor, without the pauses.
     [[nodiscard]] std::chrono::nanoseconds ranUntil(TimePoint now) const;
     void anchor(TimePoint now, qint64 ptsMs);

@@ -102,6 +102,11 @@ std::optional<QString> otherFailureOf(const QString& line) {
 
 } // namespace
 
+bool WorkerFindings::isCutShort(std::chrono::milliseconds asked, bool stoodStill) const {
+    const bool isAsLong = asked.count() > 0 && recordedMs && *recordedMs >= asked.count();
+    return (stoodStill || isResponseFailed()) && !isAsLong;
+}
+
 void WorkerFindings::takeEnd(const QString& line) {
     if (line.contains(QLatin1String(kParser))) {
         noteFirst(streamError, printable(textBehindWords(kParserWhat, line)));

@@ -4,6 +4,7 @@
 
 #include <QString>
 
+#include <chrono>
 #include <optional>
 
 namespace mediaworker::parent {
@@ -41,6 +42,10 @@ struct WorkerFindings {
 
     /// The response ended by one of the two.
     [[nodiscard]] bool isResponseFailed() const { return httpStatus || !networkError.isEmpty(); }
+
+    /// An export's complete file is shorter than it was to be, since the connection was lost or the stream
+    /// stood still. One that the server ended is as long as the stream. `asked`: zero: until it is stopped.
+    [[nodiscard]] bool isCutShort(std::chrono::milliseconds asked, bool stoodStill) const;
 
     /// Notes what a line of the log says; most say nothing of the kind. `isSoundWanted`: by the user, so that
     /// a device that does not work counts.

@@ -99,7 +99,7 @@ bool WorkerProcess::start(const ExportJob& job) {
     // A confined worker makes its file before it knows whether there will be anything to write.
     newOutput_ = QFileInfo::exists(job.outputPath) ? QString() : QFileInfo(job.outputPath).absoluteFilePath();
     launch({QStringLiteral("export"), job.url, QString::number(job.durationMs), job.outputPath, serverName_},
-           optionsOf(job));
+           optionsOf(job), proxyVariables(job));
     return true;
 }
 
@@ -130,18 +130,21 @@ bool WorkerProcess::listen() {
     return server_->listen(serverName_) || fail(server_->errorString());
 }
 
-void WorkerProcess::launch(const QStringList& arguments, const QString& options) {
+void WorkerProcess::launch(const QStringList& arguments, const QString& options,
+                           const QMap<QString, QString>& variables) {
     // A command that runs the worker may have reasons of its own to stay.
     process_ = programPrefix_.isEmpty() ? makeMortalProcess(this) : new QProcess(this);
     process_->setStandardInputFile(QProcess::nullDevice());
     process_->setStandardOutputFile(QProcess::nullDevice());
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QLatin1String(kOptionsVariable), options);
-    for (auto variable = extraEnvironment_.cbegin(); variable != extraEnvironment_.cend(); ++variable) {
-        if (variable.value().isNull()) {
-            environment.remove(variable.key());
-        } else {
-            environment.insert(variable.key(), variable.value());
+    for (const QMap<QString, QString>& changes : {variables, extraEnvironment_}) {
+        for (auto variable = changes.cbegin(); variable != changes.cend(); ++variable) {
+            if (variable.value().isNull()) {
+                environment.remove(variable.key());
+            } else {
+                environment.insert(variable.key(), variable.value());
+            }
         }
     }
     process_->setProcessEnvironment(environment);

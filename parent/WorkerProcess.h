@@ -158,7 +158,8 @@ Q_SIGNALS:
 
 private:
     [[nodiscard]] bool listen();
-    void launch(const QStringList& arguments, const QString& options);
+    void launch(const QStringList& arguments, const QString& options,
+                const QMap<QString, QString>& variables = {});
     [[nodiscard]] bool fail(const QString& why);
     void acceptLink();
     /// Takes what the system has for the link, without an event loop.

@@ -31,6 +31,7 @@ protected:
     void setPaused(bool paused) { monitor_.setPaused(now_, paused); }
     [[nodiscard]] PlaybackState state() const { return monitor_.state(now_); }
     [[nodiscard]] qint64 delayMs() const { return monitor_.delayMs(now_); }
+    [[nodiscard]] qint64 behindMs() const { return monitor_.behindMs(now_); }
     [[nodiscard]] double fps() const { return monitor_.framesPerSecond(now_); }
 
     PlaybackMonitor::TimePoint now_{100h};
@@ -337,4 +338,28 @@ TEST_F(PlaybackMonitorTest, SurvivesTimeStampsOfAnySize) {
             EXPECT_GE(monitor_.absoluteTimeMs(), kMin);
         }
     }
+}
+
+TEST_F(PlaybackMonitorTest, IsBehindByItsPausesAndItsDelay) {
+    monitor_.connected();
+    EXPECT_EQ(behindMs(), 0);
+    play(10);
+    EXPECT_EQ(behindMs(), 0);
+    setPaused(true);
+    advance(8s);
+    EXPECT_EQ(behindMs(), 8000);
+    EXPECT_EQ(delayMs(), 0);
+    setPaused(false);
+    play(10);
+    EXPECT_EQ(behindMs(), 8000);
+    setPaused(true);
+    advance(1s);
+    setPaused(false);
+    play(5);
+    advance(540ms);
+    EXPECT_EQ(behindMs(), 9500);
+    frame(1'000'000); // another piece of the stream: shown at once
+    EXPECT_EQ(behindMs(), 0);
+    monitor_.started(now_);
+    EXPECT_EQ(behindMs(), 0);
 }

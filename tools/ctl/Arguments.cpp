@@ -315,7 +315,8 @@ Command parseExport(const QStringList& arguments, const QString& folder) {
     parser.setApplicationDescription(QStringLiteral(
         "Records a stream into an MP4 file, as it comes. FILE appears when it is complete, in place of what\n"
         "was there; until then the recording is \"film.partial.mp4\" for \"film.mp4\". Ctrl-C ends the\n"
-        "recording and keeps it; a second Ctrl-C gives it up. There is no proxy for exports."));
+        "recording and keeps it; a second Ctrl-C gives it up. The proxy is that of the environment\n"
+        "(http_proxy, https_proxy)."));
     const auto help = helpOption();
     const auto duration = option("duration", "S",
                                  QStringLiteral("Record S seconds, up to the next picture. A stream that "

@@ -84,10 +84,7 @@ Ended jobEnd(const Summary& summary, const QString& problem, const std::optional
 }
 
 bool isCutShort(const WorkerEnd& worker, std::chrono::milliseconds asked, bool stoodStill) {
-    const bool isBroken = stoodStill || worker.findings.isResponseFailed();
-    const auto recordedMs = worker.findings.recordedMs;
-    const bool isAsLong = asked.count() > 0 && recordedMs && *recordedMs >= asked.count();
-    return isBroken && !isAsLong;
+    return worker.findings.isCutShort(asked, stoodStill);
 }
 
 QString whyNotDone(const PlayEnd& end) {

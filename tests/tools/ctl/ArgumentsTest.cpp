@@ -158,7 +158,7 @@ TEST(CtlArguments, HelpIsEverywhere) {
     for (const char* line : {"export --help", "export -h", "help export"}) {
         EXPECT_THAT(textOf(parse(line)), StartsWith("Usage: mediaworker-ctl export URL FILE [options]"))
             << line;
-        EXPECT_THAT(textOf(parse(line)), HasSubstr("There is no proxy for exports.")) << line;
+        EXPECT_THAT(textOf(parse(line)), HasSubstr("(http_proxy, https_proxy)")) << line;
         EXPECT_THAT(textOf(parse(line)), HasSubstr("--flv <READING>")) << line;
     }
 }
