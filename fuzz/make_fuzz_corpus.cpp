@@ -246,6 +246,12 @@ void writeParentLog(const std::filesystem::path& folder) {
           cut(3, text("http failed: network: ConnectionRefusedError: Connection refused\n\n\n")));
 }
 
+void writePlaylists(const std::filesystem::path& folder) {
+    write(folder, "groups",
+          text("# cameras\n[Ground floor]\nEntrance = http://a.example/live.flv?x=1\r\nhttp://b.example/\n"));
+    write(folder, "marks", text("\xef\xbb\xbf<b>x</b>\xe2\x80\xae\xf0\x9f\x8e\xa5 = file.mp4\n[]\n"));
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -261,6 +267,7 @@ int main(int argc, char** argv) {
         writePlayer(folder / "player");
         writeParentMessages(folder / "parent_messages");
         writeParentLog(folder / "parent_log");
+        writePlaylists(folder / "playlist");
     } catch (const std::exception& error) {
         std::cerr << "make_fuzz_corpus: " << error.what() << '\n';
         return 1;
