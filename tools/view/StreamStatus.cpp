@@ -17,6 +17,9 @@ using parent::PlaybackState;
 constexpr qint64 kEarliestDateMs = 631152000000; // 1990
 constexpr qint64 kLatestDateMs = 4102444800000;  // 2100
 
+// Less is what networks and servers do all the time.
+constexpr qint64 kBehindMs = 2000;
+
 bool showsPictures(PlaybackState state) {
     return state == PlaybackState::Playing || state == PlaybackState::Buffering;
 }
@@ -83,8 +86,22 @@ QString delayText(const StreamStatus& status) {
     return QStringLiteral("delay %1 s").arg(static_cast<double>(*status.delayMs) / 1000, 0, 'f', 2);
 }
 
-QString captionText(const QString& name, const StreamStatus& status) {
-    QString text = name.isEmpty() ? stateText(status) : name + QStringLiteral(" – ") + stateText(status);
+bool isBehind(const StreamStatus& status) {
+    return status.behindMs && *status.behindMs >= kBehindMs && status.state != PlaybackState::Ended;
+}
+
+QString behindText(const StreamStatus& status) {
+    return isBehind(status) ? QStringLiteral("%1 s behind").arg(*status.behindMs / 1000) : QString();
+}
+
+QString captionTail(const QString& name, const StreamStatus& status) {
+    QString text = name.isEmpty() ? stateText(status) : QStringLiteral(" – ") + stateText(status);
+    if (isBehind(status)) {
+        text += QStringLiteral(", ") + behindText(status);
+    }
+    if (status.isRecording) {
+        text += QStringLiteral(", ● recording");
+    }
     for (const QString& part : {sizeText(status), rateText(status)}) {
         if (status.state == PlaybackState::Playing && !part.isEmpty()) {
             text += QStringLiteral(", ") + part;
@@ -92,6 +109,10 @@ QString captionText(const QString& name, const StreamStatus& status) {
     }
     const QString sound = soundText(status);
     return sound.isEmpty() ? text : text + QStringLiteral(", ") + sound;
+}
+
+QString captionText(const QString& name, const StreamStatus& status) {
+    return name + captionTail(name, status);
 }
 
 QString clockText(qint64 ms) {

@@ -21,6 +21,8 @@ struct StreamStatus {
     std::optional<qint64> positionMs = {};
     std::optional<qint64> absoluteTimeMs = {}; ///< since 1970, if the server counts so
     std::optional<qint64> delayMs = {};
+    std::optional<qint64> behindMs = {}; ///< of a live stream: with the pauses
+    bool isRecording = false;
 };
 
 // The same in words, for a status bar. Empty where there is nothing to say.
@@ -34,8 +36,15 @@ struct StreamStatus {
 [[nodiscard]] QString positionText(const StreamStatus& status);
 [[nodiscard]] QString delayText(const StreamStatus& status);
 
+/// A live stream is so far behind that people want to know.
+[[nodiscard]] bool isBehind(const StreamStatus& status);
+/// "8 s behind".
+[[nodiscard]] QString behindText(const StreamStatus& status);
+
 /// One line below a picture of a grid.
 [[nodiscard]] QString captionText(const QString& name, const StreamStatus& status);
+/// What stands there behind the name.
+[[nodiscard]] QString captionTail(const QString& name, const StreamStatus& status);
 
 /// "0:05.2", "1:02:03.4"; tenths are cut off, not rounded, as on a clock.
 [[nodiscard]] QString clockText(qint64 ms);

@@ -1,9 +1,12 @@
 #include "tools/view/StreamView.h"
 
 #include "tools/files/Address.h"
+#include "tools/playlist/PlainText.h"
+#include "tools/view/Labels.h"
 #include "tools/view/PictureWidget.h"
 #include "tools/view/StreamLog.h"
 
+#include <QContextMenuEvent>
 #include <QEvent>
 #include <QFrame>
 #include <QLabel>
@@ -38,18 +41,16 @@ std::chrono::steady_clock::time_point now() {
 
 StreamView::StreamView(StreamSettings settings, QWidget* parent)
     : QWidget(parent), settings_(std::move(settings)), sound_(settings_.volumePercent, settings_.isMuted) {
+    setFocusPolicy(Qt::StrongFocus);
     worker().setProgram(settings_.workerProgram);
     new StreamLog(stream_, this);
 
     pictures_ = new PictureWidget([this] { return stream_.frames(); });
     pictures_->installEventFilter(this);
-    caption_ = new QLabel;
+    caption_ = new ElidedLabel;
     caption_->setObjectName(QStringLiteral("caption"));
-    caption_->setTextFormat(Qt::PlainText);
     caption_->setMargin(3);
     caption_->setAutoFillBackground(true);
-    // A long text is cut off; it must not make the window wider.
-    caption_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
     caption_->hide();
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -120,7 +121,9 @@ void StreamView::makeOverlay() {
     overlayText_->setWordWrap(true);
     restartButton_ = new QPushButton(style()->standardIcon(QStyle::SP_BrowserReload), tr("Start again"));
     restartButton_->setObjectName(QStringLiteral("restart"));
+    restartButton_->installEventFilter(this);
     connect(restartButton_, &QPushButton::clicked, this, [this] {
+        setFocus(); // the button goes
         Q_EMIT chosen();
         restart();
     });
@@ -159,8 +162,9 @@ void StreamView::tellSoundProblem() {
     noteTimer_.start();
 }
 
-void StreamView::open(const QString& url) {
+void StreamView::open(const QString& url, const QString& name) {
     url_ = url;
+    name_ = plainText(name.isEmpty() ? streamName(url) : name);
     pictures_->clear();
     restart();
 }
@@ -187,6 +191,20 @@ void StreamView::restart() {
     isUsersStart_ = true;
     stream_.start(job);
     isUsersStart_ = false;
+}
+
+void StreamView::goLive() {
+    if (!url_.isEmpty()) {
+        stream_.setPaused(false);
+        stream_.retry();
+    }
+}
+
+void StreamView::setLowLatency(bool hasLowLatency) {
+    const bool isNew = std::exchange(settings_.hasLowLatency, hasLowLatency) != hasLowLatency;
+    if (isNew && isRunning() && parent::isLive(url_)) {
+        restart();
+    }
 }
 
 void StreamView::onStarted() {
@@ -264,18 +282,28 @@ StreamStatus StreamView::status() const {
         status.untilNextAttempt = stream_.untilNextAttempt();
     }
     status.soundProblem = stream_.worker().findings().soundUnavailable;
+    status.isRecording = isRecording_;
     status.pictureSize = pictures_->pictureSize();
     status.framesPerSecond = monitor_.framesPerSecond(moment);
     status.positionMs = monitor_.positionMs();
     status.absoluteTimeMs = monitor_.absoluteTimeMs();
     if (status.positionMs) {
         status.delayMs = monitor_.delayMs(moment);
+        if (parent::isLive(url_)) {
+            status.behindMs = monitor_.behindMs(moment);
+        }
     }
     return status;
 }
 
 void StreamView::showCaption(bool isShown) {
     caption_->setVisible(isShown);
+}
+
+void StreamView::setRecording(bool isRecording) {
+    if (std::exchange(isRecording_, isRecording) != isRecording) {
+        refresh();
+    }
 }
 
 void StreamView::setCurrent(bool isCurrent) {
@@ -285,8 +313,8 @@ void StreamView::setCurrent(bool isCurrent) {
 
 void StreamView::refresh() {
     const StreamStatus current = status();
-    caption_->setText(captionText(name(), current));
-    caption_->setToolTip(caption_->text());
+    caption_->setText(name(), captionTail(name(), current));
+    caption_->setToolTip(toolTipText(caption_->text()));
 
     const bool isEnded = current.state == PlaybackState::Ended;
     const bool isWaiting =
@@ -299,12 +327,28 @@ void StreamView::refresh() {
         text[0] = text[0].toUpper();
     }
     overlayText_->setText(text);
+    if (!isEnded && restartButton_->hasFocus()) {
+        setFocus(); // or the next view would get it
+    }
     restartButton_->setVisible(isEnded);
     overlay_->setVisible(!text.isEmpty());
     Q_EMIT changed();
 }
 
+void StreamView::focusInEvent(QFocusEvent* event) {
+    QWidget::focusInEvent(event);
+    Q_EMIT chosen();
+}
+
+void StreamView::contextMenuEvent(QContextMenuEvent* event) {
+    Q_EMIT chosen();
+    Q_EMIT menuWanted(event->globalPos());
+}
+
 bool StreamView::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == restartButton_ && event->type() == QEvent::FocusIn) {
+        Q_EMIT chosen();
+    }
     if (watched == pictures_) {
         if (event->type() == QEvent::MouseButtonPress) {
             Q_EMIT chosen();

@@ -15,6 +15,7 @@ class QPushButton;
 
 namespace mediaworker::view {
 
+class ElidedLabel;
 class PictureWidget;
 
 /// What all streams of a viewer have in common.
@@ -28,6 +29,7 @@ struct StreamSettings {
     bool isReconnecting = true; ///< a live stream that ended is started again
     bool isConfined = true;
     int volumePercent = SoundControl::kDefaultPercent;
+    bool isVolumeChosen = false; ///< and not to be what it was for that stream
     bool isMuted = false;
 };
 
@@ -42,10 +44,14 @@ public:
     StreamView(const StreamView&) = delete;
     StreamView& operator=(const StreamView&) = delete;
 
-    /// Plays that URL, whatever was played before.
-    void open(const QString& url);
+    /// Plays that URL, whatever was played before. Without a name, it has the one that its URL says.
+    void open(const QString& url, const QString& name = {});
     /// Plays the same URL again in a new worker.
     void restart();
+    /// Goes on with the newest picture of a live stream: in a new worker, while the last picture stays.
+    void goLive();
+    /// A running live stream is started again with it.
+    void setLowLatency(bool hasLowLatency);
     /// Asks the worker to end, for good; picture and URL stay.
     void stop();
     /// Waits for the worker's end after stop(). False when the time is over.
@@ -60,7 +66,8 @@ public:
     [[nodiscard]] bool isPaused() const { return monitor_.isPaused(); }
     [[nodiscard]] const SoundControl& sound() const { return sound_; }
     [[nodiscard]] const QString& url() const { return url_; }
-    [[nodiscard]] QString name() const { return streamName(url_); }
+    /// As it can be shown.
+    [[nodiscard]] const QString& name() const { return name_; }
     [[nodiscard]] StreamStatus status() const;
     [[nodiscard]] PictureWidget& pictures() const { return *pictures_; }
     [[nodiscard]] const parent::PlaybackMonitor& monitor() const { return monitor_; }
@@ -69,18 +76,23 @@ public:
 
     /// The line below the picture, for streams that share a window.
     void showCaption(bool isShown);
+    /// Whether a recording of it runs: told with its state.
+    void setRecording(bool isRecording);
     /// Whether this is the view that toolbar and keys belong to.
     void setCurrent(bool isCurrent);
 
 Q_SIGNALS:
     void changed(); ///< ask again for everything above
     void firstPicture();
-    void chosen(); ///< clicked
+    void chosen();                        ///< clicked, or given the focus
+    void menuWanted(const QPoint& place); ///< on the screen
     void doubleClicked();
     void wheelTurned(int steps); ///< away from the user: positive
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
+    void contextMenuEvent(QContextMenuEvent* event) override;
 
 private:
     void makeOverlay();
@@ -93,12 +105,14 @@ private:
 
     StreamSettings settings_;
     QString url_;
+    QString name_;
     SoundControl sound_;
     parent::PlaybackMonitor monitor_;
     QString endWords_;
     bool isUsersStart_ = false; ///< of the worker that is being started
     bool isSoundProblemTold_ = false;
     bool hasPicture_ = false;
+    bool isRecording_ = false;
     int wheelAngle_ = 0; ///< turned, but not a whole step yet; eighths of a degree
 
     PictureWidget* pictures_;
@@ -106,7 +120,7 @@ private:
     QLabel* overlayText_ = nullptr;
     QPushButton* restartButton_ = nullptr;
     QLabel* note_ = nullptr;
-    QLabel* caption_;
+    ElidedLabel* caption_;
     QTimer refreshTimer_;
     QTimer noteTimer_;
 

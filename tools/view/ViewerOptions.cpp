@@ -2,9 +2,12 @@
 
 #include "parent/MaskedUrls.h"
 #include "tools/files/Address.h"
+#include "tools/playlist/PlainText.h"
+#include "tools/playlist/Playlist.h"
 
 #include <QCommandLineParser>
 #include <QDir>
+#include <QFileInfo>
 #include <QStandardPaths>
 
 #include <optional>
@@ -24,6 +27,21 @@ QString picturesFolder() {
     return folder.isEmpty() ? QDir::homePath() : folder;
 }
 
+/// What is wrong with the playlist; empty when it was read.
+QString readStreams(const QString& path, const QString& group, std::vector<StreamSource>& streams) {
+    const Playlist list = readPlaylist(path);
+    if (!list.problem.isEmpty()) {
+        return list.problem;
+    }
+    const QString folder = QFileInfo(path).absolutePath();
+    for (const PlaylistEntry& entry : list.entries) {
+        if (group.isEmpty() || entry.group == plainText(group)) {
+            streams.push_back({.url = streamUrl(entry.address, folder), .name = entry.name});
+        }
+    }
+    return streams.empty() ? QStringLiteral("it has no streams in the group \"%1\"").arg(group) : QString();
+}
+
 } // namespace
 
 ViewerOptions parseArguments(const QStringList& arguments, const QString& folder) {
@@ -31,10 +49,12 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
     parser.setApplicationDescription(QStringLiteral(
         "Shows streams and local video files, each played by a worker process of its own.\n"
         "\n"
-        "Keys: space pause, arrows volume, M mute, S snapshot, F or F11 full screen, Esc back,\n"
-        "F5 start again, Ctrl+O open, Ctrl+Shift+O open file, Ctrl+N add, Ctrl+W close stream,\n"
-        "Ctrl+E export, L the worker's log, Ctrl+Q quit. A double click fills the screen, the wheel is the "
-        "volume."));
+        "Keys: space pause, End live, arrows volume, M mute, S snapshot, R record, F or F11 full screen,\n"
+        "Esc back, F5 start again, Ctrl+O open, Ctrl+Shift+O open file, Ctrl+N add, Ctrl+W close stream,\n"
+        "Ctrl+C copy address, Ctrl+E export, L the worker's log, Ctrl+Q quit. Of several streams, Tab, "
+        "arrows and digits choose\n"
+        "one, Enter fills the window with it and goes back, + and - are the volume. A double click fills\n"
+        "the screen, the wheel is the volume."));
     const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
                                   QStringLiteral("Print this and end."));
     const QCommandLineOption version(QStringLiteral("version"), QStringLiteral("Print the version and end."));
@@ -43,10 +63,9 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
         QStringLiteral("The worker's program file. Default: \"mediaworker\" beside "
                        "this program, else in the PATH."),
         QStringLiteral("FILE"));
-    const QCommandLineOption proxy(
-        QStringLiteral("proxy"),
-        QStringLiteral("Proxy for the streams: http://[user:password@]host:port. Exports do not use it."),
-        QStringLiteral("URL"));
+    const QCommandLineOption proxy(QStringLiteral("proxy"),
+                                   QStringLiteral("Proxy for the streams: http://[user:password@]host:port."),
+                                   QStringLiteral("URL"));
     const QCommandLineOption proxyType(QStringLiteral("proxy-type"),
                                        QStringLiteral("Kind of the proxy: http (the default) or socks5."),
                                        QStringLiteral("TYPE"));
@@ -78,13 +97,24 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
     const QCommandLineOption snapshots(
         QStringLiteral("snapshots"),
         QStringLiteral("The folder for snapshots. Default: the user's pictures."), QStringLiteral("DIR"));
+    const QCommandLineOption playlist(
+        QStringLiteral("playlist"),
+        QStringLiteral(
+            "A file with streams, one a line: NAME = URL. [GROUP] and # comments may stand between."),
+        QStringLiteral("FILE"));
+    const QCommandLineOption group(QStringLiteral("group"),
+                                   QStringLiteral("Only the streams of that group of the playlist."),
+                                   QStringLiteral("NAME"));
     const QCommandLineOption seconds(QStringLiteral("seconds"), QStringLiteral("End after that time."),
                                      QStringLiteral("N"));
+    const QCommandLineOption noSettings(
+        QStringLiteral("no-settings"),
+        QStringLiteral("Neither use nor change what was remembered: window, volumes, addresses."));
     const QCommandLineOption statistics(
         QStringLiteral("statistics"),
         QStringLiteral("Print at the end how many pictures each stream announced, showed and copied."));
     parser.addOptions({help, version, worker, proxy, proxyType, flv, lowLatency, noSync, noReconnect,
-                       noSandbox, volume, mute, snapshots, seconds, statistics});
+                       noSandbox, volume, mute, snapshots, playlist, group, noSettings, seconds, statistics});
     parser.addPositionalArgument(
         QStringLiteral("URL"), QStringLiteral("A stream (http, https), or a file (file:///path, or a path)."),
         QStringLiteral("[URL…]"));
@@ -133,6 +163,7 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
             return refuse(QStringLiteral("--volume must be a number from 0 to 100."));
         }
         options.streams.volumePercent = *percent;
+        options.streams.isVolumeChosen = true;
     }
     if (parser.isSet(seconds)) {
         constexpr int kWeek = 7 * 24 * 60 * 60;
@@ -152,10 +183,23 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
         }
         options.urls << url;
     }
+    if (parser.isSet(group) && !parser.isSet(playlist)) {
+        return refuse(QStringLiteral("--group needs --playlist."));
+    }
+    if (parser.isSet(playlist)) {
+        const QString path = QDir(folder).absoluteFilePath(parser.value(playlist));
+        const QString problem = readStreams(path, parser.value(group), options.playlist);
+        if (!problem.isEmpty()) {
+            return refuse(QStringLiteral("The playlist %1 cannot be used: %2.")
+                              .arg(QDir::toNativeSeparators(path), problem));
+        }
+    }
     // Nobody understands nine streams that talk at once.
-    options.streams.isMuted = parser.isSet(mute) || (options.urls.size() > 1 && !parser.isSet(volume));
+    const std::size_t streams = options.playlist.size() + static_cast<std::size_t>(options.urls.size());
+    options.streams.isMuted = parser.isSet(mute) || (streams > 1 && !parser.isSet(volume));
     options.snapshotFolder =
         parser.isSet(snapshots) ? QDir(folder).absoluteFilePath(parser.value(snapshots)) : picturesFolder();
+    options.remembers = !parser.isSet(noSettings);
     options.printsStatistics = parser.isSet(statistics);
     return options;
 }

@@ -5,14 +5,24 @@
 #include <QString>
 #include <QStringList>
 
+#include <vector>
+
 namespace mediaworker::view {
+
+struct StreamSource {
+    QString url = {};  ///< of a stream or a file
+    QString name = {}; ///< for people; empty: as its URL says
+    friend bool operator==(const StreamSource&, const StreamSource&) = default;
+};
 
 /// What the command line says.
 struct ViewerOptions {
     StreamSettings streams;
-    QStringList urls; ///< of streams and files
+    std::vector<StreamSource> playlist; ///< of a file
+    QStringList urls;                   ///< of streams and files, beside that
     QString snapshotFolder;
-    int seconds = 0; ///< after which the viewer ends by itself; 0: never
+    int seconds = 0;       ///< after which the viewer ends by itself; 0: never
+    bool remembers = true; ///< window, volumes and addresses, from one start to the next
     bool printsStatistics = false;
 
     enum class Action { Show, PrintHelp, PrintVersion, Refuse };

@@ -1,5 +1,6 @@
 #include "tools/interruption/Interruption.h"
 #include "tools/view/DisplayGuard.h"
+#include "tools/view/ViewerMemory.h"
 #include "tools/view/ViewerOptions.h"
 #include "tools/view/ViewerWindow.h"
 
@@ -45,11 +46,18 @@ int show(const ViewerOptions& options) {
     // Before the first worker. A frame file and a semaphore go with their window, so it is closed as by hand.
     const mediaworker::Interruption interruption;
     ViewerWindow window(options.streams, options.snapshotFolder);
-    QObject::connect(&interruption, &mediaworker::Interruption::requested, &window, &QWidget::close);
+    QObject::connect(&interruption, &mediaworker::Interruption::requested, &window,
+                     &ViewerWindow::closeUnattended);
+    if (options.remembers) {
+        window.setMemory(memoryFile());
+    }
+    for (const StreamSource& stream : options.playlist) {
+        window.add(stream.url, stream.name);
+    }
     for (const QString& url : options.urls) {
         window.add(url);
     }
-    if (options.urls.isEmpty()) {
+    if (window.views().empty()) {
         window.add({});
     }
     window.choose(window.views().front());
@@ -57,7 +65,7 @@ int show(const ViewerOptions& options) {
     // Without a window manager nobody else does.
     window.activateWindow();
     if (options.seconds > 0) {
-        QTimer::singleShot(options.seconds * 1000, &window, &QWidget::close);
+        QTimer::singleShot(options.seconds * 1000, &window, &ViewerWindow::closeUnattended);
     }
     const int status = QApplication::exec();
     if (options.printsStatistics) {

@@ -1,6 +1,7 @@
 #include "Stage.h"
 
 #include "tools/view/ExportDialog.h"
+#include "tools/view/RecordingControl.h"
 
 #include <QAction>
 #include <QApplication>
@@ -49,11 +50,24 @@ TEST_F(Controls, HaveTheKeysThatTheManualNames) {
         }
     }
     const std::map<std::string, std::string> expected = {
-        {"open", "Ctrl+O"},        {"openFile", "Ctrl+Shift+O"}, {"add", "Ctrl+N"},
-        {"closeStream", "Ctrl+W"}, {"export", "Ctrl+E"},         {"quit", "Ctrl+Q"},
-        {"pause", "Space"},        {"startAgain", "F5"},         {"mute", "M"},
-        {"louder", "Up; Right"},   {"quieter", "Down; Left"},    {"snapshot", "S"},
-        {"fullScreen", "F; F11"},  {"leaveFullScreen", "Esc"},   {"log", "L"},
+        {"open", "Ctrl+O"},
+        {"openFile", "Ctrl+Shift+O"},
+        {"add", "Ctrl+N"},
+        {"closeStream", "Ctrl+W"},
+        {"export", "Ctrl+E"},
+        {"quit", "Ctrl+Q"},
+        {"pause", "Space"},
+        {"startAgain", "F5"},
+        {"mute", "M"},
+        {"louder", "Up; Right; +; Ctrl+Up"},
+        {"quieter", "Down; Left; -; Ctrl+Down"},
+        {"live", "End"},
+        {"log", "L"},
+        {"copyAddress", "Ctrl+C"},
+        {"snapshot", "S"},
+        {"fullScreen", "F; F11"},
+        {"leaveFullScreen", "Esc"},
+        {"record", "R"},
     };
     EXPECT_EQ(keys, expected);
 }
@@ -79,8 +93,8 @@ TEST_F(Controls, F11FillsTheScreen) {
 TEST_F(Controls, CtrlEOpensTheExport) {
     showLive();
     press(Qt::Key_E, Qt::ControlModifier);
-    ASSERT_NE(window().exportDialog(), nullptr);
-    EXPECT_TRUE(window().exportDialog()->isVisible());
+    ASSERT_NE(window().recordings().dialog(), nullptr);
+    EXPECT_TRUE(window().recordings().dialog()->isVisible());
 }
 
 TEST_F(Controls, CtrlQCloses) {

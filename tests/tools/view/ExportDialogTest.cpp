@@ -2,16 +2,22 @@
 
 #include "support/servers/Pacing.h"
 #include "tools/view/ExportDialog.h"
+#include "tools/view/RecordingControl.h"
+#include "tools/view/RecordingRow.h"
+#include "tools/view/RecordingsDock.h"
 
 #include <QAction>
+#include <QApplication>
+#include <QCheckBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QTest>
+#include <QTimer>
 
 #include <algorithm>
-#include <csignal>
 #include <filesystem>
 #include <system_error>
 
@@ -20,50 +26,67 @@
 namespace mediaworker::test {
 namespace {
 
-using namespace std::chrono_literals;
 using testing::HasSubstr;
 using testing::StartsWith;
 using view::ExportDialog;
+using view::Recording;
+using view::RecordingRow;
+using Names = std::vector<std::string>;
 
+/// From the question how long, to the list of what is recorded.
 class ExportTest : public Stage {
 protected:
     ExportTest() {
         server_.route("/clip.flv", pacedHandler(makeFlv(clip_), {.speed = 0}));
         serveLive("/live.flv");
-        server_.route("/text.flv", [](HttpResponse& response) { response.send("this is no stream"); });
     }
 
-    void openDialog(const std::string& path, const QString& worker = QStringLiteral(MEDIAWORKER_PROGRAM)) {
-        dialog_ = std::make_unique<ExportDialog>(QString::fromStdString(server_.url(path)), worker);
-        fill();
+    void showLive() {
+        show({"/live.flv"});
+        window().recordings().setFolder(QString::fromStdString(folder_.path().string()));
+        ASSERT_TRUE(waitForPictures(view()));
     }
-    void fill() {
-        dialog().setLength(QStringLiteral("60"));
-        dialog().setFile(QString::fromStdString(file_.string()));
-        dialog().show();
+    ExportDialog& openDialog() {
+        action("export").trigger();
+        return *window().recordings().dialog();
     }
-
-    ExportDialog& dialog() { return *dialog_; }
     template <class Widget>
-    Widget& find(const char* name) {
-        return *dialog_->findChild<Widget*>(QLatin1String(name));
+    static Widget& find(QWidget& parent, const char* name) {
+        return *parent.findChild<Widget*>(QLatin1String(name));
     }
-    std::string message() { return find<QLabel>("message").text().toStdString(); }
-    void click(const char* button) { QTest::mouseClick(&find<QPushButton>(button), Qt::LeftButton); }
-    bool waitForEnd() {
-        return waitUntil([this] { return !dialog().isExporting(); });
+    static void click(QWidget& parent, const char* button) {
+        QTest::mouseClick(&find<QPushButton>(parent, button), Qt::LeftButton);
     }
-    /// Until the worker tells of progress and has written something.
-    bool waitForProgress() {
-        return waitUntil([this] {
-            std::error_code none;
-            const auto written = std::filesystem::file_size(folder_ / "out.partial.mp4", none);
-            return find<QProgressBar>("progress").value() > 0 && !none && written > 0;
+    /// Clicks it in the next message box, which has an event loop of its own.
+    static void answer(const QString& button) {
+        QTimer::singleShot(0, [button] {
+            auto* const box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            ASSERT_NE(box, nullptr);
+            for (QAbstractButton* each : box->buttons()) {
+                if (each->text().remove(QLatin1Char('&')) == button) {
+                    each->click();
+                    return;
+                }
+            }
+            FAIL() << "no button " << button.toStdString();
         });
     }
-
-    [[nodiscard]] std::vector<std::string> exported() const {
-        std::vector<std::string> names;
+    void beginRecording(const char* name) {
+        ExportDialog& dialog = openDialog();
+        dialog.setLength(QStringLiteral("60"));
+        dialog.setFile(QString::fromStdString((folder_ / name).string()));
+        click(dialog, "start");
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+    const std::vector<Recording*>& recordings() { return window().recordings().list().recordings(); }
+    bool waitForFile(const char* name) {
+        return waitUntil([&] {
+            std::error_code none;
+            return std::filesystem::file_size(folder_ / name, none) > 0 && !none;
+        });
+    }
+    [[nodiscard]] Names files() const {
+        Names names;
         for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
             names.push_back(entry.path().filename().string());
         }
@@ -72,198 +95,160 @@ protected:
     }
 
     const Clip clip_ = encode({});
-    const std::filesystem::path file_ = folder_ / "out.mp4";
-    std::unique_ptr<ExportDialog> dialog_;
 };
 
-using Names = std::vector<std::string>;
-
-TEST_F(ExportTest, WritesAFileAndSaysSo) {
-    openDialog("/clip.flv");
-    std::vector<int> values;
-    QObject::connect(&find<QProgressBar>("progress"), &QProgressBar::valueChanged,
-                     [&](int value) { values.push_back(value); });
-    click("start");
-    EXPECT_TRUE(dialog().isExporting());
-    EXPECT_EQ(find<QPushButton>("close").text(), QStringLiteral("Cancel"));
-    EXPECT_FALSE(find<QPushButton>("start").isEnabled());
-    EXPECT_FALSE(find<QLineEdit>("file").isEnabled());
-    ASSERT_TRUE(waitForEnd());
-    EXPECT_EQ(message(), "The file is complete: " + file_.string());
-    EXPECT_EQ(find<QPushButton>("close").text(), QStringLiteral("Close"));
-    EXPECT_EQ(find<QProgressBar>("progress").value(), 100);
-    EXPECT_GE(values.size(), 2U);
-    EXPECT_TRUE(std::is_sorted(values.begin(), values.end()));
-    EXPECT_EQ(exported(), Names{"out.mp4"});
-    const std::string frames = runCommand({"ffprobe", "-v", "error", "-count_packets", "-show_entries",
-                                           "stream=nb_read_packets", "-of", "csv=p=0", file_.string()});
-    EXPECT_EQ(frames, std::to_string(clip_.spec.frames) + "\n");
-    click("close");
-    EXPECT_FALSE(dialog().isVisible());
-    dialog_.reset();
-    EXPECT_EQ(leftovers(), "");
-}
-
-TEST_F(ExportTest, CancelLeavesNoFile) {
-    openDialog("/live.flv");
-    click("start");
-    ASSERT_TRUE(waitForProgress());
-    EXPECT_EQ(exported(), Names{"out.partial.mp4"});
-    click("close");
-    ASSERT_TRUE(waitForEnd());
-    EXPECT_EQ(message(), "Cancelled. Nothing was saved.");
-    EXPECT_EQ(exported(), Names{});
-    EXPECT_TRUE(dialog().isVisible());
-    // And once more, to the end.
-    dialog().setLength(QStringLiteral("1"));
-    EXPECT_TRUE(find<QPushButton>("start").isEnabled());
-}
-
-TEST_F(ExportTest, EscapeCancels) {
-    openDialog("/live.flv");
-    click("start");
-    ASSERT_TRUE(waitForProgress());
-    QTest::keyClick(&dialog(), Qt::Key_Escape);
-    EXPECT_FALSE(dialog().isExporting());
-    EXPECT_EQ(exported(), Names{});
-}
-
-TEST_F(ExportTest, CancelKeepsTheFileThatWasThere) {
-    writeFile(file_, "mine");
-    openDialog("/live.flv");
-    EXPECT_THAT(message(), HasSubstr("will be replaced"));
-    click("start");
-    ASSERT_TRUE(waitForProgress());
-    click("close");
-    ASSERT_TRUE(waitForEnd());
-    EXPECT_EQ(exported(), Names{"out.mp4"});
-    EXPECT_EQ(readFile(file_), "mine");
-}
-
-TEST_F(ExportTest, ReplacesAFileWhenItIsComplete) {
-    writeFile(file_, "mine");
-    openDialog("/clip.flv");
-    click("start");
-    ASSERT_TRUE(waitForEnd());
-    EXPECT_EQ(exported(), Names{"out.mp4"});
-    EXPECT_GT(std::filesystem::file_size(file_), 1000U);
-}
-
-TEST_F(ExportTest, SaysWhyItFailed) {
-    openDialog("/text.flv");
-    click("start");
-    ASSERT_TRUE(waitForEnd());
-    EXPECT_THAT(message(), StartsWith("Failed: the received data is not an FLV stream"));
-    EXPECT_THAT(message(), HasSubstr("its last words: "));
-    EXPECT_EQ(exported(), Names{});
-}
-
-TEST_F(ExportTest, SaysThatItsWorkerWasKilledAndKeepsWhatThereIs) {
-    openDialog("/live.flv");
-    click("start");
-    ASSERT_TRUE(waitForProgress());
-    const std::string pid = runCommand({"pgrep", "-P", std::to_string(getpid()), "-f", "export http"});
-    ASSERT_EQ(::kill(std::stoi(pid), SIGKILL), 0);
-    ASSERT_TRUE(waitForEnd());
-    EXPECT_THAT(message(), HasSubstr("killed"));
-    EXPECT_EQ(exported(), Names{"out.partial.mp4"});
-    EXPECT_THAT(message(), HasSubstr((folder_ / "out.partial.mp4").string()));
-}
-
-TEST_F(ExportTest, SaysWhenThereIsNoWorker) {
-    openDialog("/clip.flv", QStringLiteral("/nonexistent/worker"));
-    click("start");
-    ASSERT_TRUE(waitForEnd());
-    EXPECT_THAT(message(), StartsWith("Failed: the worker cannot be started"));
-    EXPECT_TRUE(find<QPushButton>("start").isEnabled());
-}
-
 TEST_F(ExportTest, BeginsOnlyWithAFormThatIsRight) {
-    openDialog("/clip.flv");
-    EXPECT_TRUE(find<QPushButton>("start").isEnabled());
+    showLive();
+    ExportDialog& dialog = openDialog();
+    const auto message = [&] { return find<QLabel>(dialog, "message").text().toStdString(); };
+    const auto& start = find<QPushButton>(dialog, "start");
+    EXPECT_TRUE(start.isEnabled());
     EXPECT_EQ(message(), "");
-    find<QLineEdit>("length").setText(QStringLiteral("soon"));
-    EXPECT_FALSE(find<QPushButton>("start").isEnabled());
+    EXPECT_TRUE(find<QCheckBox>(dialog, "untilStopped").isChecked());
+    EXPECT_FALSE(find<QLineEdit>(dialog, "length").isEnabled());
+    dialog.setLength(QStringLiteral("soon"));
+    EXPECT_FALSE(start.isEnabled());
     EXPECT_THAT(message(), HasSubstr("length"));
-    find<QLineEdit>("length").setText(QStringLiteral("1:00"));
-    EXPECT_TRUE(find<QPushButton>("start").isEnabled());
-    find<QLineEdit>("file").setText(QString::fromStdString((folder_ / "none/a.mp4").string()));
-    EXPECT_FALSE(find<QPushButton>("start").isEnabled());
+    find<QLineEdit>(dialog, "length").setText(QStringLiteral("1:00"));
+    EXPECT_TRUE(start.isEnabled());
+    find<QLineEdit>(dialog, "file").setText(QString::fromStdString((folder_ / "none/a.mp4").string()));
+    EXPECT_FALSE(start.isEnabled());
     EXPECT_THAT(message(), HasSubstr("folder does not exist"));
 }
 
-TEST_F(ExportTest, GoesOnBesideTheStreamThatIsShown) {
-    show({"/live.flv"});
-    ASSERT_TRUE(waitForPictures(view()));
-    action("export").trigger();
-    ASSERT_NE(window().exportDialog(), nullptr);
-    dialog_.reset(window().exportDialog());
-    fill();
-    EXPECT_EQ(dialog().windowTitle(), QStringLiteral("Export 127.0.0.1/live.flv"));
-    click("start");
-    ASSERT_TRUE(waitForProgress());
-    action("export").trigger();
-    EXPECT_EQ(window().exportDialog(), dialog_.get()); // one at a time
-    EXPECT_TRUE(waitForPictures(view(), 10));
-    static_cast<void>(dialog_.release());
+TEST_F(ExportTest, ProposesANameAndRecordsUntilStopped) {
+    showLive();
+    ExportDialog& dialog = openDialog();
+    EXPECT_EQ(dialog.windowTitle(), QStringLiteral("Export 127.0.0.1/live.flv"));
+    EXPECT_THAT(find<QLineEdit>(dialog, "file").text().toStdString(),
+                testing::ContainsRegex("^" + folder_.path().string() +
+                                       "/127.0.0.1-live.flv-[0-9-]+-[0-9]+-[0-9]+-[0-9]+-[0-9]+.mp4$"));
+    click(dialog, "start");
+    ASSERT_EQ(recordings().size(), 1U);
+    EXPECT_EQ(recordings()[0]->order().length.count(), 0);
+    EXPECT_TRUE(window().recordings().list().isVisible());
+    EXPECT_THAT(view().findChild<QLabel*>(QStringLiteral("caption"))->text().toStdString(),
+                HasSubstr("● recording"));
+    EXPECT_TRUE(waitForPictures(view(), 5));
+    click(*window().findChild<RecordingRow*>(), "finish");
+    ASSERT_TRUE(waitUntil([&] { return window().recordings().list().running() == 0; }));
+    EXPECT_THAT(view().findChild<QLabel*>(QStringLiteral("caption"))->text().toStdString(),
+                testing::Not(HasSubstr("recording")));
 }
 
-TEST_F(ExportTest, ClosingTheWindowEndsItAndLeavesNothing) {
-    show({"/live.flv"});
-    ASSERT_TRUE(waitForPictures(view()));
-    action("export").trigger();
-    dialog_.reset(window().exportDialog());
-    fill();
-    click("start");
-    ASSERT_TRUE(waitForProgress());
-    static_cast<void>(dialog_.release()); // the window's
-    EXPECT_EQ(exported(), Names{"out.partial.mp4"});
+TEST_F(ExportTest, AsksBeforeItReplacesAFile) {
+    writeFile(folder_ / "out.mp4", "mine");
+    showLive();
+    view().open(QString::fromStdString(server_.url("/clip.flv")));
+    ExportDialog& dialog = openDialog();
+    dialog.setLength(QStringLiteral("60"));
+    dialog.setFile(QString::fromStdString((folder_ / "out.mp4").string()));
+    EXPECT_THAT(find<QLabel>(dialog, "message").text().toStdString(), HasSubstr("will be replaced"));
+    answer(QStringLiteral("Cancel"));
+    click(dialog, "start");
+    EXPECT_EQ(recordings().size(), 0U);
+    answer(QStringLiteral("Replace"));
+    click(dialog, "start");
+    ASSERT_EQ(recordings().size(), 1U);
+    EXPECT_EQ(readFile(folder_ / "out.mp4"), "mine");
+    ASSERT_TRUE(waitUntil([&] { return recordings()[0]->isSaved(); }));
+    EXPECT_EQ(files(), Names{"out.mp4"});
+    EXPECT_GT(std::filesystem::file_size(folder_ / "out.mp4"), 1000U);
+}
+
+TEST_F(ExportTest, RecordingsRunBesideEachOther) {
+    showLive();
+    beginRecording("a.mp4");
+    beginRecording("b.mp4");
+    ASSERT_EQ(recordings().size(), 2U);
+    ASSERT_TRUE(waitForFile("a.partial.mp4"));
+    ASSERT_TRUE(waitForFile("b.partial.mp4"));
+    EXPECT_TRUE(waitForPictures(view(), 5));
+
+    ExportDialog& dialog = openDialog();
+    dialog.setFile(QString::fromStdString((folder_ / "a.mp4").string()));
+    EXPECT_FALSE(find<QPushButton>(dialog, "start").isEnabled());
+    EXPECT_EQ(find<QLabel>(dialog, "message").text().toStdString(), "Another recording writes this file.");
+    dialog.close();
+
+    const auto rows = window().findChildren<RecordingRow*>();
+    ASSERT_EQ(rows.size(), 2);
+    const auto row = [&](const char* file) -> RecordingRow& {
+        const bool isFirst = rows[0]->isOf(*recordings()[0]);
+        return *rows[(file[0] == 'a') == isFirst ? 0 : 1];
+    };
+    click(row("a.mp4"), "cancel");
+    click(row("b.mp4"), "finish");
+    ASSERT_TRUE(waitUntil([&] { return window().recordings().list().running() == 0; }));
+    EXPECT_EQ(files(), Names{"b.mp4"});
+    EXPECT_EQ(find<QLabel>(row("a.mp4"), "message").text().toStdString(), "Cancelled. Nothing was saved.");
+    EXPECT_THAT(find<QLabel>(row("b.mp4"), "message").text().toStdString(),
+                StartsWith("The file is complete"));
+    EXPECT_TRUE(find<QPushButton>(row("b.mp4"), "finish").isHidden());
+    EXPECT_THAT(find<QLabel>(row("b.mp4"), "time").text().toStdString(),
+                testing::MatchesRegex("[0-9]+:[0-9.]+ of 1:00.0"));
+}
+
+TEST_F(ExportTest, RBeginsARecordingAndFinishesIt) {
+    showLive();
+    press(Qt::Key_R);
+    ASSERT_EQ(recordings().size(), 1U);
+    EXPECT_EQ(action("record").text(), QStringLiteral("Finish recording"));
+    ASSERT_TRUE(waitForFile((recordings()[0]->order().file.section(QLatin1Char('/'), -1).chopped(4) +
+                             QStringLiteral(".partial.mp4"))
+                                .toUtf8()
+                                .constData()));
+    press(Qt::Key_R);
+    ASSERT_TRUE(waitUntil([&] { return !recordings()[0]->isRunning(); }));
+    EXPECT_TRUE(recordings()[0]->isSaved()) << recordings()[0]->text().toStdString();
+    EXPECT_EQ(action("record").text(), QStringLiteral("Record"));
+}
+
+TEST_F(ExportTest, ClosingTheWindowAsksAndFinishes) {
+    showLive();
+    beginRecording("a.mp4");
+    ASSERT_TRUE(waitForFile("a.partial.mp4"));
+    answer(QStringLiteral("Keep recording"));
     window().close();
-    EXPECT_EQ(exported(), Names{});
-    EXPECT_TRUE(window().exportDialog() == nullptr || !window().exportDialog()->isVisible());
+    EXPECT_TRUE(window().isVisible());
+    EXPECT_TRUE(recordings()[0]->isRunning());
+    EXPECT_FALSE(recordings()[0]->isFinishing());
+    EXPECT_TRUE(waitForPictures(view()));
+
+    answer(QStringLiteral("Finish the recordings and quit"));
+    window().close();
+    ASSERT_TRUE(waitUntil([&] { return !window().isVisible(); }));
+    EXPECT_TRUE(recordings()[0]->isSaved());
+    EXPECT_EQ(files(), Names{"a.mp4"});
     closeWindow();
     EXPECT_EQ(leftovers(), "");
     EXPECT_THROW(runCommand({"pgrep", "-P", std::to_string(getpid()), "mediaworker"}), std::runtime_error);
 }
 
-TEST_F(ExportTest, SaysWhyTheServerRefused) {
-    openDialog("/nothing.flv");
-    click("start");
-    ASSERT_TRUE(waitForEnd());
-    EXPECT_THAT(message(), StartsWith("Failed: the server answered 404 "));
-    EXPECT_EQ(exported(), Names{});
+TEST_F(ExportTest, NobodyIsAskedWhereNobodyIs) {
+    showLive();
+    beginRecording("a.mp4");
+    ASSERT_TRUE(waitForFile("a.partial.mp4"));
+    window().closeUnattended();
+    ASSERT_TRUE(waitUntil([&] { return !window().isVisible(); }));
+    EXPECT_EQ(files(), Names{"a.mp4"});
 }
 
-TEST_F(ExportTest, SaysWhereACompleteFileBreaksOff) {
-    server_.route("/broken.flv", [this](HttpResponse& response) {
-        response.contentLength(100'000'000);
-        for (const TimedBytes& piece : makeFlv(clip_)) {
-            response.send(piece.bytes);
-        }
-    });
-    openDialog("/broken.flv");
-    click("start");
-    ASSERT_TRUE(waitForEnd());
-    EXPECT_EQ(message(), "The file is complete: " + file_.string() +
-                             "\nBut the stream broke off: connection lost: it was closed before the answer "
-                             "was complete.");
-    EXPECT_EQ(exported(), Names{"out.mp4"});
-}
-
-TEST_F(ExportTest, AsksForTheReadingAndTheConfinementOfTheViewer) {
-    const auto toldWith = [this](const std::function<void()>& prepare) {
-        openDialog("/;connect;hello;env:MEDIAWORKER_OPTIONS;exit:1", QStringLiteral(FAKE_WORKER));
-        prepare();
-        click("start");
-        EXPECT_TRUE(waitForEnd());
-        return message();
-    };
-    EXPECT_THAT(toldWith([] {}), HasSubstr("(its last words: env: flv=standard,length=exact,sandbox=on,mp4=safe)"));
-    EXPECT_THAT(toldWith([this] {
-                    dialog().setFlvReading(parent::FlvReading::Strict);
-                    dialog().setConfined(false);
-                }),
-                HasSubstr("(its last words: env: flv=strict,length=exact,sandbox=off,mp4=safe)"));
+TEST_F(ExportTest, ClosingSaysWhatCouldNotBeSaved) {
+    showLive();
+    beginRecording("a.mp4");
+    ASSERT_TRUE(waitForFile("a.partial.mp4"));
+    writeFile(folder_ / "a.mp4", "came in between");
+    testing::internal::CaptureStderr();
+    window().closeUnattended();
+    const bool isClosed = waitUntil([&] { return !window().isVisible(); });
+    EXPECT_THAT(
+        testing::internal::GetCapturedStderr(),
+        HasSubstr("127.0.0.1/live.flv: The recording is complete, but could not be given its name. It "
+                  "is in " +
+                  (folder_ / "a.partial.mp4").string()));
+    ASSERT_TRUE(isClosed);
+    EXPECT_EQ(readFile(folder_ / "a.mp4"), "came in between");
 }
 
 } // namespace

@@ -110,9 +110,56 @@ TEST(ExportFile, IsLookedAt) {
 TEST(ExportFile, EndsWithMp4) {
     EXPECT_EQ(withMp4Suffix(QStringLiteral("/x/a")), QStringLiteral("/x/a.mp4"));
     EXPECT_EQ(withMp4Suffix(QStringLiteral(" /x/a.MP4 ")), QStringLiteral("/x/a.MP4"));
+    EXPECT_EQ(withMp4Suffix(QStringLiteral("/x/a.M4v")), QStringLiteral("/x/a.M4v"));
     EXPECT_EQ(withMp4Suffix(QStringLiteral("/x/a.mov")), QStringLiteral("/x/a.mov.mp4"));
     EXPECT_EQ(withMp4Suffix(QStringLiteral("/x/")), QStringLiteral("/x/"));
     EXPECT_EQ(withMp4Suffix(QStringLiteral("  ")), QString());
+}
+
+TEST(ExportForm, NeedsNoLengthUntilStopped) {
+    EXPECT_EQ(
+        exportFormProblem(QStringLiteral("http://a/b"), std::nullopt, QStringLiteral("/x/y.mp4"), kNewFile),
+        QString());
+}
+
+TEST(RecordingFile, HasTheNameOfTheStreamAndTheTime) {
+    const QDateTime when(QDate(2026, 11, 21), QTime(14, 5, 30));
+    const auto name = [&](const char* stream) {
+        return recordingFileName(QString::fromUtf8(stream), when, [](const QString&) { return false; })
+            .toStdString();
+    };
+    const std::pair<const char*, const char*> cases[] = {
+        {"Entrance", "Entrance"},
+        {"cam.example/live.flv", "cam.example-live.flv"},
+        {"Tür 2 (Süd)", "Tür-2-Süd"},
+        {"", "stream"},
+        {"...", "stream"},
+        {"../../etc/passwd", "etc-passwd"},
+        {"--help", "help"},
+        {"a\nb\tc", "a-b-c"},
+        {"C:\\x|y<z>\"?*", "C-x-y-z"},
+        {"<b>bold</b>", "b-bold-b"},
+        {"left\xe2\x80\xaeright", "left-right"},
+        {"end. ", "end"},
+    };
+    for (const auto& [stream, expected] : cases) {
+        EXPECT_EQ(name(stream), std::string(expected) + "-2026-11-21-14-05-30.mp4") << stream;
+    }
+    EXPECT_EQ(name(std::string(500, 'x').c_str()).size(), 60U + 24);
+}
+
+TEST(RecordingFile, IsCountedOnWhereItIsTaken) {
+    int asked = 0;
+    EXPECT_EQ(recordingFileName(QStringLiteral("a"), QDateTime(QDate(2026, 1, 2), QTime(3, 4, 5)),
+                                [&](const QString&) { return ++asked < 3; })
+                  .toStdString(),
+              "a-2026-01-02-03-04-05-3.mp4");
+}
+
+TEST(RecordedText, TellsHowMuchOfWhat) {
+    using namespace std::chrono_literals;
+    EXPECT_EQ(recordedText(12'345ms, 0ms).toStdString(), "0:12.3");
+    EXPECT_EQ(recordedText(12'345ms, 60s).toStdString(), "0:12.3 of 1:00.0");
 }
 
 TEST(ExportEnd, IsToldInSentences) {
@@ -123,6 +170,7 @@ TEST(ExportEnd, IsToldInSentences) {
     EXPECT_EQ(text(ExportEnd::Complete, "/x/a.mp4", "it has no sound: x: y"),
               "The file is complete: /x/a.mp4\nBut it has no sound: x: y.");
     EXPECT_EQ(text(ExportEnd::Cancelled, "", ""), "Cancelled. Nothing was saved.");
+    EXPECT_EQ(text(ExportEnd::Empty, "", ""), "Ended before anything was recorded.");
     EXPECT_EQ(text(ExportEnd::Failed, "", "no network"), "Failed: no network.");
     EXPECT_EQ(text(ExportEnd::Failed, "/x/a.partial.mp4", "no network"),
               "Failed: no network. What was recorded until then is in /x/a.partial.mp4, which may not be "

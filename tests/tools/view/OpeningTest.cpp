@@ -98,7 +98,7 @@ TEST_F(Opening, ADialogThatIsLeftChangesNothing) {
 }
 
 TEST_F(Opening, BrowsingChoosesTheFileOfAnExport) {
-    view::ExportDialog dialog(live(), QStringLiteral(MEDIAWORKER_PROGRAM));
+    view::ExportDialog dialog({.url = live()}, [](const QString&) { return false; });
     dialog.show();
     auto* const path = dialog.findChild<QLineEdit*>(QStringLiteral("file"));
     auto* const browse = dialog.findChild<QPushButton*>(QStringLiteral("browse"));

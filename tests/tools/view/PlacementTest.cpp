@@ -56,5 +56,25 @@ TEST(InitialPictureSize, IsThePicturesOwnUnlessTheScreenIsTooSmall) {
     EXPECT_EQ(initialPictureSize({1080, 1920}, {1920, 960}), QSize(540, 960));
 }
 
+TEST(Neighbour, IsWhereTheArrowLeads) {
+    using enum Direction;
+    const struct {
+        int streams;
+        int place;
+        Direction direction;
+        int expected;
+    } cases[] = {
+        // 0 1 2
+        // 3 4
+        {5, 0, Right, 1}, {5, 2, Right, 3}, {5, 4, Right, 4}, {5, 0, Left, 0}, {5, 3, Left, 2},
+        {5, 0, Down, 3},  {5, 1, Down, 4},  {5, 2, Down, 2},  {5, 4, Up, 1},   {5, 1, Up, 1},
+        {1, 0, Right, 0}, {1, 0, Down, 0},  {2, 0, Down, 0},  {2, 1, Left, 0}, {0, 0, Up, 0},
+    };
+    for (const auto& [streams, place, direction, expected] : cases) {
+        EXPECT_EQ(neighbour(streams, place, direction), expected)
+            << place << " of " << streams << ", " << static_cast<int>(direction);
+    }
+}
+
 } // namespace
 } // namespace mediaworker::view

@@ -18,7 +18,7 @@ protected:
 
     [[nodiscard]] ChildProcess::Options command(const std::vector<std::string>& arguments,
                                                 const char* name = "out") const {
-        std::vector<std::string> words = {VIEWER_PROGRAM};
+        std::vector<std::string> words = {VIEWER_PROGRAM, "--no-settings"};
         words.insert(words.end(), arguments.begin(), arguments.end());
         return {.command = words, .output = folder_ / name, .errors = folder_ / "errors"};
     }
@@ -84,6 +84,22 @@ TEST_F(Program, TakesThePartsOfItsCommandLine) {
     ASSERT_EQ(viewer.waitFor(30s), 0);
     EXPECT_THAT(output(), HasSubstr("stream 1: 0 announced, 0 shown, 0 copied"));
     EXPECT_TRUE(server_.exchanges().empty());
+}
+
+TEST_F(Program, ShowsAPlaylist) {
+    writeFile(folder_ / "cameras", "[in]\nHall = " + server_.url("/live.flv") +
+                                       "\n[out]\nYard = " + server_.url("/live.flv") + "\n");
+    ChildProcess viewer(command({"--playlist", folder_ / "cameras", "--seconds", "1", "--statistics"}));
+    ASSERT_EQ(viewer.waitFor(30s), 0) << readFile(folder_ / "errors");
+    EXPECT_THAT(output(), ContainsRegex("stream 1: .*\nstream 2: "));
+    EXPECT_EQ(server_.exchanges().size(), 2U);
+}
+
+TEST_F(Program, RefusesWhatIsNoPlaylist) {
+    writeFile(folder_ / "cameras", std::string("\x89PNG\0", 5));
+    ChildProcess viewer(command({"--playlist", folder_ / "cameras"}));
+    ASSERT_EQ(viewer.waitFor(30s), 2);
+    EXPECT_THAT(readFile(folder_ / "errors"), HasSubstr("cameras cannot be used: it is no text in UTF-8."));
 }
 
 TEST_F(Program, HelpsWithoutADisplay) {

@@ -50,7 +50,9 @@ void Stage::show(const std::vector<std::string>& paths, view::StreamSettings set
     for (const std::string& path : paths) {
         window_->add(QString::fromStdString(server_.url(path)));
     }
-    window_->choose(window_->views().front());
+    if (!paths.empty()) {
+        window_->choose(window_->views().front());
+    }
     window_->show();
     window_->activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(window_.get()));

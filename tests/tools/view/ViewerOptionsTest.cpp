@@ -1,6 +1,9 @@
 #include "tools/view/ViewerOptions.h"
 
+#include "support/ChildProcess.h"
+
 #include <QDir>
+#include <QFileInfo>
 
 #include <gmock/gmock.h>
 
@@ -81,7 +84,7 @@ TEST(ViewerOptions, HelpNamesEverything) {
         EXPECT_EQ(options.action, Action::PrintHelp);
         for (const char* name :
              {"--worker", "--proxy", "--flv", "--low-latency", "--no-sync", "--no-reconnect", "--no-sandbox",
-              "--volume", "--snapshots", "Exports do not use it", "URL", "Keys:", "Ctrl+Shift+O", "F11"}) {
+              "--volume", "--snapshots", "--group <NAME>", "URL", "Keys:", "Ctrl+Shift+O", "F11"}) {
             EXPECT_THAT(options.text.toStdString(), testing::HasSubstr(name));
         }
     }
@@ -106,6 +109,30 @@ TEST_P(Refused, WithAReason) {
     EXPECT_THAT(options.text.toStdString(), testing::HasSubstr(GetParam().expected));
 }
 
+TEST(ViewerOptions, NameTheStreamsOfAPlaylist) {
+    const test::TemporaryFolder folder;
+    const QString file = QString::fromStdString((folder / "cameras").string());
+    test::writeFile(folder / "cameras", "[in]\nHall = http://a/b\n[out]\nYard = film.mp4\nhttp://c/d\n");
+    const ViewerOptions all = parse(QStringList{QStringLiteral("--playlist"), file});
+    EXPECT_EQ(all.action, Action::Show) << all.text.toStdString();
+    const std::vector<StreamSource> expected = {
+        {QStringLiteral("http://a/b"), QStringLiteral("Hall")},
+        {QStringLiteral("file://") + QFileInfo(file).absolutePath() + QStringLiteral("/film.mp4"),
+         QStringLiteral("Yard")},
+        {QStringLiteral("http://c/d"), QString()}};
+    EXPECT_EQ(all.playlist, expected);
+    EXPECT_TRUE(all.streams.isMuted);
+    EXPECT_TRUE(all.urls.isEmpty());
+    const ViewerOptions one = parse(
+        QStringList{QStringLiteral("--playlist"), file, QStringLiteral("--group"), QStringLiteral("in")});
+    EXPECT_EQ(one.playlist, std::vector<StreamSource>{expected[0]});
+    EXPECT_FALSE(one.streams.isMuted);
+    const ViewerOptions none = parse(
+        QStringList{QStringLiteral("--playlist"), file, QStringLiteral("--group"), QStringLiteral("up")});
+    EXPECT_EQ(none.action, Action::Refuse);
+    EXPECT_THAT(none.text.toStdString(), testing::HasSubstr("it has no streams in the group \"up\""));
+}
+
 INSTANTIATE_TEST_SUITE_P(
     CommandLines, Refused,
     testing::Values(RefusedCase{"UnknownOption", {"--fast"}, "fast"},
@@ -120,6 +147,10 @@ INSTANTIATE_TEST_SUITE_P(
                     RefusedCase{"EmptyReading", {"--flv="}, "--flv must be strict or standard."},
                     RefusedCase{"ReadingMissing", {"--flv"}, "--flv"},
                     RefusedCase{"LatencyOfAValue", {"--low-latency=1"}, "low-latency"},
+                    RefusedCase{"PlaylistMissing",
+                                {"--playlist", "/nonexistent/list"},
+                                "The playlist /nonexistent/list cannot be used: "},
+                    RefusedCase{"GroupAlone", {"--group", "in"}, "--group needs --playlist."},
                     RefusedCase{"EmptyUrl", {""}, "empty"}),
     [](const auto& instance) { return instance.param.name; });
 

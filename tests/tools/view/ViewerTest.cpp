@@ -1,6 +1,7 @@
 #include "Stage.h"
 
 #include "support/servers/Pacing.h"
+#include "tools/view/RecordingControl.h"
 
 #include <QAction>
 #include <QApplication>
@@ -548,7 +549,7 @@ TEST_F(Grid, ToolbarAndStatusBarBelongToTheChosenStream) {
     EXPECT_FALSE(view(0).isPaused());
     QTest::mouseClick(&view(0).pictures(), Qt::LeftButton);
     EXPECT_EQ(text("state"), QStringLiteral("playing"));
-    press(Qt::Key_Up);
+    press(Qt::Key_Plus); // arrows choose between several
     EXPECT_EQ(view(0).sound().percent(), 85);
     EXPECT_EQ(view(2).sound().percent(), 80);
 }
@@ -600,7 +601,8 @@ TEST_F(Grid, TwoViewersShowOneStream) {
     EXPECT_TRUE(waitForPictures(view(), 5));
 }
 
-/// What a grid looks like, in a file: streams that play, a local file, and one whose worker is gone.
+/// What a grid looks like, in a file: names, streams that play, one that is recorded, and one whose worker is
+/// gone.
 TEST_F(Grid, HasAScreenshot) {
     ClipSpec spec;
     spec.widthPx = 1280;
@@ -617,17 +619,25 @@ TEST_F(Grid, HasAScreenshot) {
     window().resize(1000, 690);
     ASSERT_TRUE(waitForPictures(view(0)));
     window().resize(1000, 690);
-    window().add(film("testsrc2=size=640x360:rate=25", "entrance.mp4"));
-    window().add(film("smptehdbars=size=640x360:rate=25", "car-park.mp4"));
-    window().add(QString::fromStdString(server_.url(path(1))));
+    view(0).open(view(0).url(), QStringLiteral("Gate"));
+    window().add(film("testsrc2=size=640x360:rate=25", "entrance.mp4"), QStringLiteral("Entrance"));
+    window().add(film("smptehdbars=size=640x360:rate=25", "car-park.mp4"), QStringLiteral("Car park"));
+    window().add(QString::fromStdString(server_.url(path(1))), QStringLiteral("Yard"));
     window().choose(&view(0));
     for (std::size_t i = 0; i < 4; ++i) {
         ASSERT_TRUE(waitForPictures(view(i))) << i;
     }
+    window().recordings().setFolder(QString::fromStdString(folder_.path().string()));
+    press(Qt::Key_R);
     ASSERT_EQ(::kill(static_cast<pid_t>(view(3).worker().processId()), SIGKILL), 0);
     ASSERT_TRUE(waitForState(view(3), PlaybackState::Ended));
     ASSERT_TRUE(waitUntil([&] { return text("rate") == QStringLiteral("25 fps"); }));
     ASSERT_TRUE(waitForPictures(view(), 5));
+    const auto captionOf = [this](std::size_t i) {
+        return view(i).findChild<QLabel*>(QStringLiteral("caption"))->text().toStdString();
+    };
+    EXPECT_THAT(captionOf(0), testing::ContainsRegex("^Gate – playing, ● recording"));
+    EXPECT_THAT(captionOf(3), HasSubstr("Yard – ended"));
     const QPixmap screenshot = window().screen()->grabWindow(window().winId());
     ASSERT_EQ(screenshot.size(), QSize(1000, 690));
     EXPECT_TRUE(screenshot.save(QStringLiteral(SCREENSHOT_FILE), "PNG", 0)); // as small as it gets
