@@ -38,6 +38,14 @@ QString defaultProgram() {
     return beside.isEmpty() ? name : beside;
 }
 
+/// Whether what the worker connects to is a proxy that fetches for it. Of the others it hears their own
+/// errors.
+template <class Job>
+bool isProxyPeer(const Job& job) {
+    return !job.proxyUrl.isEmpty() && job.proxyType != QLatin1String("socks5") &&
+           job.url.startsWith(QLatin1String("http:"));
+}
+
 } // namespace
 
 WorkerProcess::WorkerProcess(QObject* parent) : QObject(parent) {
@@ -74,8 +82,7 @@ bool WorkerProcess::start(const StreamJob& job) {
     if (!listen()) {
         return false;
     }
-    findings_.isProxyPeer = !job.proxyUrl.isEmpty() && job.proxyType != QLatin1String("socks5") &&
-                            job.url.startsWith(QLatin1String("http:"));
+    findings_.isProxyPeer = isProxyPeer(job);
     QStringList arguments{job.url, frames_->name(), serverName_};
     if (!job.proxyUrl.isEmpty()) {
         arguments << job.proxyUrl;
@@ -96,6 +103,7 @@ bool WorkerProcess::start(const ExportJob& job) {
     if (!listen()) {
         return false;
     }
+    findings_.isProxyPeer = isProxyPeer(job);
     // A confined worker makes its file before it knows whether there will be anything to write.
     newOutput_ = QFileInfo::exists(job.outputPath) ? QString() : QFileInfo(job.outputPath).absoluteFilePath();
     launch({QStringLiteral("export"), job.url, QString::number(job.durationMs), job.outputPath, serverName_},

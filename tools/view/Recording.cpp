@@ -143,7 +143,9 @@ void Recording::onFinished(int exitCode, bool crashed) {
         end(exportEndText(ExportEnd::Cancelled, {}, {}));
         return;
     }
-    if (!crashed && exitCode == 0) {
+    // Another program may end with that code, too.
+    if (!crashed && exitCode == 0 &&
+        worker_.problem(exitCode, crashed).cause != parent::ExitCause::WorkerUnusable) {
         takeFile();
         return;
     }
