@@ -43,6 +43,10 @@ constexpr char kFfmpegSays[] = ", err: ";
 
 constexpr char kDeviceStarted[] = "audio device has been sucessfully started";
 constexpr char kNoDevice[] = "Failed to create audio output";
+constexpr char kSoundKnown[] = "ko_player::AudioPipeline::open: AudioPipeline has been openned";
+constexpr char kSoundRefused[] =
+    "ko_player::AudioPipeline::getOutParams: outHandler.onAudioParams return false";
+constexpr char kNoDeviceText[] = "no sound device";
 
 QString printable(QString text) {
     text = maskedUrls(text.left(kMostRead));
@@ -63,11 +67,6 @@ void noteFirst(QString& reason, const QString& found) {
     if (reason.isEmpty()) {
         reason = found;
     }
-}
-
-bool saysThatThereIsNoDevice(const QString& line) {
-    const auto device = textBehind(kDevice, line);
-    return line == QLatin1String(kNoDevice) || (device && *device != QLatin1String(kDeviceStarted));
 }
 
 /// What follows these words where they come last, or the whole text: a file may be named so.
@@ -139,11 +138,25 @@ void WorkerFindings::take(const QString& line, bool isSoundWanted) {
         const qint64 lengthMs = recorded->section(QLatin1Char(' '), 0, 0).toLongLong(&isNumber);
         recordedMs = isNumber ? std::optional(lengthMs) : std::nullopt;
         hasRecordedSound = recorded->endsWith(QLatin1String(", with sound"));
-    } else if (isSoundWanted && saysThatThereIsNoDevice(line)) {
-        noteFirst(soundUnavailable, QStringLiteral("no sound device"));
-    } else {
+    } else if (!takeDevice(line, isSoundWanted)) {
         takeEnd(line);
     }
+}
+
+bool WorkerFindings::takeDevice(const QString& line, bool isSoundWanted) {
+    const auto device = textBehind(kDevice, line);
+    const bool isRefused = line == QLatin1String(kNoDevice) || line == QLatin1String(kSoundRefused);
+    if (line == QLatin1String(kSoundKnown)) {
+        isSoundKnown = true;
+    } else if (device && *device == QLatin1String(kDeviceStarted)) {
+        if (soundUnavailable == QLatin1String(kNoDeviceText)) {
+            soundUnavailable.clear();
+        }
+    } else if (isSoundWanted && (isRefused || (device && isSoundKnown))) {
+        // Before the stream's sound is known no device can be opened, and the next attempt comes by itself.
+        noteFirst(soundUnavailable, QLatin1String(kNoDeviceText));
+    }
+    return device || isRefused;
 }
 
 } // namespace mediaworker::parent

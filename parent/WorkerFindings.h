@@ -21,7 +21,9 @@ struct WorkerFindings {
     QString networkError = {};          ///< by its name in QNetworkReply::NetworkError; empty: there was none
     QString networkErrorText = {};      ///< the same in words
     QString picturesUnavailable = {};   ///< codec and first reason; empty: nothing was said of the kind
-    QString soundUnavailable = {};      ///< codec and first reason, or that there is no device
+    /// Codec and first reason, or that there is no device: until one is there after all.
+    QString soundUnavailable = {};
+    bool isSoundKnown = false; ///< the stream's, and it is decoded
     /// Of an export whose file is complete: how long its pictures last, and whether it has sound.
     std::optional<qint64> recordedMs = {};
     bool hasRecordedSound = false; ///< with recordedMs
@@ -52,6 +54,8 @@ struct WorkerFindings {
     void take(const QString& line, bool isSoundWanted);
 
 private:
+    /// The lines about the sound device. False: it is none of them.
+    bool takeDevice(const QString& line, bool isSoundWanted);
     /// The lines before an end.
     void takeEnd(const QString& line);
 };

@@ -46,7 +46,8 @@ TEST(WorkerFindings, ReadTheLinesThatTellOfProblems) {
              Row{"sound unavailable: a\tb\x1b[2J", false, {}, "", "", "", "", "a?b?[2J"},
              Row{"Failed to create audio output", kWanted, {}, "", "", "", "", "no sound device"},
              Row{"Failed to create audio output", false},
-             Row{"Trying to start audio device: an error occurred opening the audio device",
+             Row{"Trying to start audio device: an error occurred opening the audio device", kWanted},
+             Row{"ko_player::AudioPipeline::getOutParams: outHandler.onAudioParams return false",
                  kWanted,
                  {},
                  "",
@@ -54,8 +55,7 @@ TEST(WorkerFindings, ReadTheLinesThatTellOfProblems) {
                  "",
                  "",
                  "no sound device"},
-             Row{"Trying to start audio device: ", kWanted, {}, "", "", "", "", "no sound device"},
-             Row{"Trying to start audio device: an error occurred opening the audio device", false},
+             Row{"ko_player::AudioPipeline::getOutParams: outHandler.onAudioParams return false", false},
              Row{"Trying to start audio device: audio device has been sucessfully started", kWanted},
          }) {
         SCOPED_TRACE(row.line);
@@ -68,6 +68,34 @@ TEST(WorkerFindings, ReadTheLinesThatTellOfProblems) {
         EXPECT_EQ(findings.picturesUnavailable.toStdString(), row.pictures);
         EXPECT_EQ(findings.soundUnavailable.toStdString(), row.sound);
         EXPECT_EQ(findings.isResponseFailed(), row.httpStatus || *row.networkError != '\0');
+    }
+}
+
+// Before the stream's sound is known no device opens, and the worker tries again by itself.
+TEST(WorkerFindings, KnowWhichAttemptAtADeviceIsTheLast) {
+    const char* const failed = "Trying to start audio device: an error occurred opening the audio device";
+    const char* const started = "Trying to start audio device: audio device has been sucessfully started";
+    const char* const known = "ko_player::AudioPipeline::open: AudioPipeline has been openned";
+    const char* const refused =
+        "ko_player::AudioPipeline::getOutParams: outHandler.onAudioParams return false";
+    struct Sequence {
+        std::vector<const char*> lines;
+        const char* sound;
+    };
+    for (const Sequence& row : std::vector<Sequence>{
+             {{failed}, ""},
+             {{failed, started, known}, ""},
+             {{failed, failed, refused}, "no sound device"},
+             {{known, failed}, "no sound device"},
+             {{known, "Trying to start audio device: "}, "no sound device"},
+             {{known, failed, started}, ""},
+             {{"sound unavailable: x", started}, "x"},
+         }) {
+        WorkerFindings findings;
+        for (const char* line : row.lines) {
+            findings.take(QString::fromUtf8(line), kWanted);
+        }
+        EXPECT_EQ(findings.soundUnavailable.toStdString(), row.sound) << testing::PrintToString(row.lines);
     }
 }
 
