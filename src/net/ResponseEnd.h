@@ -22,8 +22,8 @@ inline constexpr int kFirstFailingStatus = 300;
 
 /// What went wrong, on one line of bounded length: "status 404 Not Found", or "network: ", Qt's name of the
 /// error, which programs may compare, and its text. Empty when nothing did. A status counts before an error,
-/// which only repeats it. What is wrong
-/// with a certificate stands behind "untrusted certificate: ". User names and passwords of URLs are left out.
+/// which only repeats it. What is wrong with a certificate stands behind "untrusted certificate: ". User
+/// names and passwords of URLs are left out.
 [[nodiscard]] std::string failureText(const ResponseEnd& end);
 
 } // namespace CorvaneClient::Net

@@ -110,7 +110,7 @@ TEST_P(CrashSafeFileOf, IsAtTheEndWhatAnOrdinaryOneIs) {
     const Kind& kind = GetParam();
     ClipSpec spec = specOf(kind.video, kind.audio);
     spec.bFrames = kind.reading == FlvReading::Strict ? 0 : spec.bFrames; // they would lie out of order
-    spec.frames = 60; // three fragments
+    spec.frames = 60;                                                     // three fragments
     const auto bytes = toBytes(makeFlv(encode(spec)));
     ASSERT_TRUE(record(ordinary_, bytes, kind.reading, Mp4Policy::AtOnce));
     ASSERT_TRUE(record(path_, bytes, kind.reading, Mp4Policy::Safe));

@@ -10,8 +10,13 @@ namespace {
 
 using ::testing::ElementsAreArray;
 
-constexpr Options kEverything{FlvReading::Standard, BufferingPolicy::Never,  SyncPolicy::ByTimeStamps,
-                              LengthPolicy::Exact,  SandboxPolicy::Required, Mp4Policy::Safe, true};
+constexpr Options kEverything{FlvReading::Standard,
+                              BufferingPolicy::Never,
+                              SyncPolicy::ByTimeStamps,
+                              LengthPolicy::Exact,
+                              SandboxPolicy::Required,
+                              Mp4Policy::Safe,
+                              true};
 
 struct OptionsCase {
     const char* name;
@@ -45,8 +50,10 @@ INSTANTIATE_TEST_SUITE_P(
                     "flv=strict,buffering=on,sync=off,length=expected,sandbox=off,mp4=plain",
                     {.explains = true},
                     {}},
-        OptionsCase{
-            "All", "flv=standard,buffering=off,sync=on,length=exact,sandbox=required,mp4=safe", kEverything, {}},
+        OptionsCase{"All",
+                    "flv=standard,buffering=off,sync=on,length=exact,sandbox=required,mp4=safe",
+                    kEverything,
+                    {}},
         OptionsCase{"AnyOrderAndBlanks",
                     " sync=on , mp4 = safe, sandbox=required,flv = standard,length=exact,buffering=off,",
                     kEverything,

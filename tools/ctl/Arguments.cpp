@@ -1,6 +1,7 @@
 #include "tools/ctl/Arguments.h"
 
 #include "parent/MaskedUrls.h"
+#include "tools/ctl/PlaylistName.h"
 #include "tools/files/Address.h"
 #include "tools/files/FileUrl.h"
 
@@ -67,6 +68,12 @@ QCommandLineOption logOption() {
 
 QCommandLineOption verboseOption() {
     return {QStringLiteral("verbose"), QStringLiteral("Print the worker's own log on standard error.")};
+}
+
+QCommandLineOption playlistOption() {
+    return option(
+        "playlist", "FILE",
+        QStringLiteral("URL is a name in this list of streams, which has a line NAME = URL for it."));
 }
 
 /// @throws Refusal
@@ -169,6 +176,23 @@ QString playableUrl(const QString& text, const QString& folder) {
     return fileUrl(text, folder);
 }
 
+struct Address {
+    QString text;
+    QString folder; ///< where a relative path begins
+};
+
+/// What is to be played or recorded: the text itself, or what a playlist has under that name. @throws Refusal
+Address addressOf(const QCommandLineParser& parser, const QString& text, const QString& folder) {
+    if (!parser.isSet(QStringLiteral("playlist"))) {
+        return {text, folder};
+    }
+    const NamedStream stream = streamOfPlaylist(parser.value(QStringLiteral("playlist")), folder, text);
+    if (!stream.problem.isEmpty()) {
+        throw Refusal{stream.problem};
+    }
+    return {stream.address, stream.folder};
+}
+
 struct PlayOptions {
     const QCommandLineOption help = helpOption();
     const QCommandLineOption seconds =
@@ -199,6 +223,7 @@ struct PlayOptions {
         QStringLiteral("reconnect"),
         QStringLiteral("Start a stream again when it has ended: after half a second, later up to half a "
                        "minute. Counts and --seconds go on.")};
+    const QCommandLineOption playlist = playlistOption();
     const QCommandLineOption noSandbox = noSandboxOption();
     const QCommandLineOption worker = workerOption();
     const QCommandLineOption log = logOption();
@@ -265,8 +290,8 @@ Command parsePlay(const QStringList& arguments, const QString& folder) {
     const PlayOptions options;
     parser.addOptions({options.help, options.seconds, options.snapshots, options.every, options.volume,
                        options.json, options.proxy, options.proxyType, options.flv, options.lowLatency,
-                       options.noSync, options.reconnect, options.noSandbox, options.worker, options.log,
-                       options.verbose});
+                       options.noSync, options.reconnect, options.playlist, options.noSandbox, options.worker,
+                       options.log, options.verbose});
     parser.addPositionalArgument(
         QStringLiteral("URL"),
         QStringLiteral("An FLV stream (http, https), or a file (file:///path, or a path)."));
@@ -278,7 +303,9 @@ Command parsePlay(const QStringList& arguments, const QString& folder) {
     }
 
     PlayCommand command;
-    command.url = playableUrl(positional(parser, {QStringLiteral("the URL")}).constFirst(), folder);
+    const Address address =
+        addressOf(parser, positional(parser, {QStringLiteral("the URL")}).constFirst(), folder);
+    command.url = playableUrl(address.text, address.folder);
     if (parser.isSet(options.seconds)) {
         command.duration = durationOf(parser, options.seconds);
     }
@@ -332,8 +359,8 @@ Command parseExport(const QStringList& arguments, const QString& folder) {
     const auto flv = flvOption();
     const auto noSandbox = noSandboxOption();
     const auto worker = workerOption();
-    parser.addOptions(
-        {help, duration, timeout, noClobber, json, flv, noSandbox, worker, logOption(), verboseOption()});
+    parser.addOptions({help, duration, timeout, noClobber, json, flv, playlistOption(), noSandbox, worker,
+                       logOption(), verboseOption()});
     parser.addPositionalArgument(QStringLiteral("URL"), QStringLiteral("An FLV stream (http, https)."));
     parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("The MP4 file to write."));
     if (!parser.parse(arguments)) {
@@ -346,7 +373,7 @@ Command parseExport(const QStringList& arguments, const QString& folder) {
     const QStringList values =
         positional(parser, {QStringLiteral("the URL"), QStringLiteral("the file to write")});
     ExportCommand command;
-    command.url = values[0];
+    command.url = addressOf(parser, values[0], folder).text;
     if (!isWebUrl(command.url)) {
         throw Refusal{QStringLiteral("cannot export %1: only http and https").arg(command.url)};
     }

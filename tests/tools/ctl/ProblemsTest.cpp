@@ -220,7 +220,8 @@ TEST_F(CtlOptions, ReachTheWorker) {
     EXPECT_EQ(toldBy({"play", script_, "--flv", "strict", "--low-latency", "--no-sync", "--no-sandbox"}),
               "flv=strict,buffering=off,sync=off,sandbox=off");
     const std::string file = (folder_ / "film.mp4").string();
-    EXPECT_EQ(toldBy({"export", script_, file, "--duration", "1"}), "flv=standard,length=exact,sandbox=on,mp4=safe");
+    EXPECT_EQ(toldBy({"export", script_, file, "--duration", "1"}),
+              "flv=standard,length=exact,sandbox=on,mp4=safe");
     EXPECT_EQ(toldBy({"export", script_, file, "--duration", "1", "--flv", "strict", "--no-sandbox"}),
               "flv=strict,length=exact,sandbox=off,mp4=safe");
 }
