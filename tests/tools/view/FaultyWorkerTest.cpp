@@ -57,8 +57,8 @@ INSTANTIATE_TEST_SUITE_P(
     OfAWorker, End,
     testing::Values(
         EndCase{"LinkClosed", "connect;hello;exit:0", "the link to the parent was closed"},
-        EndCase{"NoStream", "connect;hello;exit:1",
-                "the received data is not an FLV stream, the arguments are wrong, or the worker crashed"},
+        EndCase{"Wordless", "connect;hello;exit:1",
+                "the worker ended without a word, as one does that crashed"},
         EndCase{"NoPictureInTime", "connect;hello;exit:2", "no picture arrived in time"},
         EndCase{"EndOfTheStream", "connect;hello;exit:3", "the server ended the stream"},
         EndCase{"Refused", "connect;hello;log:http failed: status 404 Not Found;exit:3",
