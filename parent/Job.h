@@ -37,7 +37,7 @@ struct ExportJob {
     /// As of a StreamJob, but told to the worker by its environment. Without one, it is the proxy of this
     /// process's environment, if there is any. On Windows, always the system's.
     QString proxyUrl = {};
-    QString proxyType = {};
+    QString proxyType = {}; ///< as of a StreamJob
 
     FlvReading flv = FlvReading::Standard; ///< how its FLV is read
     /// The file ends at the picture that begins behind the duration; with a duration of 0, at
