@@ -25,7 +25,7 @@ Problem problem(ExitCause cause, const QString& text) {
 
 /// What the exit code says, to who knows no more.
 Problem byCode(WorkerMode mode, int exitCode) {
-    const Problem unknown = problem(ExitCause::Unknown, QStringLiteral("unknown exit code %1").arg(exitCode));
+    Problem unknown = problem(ExitCause::Unknown, QStringLiteral("unknown exit code %1").arg(exitCode));
     if (mode == WorkerMode::Export) {
         switch (exitCode) {
         case 0:

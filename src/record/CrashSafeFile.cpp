@@ -161,7 +161,9 @@ void CrashSafeFile::noteInIndex(std::span<const std::uint8_t> bytes) {
     indexIsWhole_ = indexIsWhole_ && places;
     for (const auto& packet : collected_) {
         AVPacket& content = *packet->get();
-        indexIsWhole_ = indexIsWhole_ && noteInIndex(content, (*places)[content.stream_index], begin);
+        indexIsWhole_ =
+            indexIsWhole_ &&
+            noteInIndex(content, (*places)[static_cast<std::size_t>(content.stream_index)], begin);
     }
 }
 

@@ -51,7 +51,8 @@ QString RecordingControl::proposedFile(const QString& streamName) const {
 
 void RecordingControl::askFor(const StreamView& view) {
     if (dialog_ && dialog_->url() != view.url()) {
-        delete dialog_;
+        dialog_->close(); // which destroys it
+        dialog_ = nullptr;
     }
     if (!dialog_) {
         dialog_ = new ExportDialog(

@@ -140,7 +140,7 @@ QString streamName(const QString& url) {
 }
 
 QString streamUrl(const QString& text, const QString& folder) {
-    const QString trimmed = text.trimmed();
+    QString trimmed = text.trimmed();
     if (isAddress(trimmed)) {
         return trimmed; // StreamView tells what cannot be played
     }

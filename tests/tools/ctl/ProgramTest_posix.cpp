@@ -182,6 +182,7 @@ TEST_F(CtlExport, AWorkerThatDiesLeavesNoFileThatNobodyCanPlay) {
            "--worker", FAKE_WORKER, "--json"});
     ASSERT_TRUE(eventually(
         [&] { return files().size() == 1 && readFile(file_.parent_path() / files()[0]) == "half a film"; }));
+    ASSERT_TRUE(waitForEvent("connected"));
     ::kill(intOf(events("connected").at(0), "pid"), SIGKILL);
     EXPECT_EQ(finish(), kNotDone);
     EXPECT_THAT(files(), IsEmpty());
