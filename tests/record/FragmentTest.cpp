@@ -22,15 +22,28 @@ void put(Bytes& bytes, std::uint32_t number) {
     }
 }
 
+// Byte by byte: GCC 12 takes a range that is inserted behind single bytes for an overflow.
+void append(Bytes& bytes, const std::string& text) {
+    for (const char character : text) {
+        bytes.push_back(static_cast<std::uint8_t>(character));
+    }
+}
+
 Bytes box(const std::string& name, const std::vector<Bytes>& contents) {
-    Bytes content;
+    constexpr std::size_t kHeaderBytes = 8;
+    std::size_t size = kHeaderBytes;
     for (const Bytes& piece : contents) {
-        content.insert(content.end(), piece.begin(), piece.end());
+        size += piece.size();
     }
     Bytes result;
-    put(result, static_cast<std::uint32_t>(content.size() + 8));
-    result.insert(result.end(), name.begin(), name.end());
-    result.insert(result.end(), content.begin(), content.end());
+    result.reserve(size);
+    put(result, static_cast<std::uint32_t>(size));
+    append(result, name);
+    for (const Bytes& piece : contents) {
+        for (const std::uint8_t byte : piece) {
+            result.push_back(byte);
+        }
+    }
     return result;
 }
 
@@ -128,7 +141,7 @@ TEST(Fragment, OfWhichEndsAreMissingIsNeverReadBeyondThem) {
 TEST(Boxes, AreFoundBehindOthersAndBehindLongOnes) {
     Bytes bytes;
     put(bytes, 1);
-    bytes.insert(bytes.end(), {'m', 'd', 'a', 't'});
+    append(bytes, "mdat");
     put(bytes, 0);
     put(bytes, 20);
     put(bytes, 0);
