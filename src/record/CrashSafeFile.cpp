@@ -9,6 +9,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <climits>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -20,12 +21,14 @@ using ff_wrap::avformat;
 namespace {
 
 constexpr AVRational kMilliseconds{1, 1000};
+/// As many bytes in one piece are not copied into the file's buffer first.
+constexpr std::size_t kLeastDirect = 64 << 10;
 /// The box with the format is the first one; payload comes far behind it, or not at all.
 constexpr std::int64_t kMostHeaderBytes = static_cast<std::int64_t>(kFileBeginBytes);
 
-std::span<const std::uint8_t> boxIn(const std::vector<std::uint8_t>& bytes, std::string_view name) {
+std::span<const std::uint8_t> boxIn(std::span<const std::uint8_t> bytes, std::string_view name) {
     const auto box = findBox(bytes, name);
-    return box ? std::span(bytes).subspan(box->offset, box->size) : std::span<const std::uint8_t>();
+    return box ? bytes.subspan(box->offset, box->size) : std::span<const std::uint8_t>();
 }
 
 } // namespace
@@ -36,7 +39,8 @@ CrashSafeFile::CrashSafeFile(std::string fileName, AVFormatContext& context,
       index_([this](std::int64_t position, const std::uint8_t* data, std::size_t size) {
           return indexWrites(position, data, size);
       }) {
-    fragments_ = std::make_unique<FragmentWriter>(context_, fileName_, options);
+    fragments_ = std::make_unique<FragmentWriter>(
+        context_, fileName_, options, [this](std::span<const std::uint8_t> bytes) { return append(bytes); });
     context_.pb = index_.get();
     packet_file::writeHeader(context_, fileName_, options);
     const int flushed = index_.flush();
@@ -111,37 +115,38 @@ int CrashSafeFile::writeFragment() {
 }
 
 int CrashSafeFile::appendFragment() {
+    appended_ = 0;
     if (const int made = fragments_->flush(); made < 0) {
         return made;
-    }
-    if (end_ == 0) {
-        if (const int begun = writeBegin(); begun < 0) {
-            return begun;
-        }
-    }
-    // The format, which is there already, stands first.
-    const std::span<const std::uint8_t> bytes = fragments_->bytes();
-    const int written = append(bytes.subspan(boxIn(fragments_->bytes(), "ftyp").size()));
-    if (written == 0) {
-        noteInIndex(bytes);
-    }
-    return written;
-}
-
-int CrashSafeFile::writeBegin() {
-    const auto begin = fragmentedBegin(boxIn(fragments_->bytes(), "ftyp"));
-    return begin ? append(*begin) : AVERROR_BUG;
-}
-
-int CrashSafeFile::append(std::span<const std::uint8_t> bytes) {
-    if (const int written = writeAt(end_, bytes); written < 0) {
-        return written;
     }
     avformat().avio_flush(file_.get());
     if (file_->error < 0) {
         return file_->error;
     }
-    end_ += static_cast<std::int64_t>(bytes.size());
+    noteInIndex(fragments_->head(), end_ + appended_ - static_cast<std::int64_t>(fragments_->size()));
+    end_ += appended_;
+    return 0;
+}
+
+/// What the fragment's writer gives, piece by piece.
+int CrashSafeFile::append(std::span<const std::uint8_t> bytes) {
+    if (end_ == 0 && appended_ == 0) {
+        const auto format = boxIn(bytes, "ftyp");
+        const auto begin = fragmentedBegin(format);
+        if (!begin) {
+            return AVERROR_BUG;
+        }
+        if (const int written = writeAt(0, *begin); written < 0) {
+            return written;
+        }
+        // The format is there with that.
+        appended_ = static_cast<std::int64_t>(begin->size());
+        bytes = bytes.subspan(format.size());
+    }
+    if (const int written = writeAt(end_ + appended_, bytes); written < 0) {
+        return written;
+    }
+    appended_ += static_cast<std::int64_t>(bytes.size());
     return 0;
 }
 
@@ -150,14 +155,19 @@ int CrashSafeFile::writeAt(std::int64_t position, std::span<const std::uint8_t> 
     if (reached < 0) {
         return static_cast<int>(reached);
     }
-    avformat().avio_write(file_.get(), bytes.data(), static_cast<int>(bytes.size()));
+    file_->direct = bytes.size() >= kLeastDirect ? 1 : 0;
+    const auto most = static_cast<std::size_t>(file_->max_packet_size > 0 ? file_->max_packet_size : INT_MAX);
+    while (!bytes.empty() && file_->error >= 0) {
+        const auto piece = bytes.first(std::min(most, bytes.size()));
+        avformat().avio_write(file_.get(), piece.data(), static_cast<int>(piece.size()));
+        bytes = bytes.subspan(piece.size());
+    }
     return std::min(file_->error, 0);
 }
 
-/// `bytes` end where the file does.
-void CrashSafeFile::noteInIndex(std::span<const std::uint8_t> bytes) {
-    auto places = samplesOf(bytes, context_.nb_streams);
-    const std::int64_t begin = end_ - static_cast<std::int64_t>(bytes.size());
+/// `head` is the begin of the fragment, which begins at that place of the file.
+void CrashSafeFile::noteInIndex(std::span<const std::uint8_t> head, std::int64_t begin) {
+    auto places = samplesOf(head, fragments_->size(), context_.nb_streams);
     indexIsWhole_ = indexIsWhole_ && places;
     for (const auto& packet : collected_) {
         AVPacket& content = *packet->get();

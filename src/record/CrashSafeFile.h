@@ -48,8 +48,7 @@ private:
     /// What is collected becomes a fragment in the file.
     int writeFragment();
     int appendFragment();
-    int writeBegin();
-    void noteInIndex(std::span<const std::uint8_t> bytes);
+    void noteInIndex(std::span<const std::uint8_t> head, std::int64_t begin);
     bool noteInIndex(AVPacket& packet, std::deque<SamplePlace>& places, std::int64_t fragmentBegin);
     int append(std::span<const std::uint8_t> bytes);
     int writeAt(std::int64_t position, std::span<const std::uint8_t> bytes);
@@ -62,8 +61,9 @@ private:
     const std::string fileName_;
     AVFormatContext& context_; ///< of the ordinary file
     packet_file::IoPtr file_;
-    std::int64_t end_ = 0; ///< of the last whole fragment
-    int failure_ = 0;      ///< of the fragments: an FFmpeg error, or 0
+    std::int64_t end_ = 0;      ///< of the last whole fragment
+    std::int64_t appended_ = 0; ///< bytes of the next one that are behind it
+    int failure_ = 0;           ///< of the fragments: an FFmpeg error, or 0
     FragmentRule rule_;
     std::vector<std::shared_ptr<ff_wrap::Packet>> collected_;
     std::array<std::optional<std::int64_t>, FragmentRule::kMaxTracks> lastDts_;

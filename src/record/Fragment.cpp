@@ -188,17 +188,18 @@ bool putAt(std::vector<std::uint8_t>& bytes, std::int64_t offset, Bytes added) {
     return true;
 }
 
-std::optional<std::vector<std::deque<SamplePlace>>> samplesOf(Bytes bytes, std::size_t tracks) {
-    const auto fragment = findBox(bytes, "moof");
+std::optional<std::vector<std::deque<SamplePlace>>> samplesOf(Bytes head, std::size_t size,
+                                                              std::size_t tracks) {
+    const auto fragment = findBox(head, "moof");
     if (!fragment) {
         return std::nullopt;
     }
     std::vector<std::deque<SamplePlace>> places(tracks);
-    const Bytes content = contentOf(bytes, *fragment);
+    const Bytes content = contentOf(head, *fragment);
     for (std::size_t at = 0; at < content.size();) {
         const auto box = boxAt(content, at);
         if (!box || (hasName(content, *box, "traf") &&
-                     !addTrack(contentOf(content, *box), *fragment, bytes.size(), places))) {
+                     !addTrack(contentOf(content, *box), *fragment, size, places))) {
             return std::nullopt;
         }
         at += box->size;

@@ -34,11 +34,12 @@ struct SamplePlace {
     friend bool operator==(const SamplePlace&, const SamplePlace&) = default;
 };
 
-/// The places of a fragment's samples, in the order of the stream, for each track from the first on. Empty
-/// for what FFmpeg's writer does not write with offsets that count from the fragment ("moof"), and for
-/// anything that points out of the bytes.
+/// The places of a fragment's samples, in the order of the stream, for each track from the first on. `head`
+/// has all of it that comes before the samples; `size` is that of head and samples, in bytes. Empty for what
+/// FFmpeg's writer does not write with offsets that count from the fragment ("moof"), and for anything that
+/// points out of it.
 [[nodiscard]] std::optional<std::vector<std::deque<SamplePlace>>>
-samplesOf(std::span<const std::uint8_t> bytes, std::size_t tracks);
+samplesOf(std::span<const std::uint8_t> head, std::size_t size, std::size_t tracks);
 
 /// What a crash-safe file begins with: the box that names the format, and another one that fills up. While
 /// it is recorded, that is free space in front of fragments; at the end it becomes the header of one box

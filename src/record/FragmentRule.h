@@ -20,8 +20,8 @@ public:
     static constexpr std::int64_t kLongestMs = 1000;
     /// Of the clock, where the stream stops.
     static constexpr std::chrono::milliseconds kOldest{1000};
-    /// What is collected is held twice.
-    static constexpr std::size_t kMostBytes = 4 << 20;
+    /// What is collected is held twice, and the server waits while it is written.
+    static constexpr std::size_t kMostBytes = 1 << 20;
 
     /// Whether what is collected has to go before a packet with that decode time stamp is collected.
     [[nodiscard]] bool isDueBefore(std::size_t track, std::int64_t dtsMs) const {

@@ -5,11 +5,19 @@
 #include "ffmpeg/FfmpegError.h"
 #include "record/Fragment.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace ko_player {
 
 using ff_wrap::avformat;
+
+namespace {
+
+/// More than the writer gathers before it passes it on: no piece of a fragment's begin is as long.
+constexpr std::size_t kLeastPayload = 64 << 10;
+
+} // namespace
 
 void FragmentWriter::FreeContext::operator()(AVFormatContext* context) const noexcept {
     context->pb = nullptr; // somebody else's; the writer must not find it when it cleans up
@@ -17,10 +25,9 @@ void FragmentWriter::FreeContext::operator()(AVFormatContext* context) const noe
 }
 
 FragmentWriter::FragmentWriter(const AVFormatContext& likeIt, const std::string& fileName,
-                               packet_file::WriterOptions options)
-    // It goes back to fill in the lengths of boxes, but not into what is gone.
-    : io_([this](std::int64_t position, const std::uint8_t* data, std::size_t size) {
-          return putAt(bytes_, position - cleared_, {data, size}) ? 0 : AVERROR_BUG;
+                               packet_file::WriterOptions options, Sink sink)
+    : sink_(std::move(sink)), io_([this](std::int64_t position, const std::uint8_t* data, std::size_t size) {
+          return take(position, {data, size});
       }) {
     AVFormatContext* context = nullptr;
     avformat().avformat_alloc_output_context2(&context, nullptr, "mp4", nullptr);
@@ -58,9 +65,30 @@ bool FragmentWriter::countsLike(const AVFormatContext& other) const {
     return context_->nb_streams == other.nb_streams;
 }
 
+int FragmentWriter::take(std::int64_t position, std::span<const std::uint8_t> bytes) {
+    // Payload comes in one piece, behind all that tells of it: from there on nothing is copied.
+    if (!headIsGone_ && position == end_ && bytes.size() >= kLeastPayload) {
+        if (const int passed = passHead(); passed < 0) {
+            return passed;
+        }
+    }
+    // It goes back to fill in the lengths of boxes, but not into what is gone.
+    if (headIsGone_ ? position != end_ : !putAt(head_, position - begin_, bytes)) {
+        return AVERROR_BUG;
+    }
+    end_ = std::max(end_, position + static_cast<std::int64_t>(bytes.size()));
+    return headIsGone_ ? sink_(bytes) : 0;
+}
+
+int FragmentWriter::passHead() {
+    headIsGone_ = true;
+    return sink_(head_);
+}
+
 void FragmentWriter::clear() {
-    cleared_ += static_cast<std::int64_t>(bytes_.size());
-    bytes_.clear();
+    begin_ = end_;
+    headIsGone_ = false;
+    head_.clear();
 }
 
 int FragmentWriter::add(AVPacket& packet) {
@@ -69,7 +97,7 @@ int FragmentWriter::add(AVPacket& packet) {
 
 int FragmentWriter::flush() {
     // The first call may give the header alone.
-    for (int i = 0; i < 2 && !findBox(bytes_, "moof"); ++i) {
+    for (int i = 0; i < 2 && !findBox(head_, "moof"); ++i) {
         const int result = avformat().av_write_frame(context_.get(), nullptr);
         if (result < 0) {
             return result;
@@ -78,7 +106,7 @@ int FragmentWriter::flush() {
             return flushed;
         }
     }
-    return 0;
+    return headIsGone_ ? 0 : passHead();
 }
 
 } // namespace ko_player

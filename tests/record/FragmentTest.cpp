@@ -78,8 +78,12 @@ struct FragmentParts {
     }
 };
 
+std::optional<std::vector<std::deque<SamplePlace>>> samplesOfWhole(const Bytes& bytes) {
+    return samplesOf(bytes, bytes.size(), 2);
+}
+
 TEST(Fragment, TellsWhereSamplesLie) {
-    const auto places = samplesOf(FragmentParts().bytes(), 2);
+    const auto places = samplesOfWhole(FragmentParts().bytes());
     ASSERT_TRUE(places);
     EXPECT_THAT((*places)[0], ElementsAre(SamplePlace{200, 10}, SamplePlace{210, 20}));
     EXPECT_THAT((*places)[1], ElementsAre(SamplePlace{230, 5}, SamplePlace{235, 5}, SamplePlace{240, 5}));
@@ -89,9 +93,18 @@ TEST(Fragment, CountsFromItselfWhateverStandsBefore) {
     Bytes bytes = format();
     const Bytes fragment = FragmentParts().bytes();
     bytes.insert(bytes.end(), fragment.begin(), fragment.end());
-    const auto places = samplesOf(bytes, 2);
+    const auto places = samplesOfWhole(bytes);
     ASSERT_TRUE(places);
     EXPECT_EQ((*places)[0].front(), (SamplePlace{228, 10}));
+}
+
+TEST(Fragment, NeedsNoneOfItsSamplesToTellWhereTheyLie) {
+    const Bytes whole = FragmentParts().bytes();
+    const auto fragment = findBox(whole, "moof");
+    ASSERT_TRUE(fragment);
+    const std::span head = std::span(whole).first(fragment->size + 8);
+    EXPECT_EQ(samplesOf(head, whole.size(), 2), samplesOfWhole(whole));
+    EXPECT_FALSE(samplesOf(head, 244, 2)) << "the last one ends at 245";
 }
 
 TEST(Fragment, IsRefusedWhereItPointsElsewhere) {
@@ -123,17 +136,17 @@ TEST(Fragment, IsRefusedWhereItPointsElsewhere) {
           Row{"a third track", thirdTrack}, Row{"no offset", noOffset}, Row{"before the fragment", before},
           Row{"behind the end", behind}, Row{"more than there are", tooMany},
           Row{"four thousand million empty ones", tooManyEmpty}}) {
-        EXPECT_FALSE(samplesOf(row.parts.bytes(), 2)) << row.what;
+        EXPECT_FALSE(samplesOfWhole(row.parts.bytes())) << row.what;
     }
-    EXPECT_FALSE(samplesOf({}, 2));
-    EXPECT_FALSE(samplesOf(format(), 2));
+    EXPECT_FALSE(samplesOfWhole({}));
+    EXPECT_FALSE(samplesOfWhole(format()));
 }
 
 TEST(Fragment, OfWhichEndsAreMissingIsNeverReadBeyondThem) {
     const Bytes whole = FragmentParts().bytes();
     for (std::size_t size = 0; size < whole.size(); ++size) {
         const Bytes torn(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
-        const auto places = samplesOf(torn, 2);
+        const auto places = samplesOfWhole(torn);
         EXPECT_TRUE(!places || size >= 245) << size;
     }
 }
