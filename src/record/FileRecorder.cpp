@@ -375,6 +375,9 @@ void FileRecorder::openWithoutAudio(const std::string& why) {
 }
 
 void FileRecorder::write(Medium medium, PacketPtr packet) {
+    if (!index_.add(packet->get()->dts)) {
+        throw std::runtime_error("more packets than the index of a file may have");
+    }
     if (medium == Medium::Video) {
         mux(kVideoStream, std::move(packet));
     } else {

@@ -5,6 +5,7 @@
 #include "flv/FlvHandler.h"
 #include "flv/FlvReader.h"
 #include "record/HeldPackets.h"
+#include "record/IndexBudget.h"
 #include "record/Muxer.h"
 #include "record/RecordingRules.h"
 #include "record/SampleFitting.h"
@@ -120,6 +121,7 @@ private:
     std::int64_t recordedMs_ = 0;
     std::int64_t origin_ = 0; ///< of the file: what its first packet has
     std::optional<Muxer> muxer_;
+    IndexBudget index_;
     AVCodecID soundCodec_ = AV_CODEC_ID_NONE; ///< for what is said about it
     std::optional<SoundTrack> sound_;         ///< where sound is made to fit: what the file has of it
     ConfigurationFollower configuration_;
