@@ -128,9 +128,14 @@ void measureFullHd() {
         "≤ 1", stream.copied <= stream.shown && stream.shown > 0);
 }
 
-void measureGrid() {
-    constexpr int kStreams = 9;
-    constexpr double kLeastFps = 24.9;
+struct Wall {
+    const char* what;
+    int streams;
+    test::ClipSpec spec;
+    double mostCpu; ///< of one core
+};
+
+test::ClipSpec small() {
     test::ClipSpec spec;
     spec.widthPx = 640;
     spec.heightPx = 360;
@@ -139,9 +144,15 @@ void measureGrid() {
     spec.bitrateKbps = 1000;
     spec.noise = 8;
     spec.preset = "veryfast";
+    return spec;
+}
+
+void measureWall(const Wall& wall) {
+    constexpr double kLeastFps = 24.9;
     test::HttpServer server;
-    server.route("/live.flv", test::pacedHandler(liveStream(spec), {.burstMs = 1500}));
-    const Result grid = measure(std::vector<std::string>(kStreams, server.url("/live.flv")), 1920, 1200);
+    server.route("/live.flv", test::pacedHandler(liveStream(wall.spec), {.burstMs = 1500}));
+    const std::vector<std::string> urls(static_cast<std::size_t>(wall.streams), server.url("/live.flv"));
+    const Result grid = measure(urls, 1920, 1200);
     const auto slower = [](const StreamResult& a, const StreamResult& b) { return a.fps < b.fps; };
     const auto [slowest, fastest] = std::minmax_element(grid.streams.begin(), grid.streams.end(), slower);
     unsigned announced = 0;
@@ -150,16 +161,26 @@ void measureGrid() {
         announced += stream.announced;
         shown += stream.shown;
     }
-    row("viewer with a grid of nine 640 × 360 streams: pictures shown per second, slowest stream",
-        text("%.1f (fastest %.1f; %u of %u pictures; CPU of its process %.1f %%)", slowest->fps, fastest->fps,
-             shown, announced, 100 * grid.cpuShare),
+    const std::string what = text("viewer with a grid of %s streams", wall.what);
+    row((what + ": pictures shown per second, slowest stream").c_str(),
+        text("%.1f (fastest %.1f; %u of %u pictures)", slowest->fps, fastest->fps, shown, announced),
         text("≥ %.1f", kLeastFps), slowest->fps >= kLeastFps);
+    row("the same: CPU of its process, share of one core", percent(grid),
+        text("< %.0f %%", 100 * wall.mostCpu), grid.cpuShare < wall.mostCpu);
+}
+
+void measureWalls() {
+    for (const Wall& wall :
+         {Wall{"nine 640 × 360", 9, small(), 0.2}, Wall{"sixteen 640 × 360", 16, small(), 0.25},
+          Wall{"four 1920 × 1080", 4, bench::fullHd(250), 0.3}}) {
+        measureWall(wall);
+    }
 }
 
 } // namespace
 
 int main() {
     measureFullHd();
-    measureGrid();
+    measureWalls();
     return 0;
 }
