@@ -10,7 +10,8 @@ namespace mediaworker::parent {
 
 /// A process that belongs to `owner` and is to be started by this thread. On Linux the system kills it when
 /// this process dies, whatever the process does, if the thread is the main one: the system looks at the end
-/// of the thread, and others may well end before their workers. Elsewhere it is left to its link, and on
+/// of the thread, and others may well end before their workers. Such a process is in a group of its own: a
+/// signal for this process's group does not reach it. Elsewhere it is left to its link, and on
 /// Windows to the ProcessGroup.
 [[nodiscard]] QProcess* makeMortalProcess(QObject* owner);
 

@@ -21,6 +21,8 @@ public:
 protected:
     // Runs in the child, before the program: nothing but calls of the system.
     void setupChildProcess() override {
+        // What a terminal or timeout(1) sends to this application's group is for the application to answer.
+        setpgid(0, 0);
         // Nobody can block this one.
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         // Who died before that cannot be heard of. 0: lives in another namespace of processes.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QObject>
 
 #include <memory>
@@ -32,10 +33,14 @@ public:
     };
 
 Q_SIGNALS:
+    /// Once for what comes in the same moment.
     void requested();
 
 private:
+    Q_SLOT void hear();
+
     struct Platform;
+    QElapsedTimer heard_; ///< since the last request
     std::unique_ptr<Platform> platform_;
 };
 

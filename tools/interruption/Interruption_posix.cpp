@@ -47,7 +47,7 @@ Interruption::Interruption() : platform_(std::make_unique<Platform>()) {
         std::array<char, 64> bytes{};
         while (::read(platform_->readEnd, bytes.data(), bytes.size()) > 0) {
         }
-        Q_EMIT requested();
+        hear();
     });
     struct sigaction action {};
     action.sa_handler = wakeUp;

@@ -13,7 +13,7 @@ BOOL WINAPI onControlEvent(DWORD event) {
     if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) {
         return FALSE;
     }
-    QMetaObject::invokeMethod(listener, &Interruption::requested, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(listener, "hear", Qt::QueuedConnection);
     return TRUE;
 }
 

@@ -89,8 +89,10 @@ protected:
         EXPECT_THAT(filesIn(folder_ / "tmp"), testing::IsEmpty()) << "left in the temporary directory";
     }
 
-    void start(std::vector<std::string> arguments) {
+    /// `launcher`: a command that starts it.
+    void start(std::vector<std::string> arguments, const std::vector<std::string>& launcher = {}) {
         arguments.insert(arguments.begin(), MEDIAWORKER_CTL);
+        arguments.insert(arguments.begin(), launcher.begin(), launcher.end());
         program_ = std::make_unique<ChildProcess>(ChildProcess::Options{
             .command = std::move(arguments),
             .environment = environment_,

@@ -213,6 +213,19 @@ TEST_F(CtlExport, GoesOnUntilItIsInterrupted) {
     EXPECT_EQ(probe().size(), 2U);
 }
 
+// It passes a signal on to the program and then to its group, with the program and the worker.
+TEST_F(CtlExport, IsKeptWhenTimeoutEndsIt) {
+    for (const int signal : {SIGINT, SIGTERM}) {
+        start({"export", server_.url("/long.flv"), file_.generic_string()},
+              {"timeout", "--preserve-status", "600"});
+        ASSERT_TRUE(eventually([&] { return output().find("recording after ") != std::string::npos; }));
+        program_->signal(signal);
+        EXPECT_EQ(finish(), kDone) << signal << '\n' << output() << errors();
+        EXPECT_THAT(files(), ElementsAre("film.mp4")) << signal;
+        EXPECT_EQ(probe().size(), 2U) << signal;
+    }
+}
+
 TEST_F(CtlExport, InterruptedBeforeAnythingCameLeavesNothing) {
     start({"export", server_.url("/silent.flv"), file_.generic_string(), "--json"});
     ASSERT_TRUE(waitForEvent("connected"));
@@ -229,9 +242,14 @@ TEST_F(CtlExport, InterruptedTwiceGivesUpAndNamesWhatIsLeft) {
     ASSERT_TRUE(eventually(
         [&] { return files().size() == 1 && readFile(file_.parent_path() / files()[0]) == "half a film"; }));
     program_->signal(SIGINT);
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    program_->signal(SIGINT); // the same request
+    constexpr std::chrono::milliseconds kBetween{500};
+    std::this_thread::sleep_for(kBetween);
     EXPECT_TRUE(program_->isRunning()) << "the file could still be closed";
-    program_->signal(SIGINT);
+    for (int i = 0; i < 20 && program_->isRunning(); ++i) {
+        program_->signal(SIGINT);
+        std::this_thread::sleep_for(kBetween);
+    }
     EXPECT_EQ(finish(), kNotDone);
     EXPECT_EQ(errors(),
               "mediaworker-ctl: given up; the file was not closed\n  what was recorded until then is " +
