@@ -5,6 +5,10 @@
 #include "ffmpeg/FfmpegError.h"
 #include "record/Fragment.h"
 
+extern "C" {
+#include <libavutil/opt.h>
+}
+
 #include <algorithm>
 #include <utility>
 
@@ -87,11 +91,20 @@ int FragmentWriter::passHead() {
 
 void FragmentWriter::clear() {
     begin_ = end_;
+    isBegun_ = false;
     headIsGone_ = false;
     head_.clear();
 }
 
 int FragmentWriter::add(AVPacket& packet) {
+    if (begin_ > 0 && !isBegun_) {
+        // The time of a fragment is that of its packets: otherwise it is the sum of all durations before, of
+        // which the last one in each fragment was a guess. Counts for one packet of each track.
+        if (const int told = av_opt_set(context_->priv_data, "movflags", "+frag_discont", 0); told < 0) {
+            return told;
+        }
+    }
+    isBegun_ = true;
     return avformat().av_write_frame(context_.get(), &packet);
 }
 

@@ -55,6 +55,7 @@ private:
     const Sink sink_;
     std::vector<std::uint8_t> head_;
     bool headIsGone_ = false;
+    bool isBegun_ = false;   ///< a packet is collected
     std::int64_t begin_ = 0; ///< of the fragment, among all that was ever made
     std::int64_t end_ = 0;
     ff_wrap::CallbackIo io_;

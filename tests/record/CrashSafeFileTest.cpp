@@ -134,6 +134,106 @@ INSTANTIATE_TEST_SUITE_P(
                     Kind{"SoundMadeToFit", FlvReading::Standard, VideoCodec::Avc, AudioCodec::ALaw}),
     [](const auto& instance) { return instance.param.name; });
 
+/// When a server's clock is not that of the camera.
+struct Clocks {
+    const char* name;
+    std::int64_t (*videoMs)(std::int64_t ms);
+    std::int64_t (*audioMs)(std::int64_t ms); ///< less than 0: not sent
+    friend void PrintTo(const Clocks& clocks, std::ostream* out) { *out << clocks.name; }
+};
+
+std::int64_t exact(std::int64_t ms) {
+    return ms;
+}
+
+std::int64_t restless(std::int64_t ms) {
+    return ms + ms * 7919 % 13;
+}
+
+template <std::int64_t at, std::int64_t by>
+std::int64_t later(std::int64_t ms) {
+    return ms < at ? ms : ms + by;
+}
+
+/// The next one begins 17 ms before the one before has ended, each second.
+std::int64_t tooLong(std::int64_t ms) {
+    return ms - ms / 1000 * 17;
+}
+
+template <std::int64_t from>
+std::int64_t late(std::int64_t ms) {
+    return ms < from ? -1 : ms;
+}
+
+std::vector<TimedBytes> sentBy(const Clocks& clocks) {
+    std::vector<TimedBytes> pieces = makeFlv(clip());
+    std::erase_if(pieces, [&](TimedBytes& piece) {
+        if (piece.kind != PieceKind::Video && piece.kind != PieceKind::Audio) {
+            return false;
+        }
+        const std::int64_t ms =
+            piece.kind == PieceKind::Video ? clocks.videoMs(piece.ms) : clocks.audioMs(piece.ms);
+        piece.ms = ms;
+        constexpr std::size_t kStampAt = 4; // of the tag: three bytes, and one for what is above them
+        for (std::size_t i = 0; i < 3; ++i) {
+            piece.bytes.at(kStampAt + i) = static_cast<std::uint8_t>(ms >> (16 - 8 * i));
+        }
+        return ms < 0;
+    });
+    std::stable_sort(pieces.begin(), pieces.end(), [](const TimedBytes& a, const TimedBytes& b) {
+        const auto isHead = [](const TimedBytes& piece) {
+            return piece.kind != PieceKind::Video && piece.kind != PieceKind::Audio;
+        };
+        return isHead(a) != isHead(b) ? isHead(a) : !isHead(a) && a.ms < b.ms;
+    });
+    return pieces;
+}
+
+class CrashSafeFileBy : public CrashSafeFile, public testing::WithParamInterface<Clocks> {};
+
+// Fragments are written when nobody knows yet when the next packet comes.
+TEST_P(CrashSafeFileBy, HasTheSameTimesBeforeItIsFinished) {
+    const auto pieces = sentBy(GetParam());
+    const auto cut = folder_ / "cut.mp4";
+    {
+        FileRecorder recorder(path_.string(), FlvReading::Standard, std::nullopt, Mp4Policy::Safe);
+        for (const TimedBytes& piece : pieces) {
+            ASSERT_TRUE(feed(recorder, piece.bytes));
+        }
+        std::filesystem::copy_file(path_, cut);
+        ASSERT_TRUE(recorder.pushEofAndClose());
+    }
+    ASSERT_TRUE(record(ordinary_, toBytes(pieces), FlvReading::Standard, Mp4Policy::AtOnce));
+    for (const char* track : {"v", "a"}) {
+        const auto expected = packetTimes(ordinary_, track);
+        const auto finished = packetTimes(path_, track);
+        const auto unfinished = packetTimes(cut, track);
+        ASSERT_EQ(finished.size(), expected.size()) << track;
+        ASSERT_LE(unfinished.size(), expected.size()) << track;
+        EXPECT_GT(unfinished.size(), expected.size() * 3 / 4) << track;
+        for (std::size_t i = 0; i < expected.size(); ++i) {
+            ASSERT_EQ(finished[i].dtsMs, expected[i].dtsMs) << track << i;
+            ASSERT_EQ(finished[i].ptsMs, expected[i].ptsMs) << track << i;
+        }
+        for (std::size_t i = 0; i < unfinished.size(); ++i) {
+            ASSERT_NEAR(unfinished[i].dtsMs, expected[i].dtsMs, 0.1) << track << i;
+            ASSERT_NEAR(unfinished[i].ptsMs, expected[i].ptsMs, 0.1) << track << i;
+        }
+    }
+    EXPECT_THAT(logText(), Not(HasSubstr("out of range")));
+    EXPECT_THAT(logText(), Not(HasSubstr("pts has no value")));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Clocks, CrashSafeFileBy,
+    testing::Values(Clocks{"Exact", exact, exact}, Clocks{"RestlessPictures", restless, exact},
+                    Clocks{"RestlessSound", exact, restless},
+                    Clocks{"Gap", later<2500, 3000>, later<2500, 3000>},
+                    Clocks{"GapOfPictures", later<2980, 700>, exact},
+                    Clocks{"GapOfSound", exact, later<2980, 700>}, Clocks{"SoundTooLong", exact, tooLong},
+                    Clocks{"PicturesTooLong", tooLong, exact}, Clocks{"LateSound", exact, late<1500>}),
+    [](const auto& instance) { return instance.param.name; });
+
 // What a killed process leaves, at every moment of the stream.
 TEST_F(CrashSafeFile, HasAllButTheLastSecondWhereverTheStreamIs) {
     FileRecorder recorder(path_.string(), FlvReading::Standard, std::nullopt, Mp4Policy::Safe);

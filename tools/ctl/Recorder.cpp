@@ -159,12 +159,11 @@ QString Recorder::takeResult(const WorkerEnd& worker) {
     if (isGivenUp_) {
         return QStringLiteral("given up; the file was not closed") + left;
     }
-    if (isInterrupted_) {
-        return QStringLiteral("interrupted before anything was recorded") + left;
+    if (isInterrupted_ && left.isEmpty()) {
+        return QStringLiteral("interrupted before anything was recorded");
     }
-    if (isStill_) {
-        return QStringLiteral("the export stands still at %1 %, and nothing was recorded").arg(percent_) +
-               left;
+    if (isStill_ && left.isEmpty()) {
+        return QStringLiteral("the export stands still at %1 %, and nothing was recorded").arg(percent_);
     }
     return QStringLiteral("the export failed: ") + describe(worker) + left;
 }

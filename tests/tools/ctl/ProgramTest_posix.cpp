@@ -13,7 +13,9 @@ namespace mediaworker::test {
 namespace {
 
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
+using testing::StartsWith;
 using testing::IsEmpty;
 using testing::Not;
 
@@ -233,6 +235,18 @@ TEST_F(CtlExport, InterruptedBeforeAnythingCameLeavesNothing) {
     EXPECT_EQ(finish(), kNotDone);
     EXPECT_EQ(errors(), "mediaworker-ctl: interrupted before anything was recorded\n");
     EXPECT_THAT(files(), IsEmpty());
+}
+
+TEST_F(CtlExport, InterruptedWhenTheWorkerIsKilledNamesWhatIsLeft) {
+    start({"export", server_.url("/long.flv"), file_.generic_string(), "--json"});
+    ASSERT_TRUE(waitForEvent("progress", 3)) << errors();
+    ::kill(intOf(events("connected").at(0), "pid"), SIGSTOP); // so that it cannot finish
+    program_->signal(SIGINT);
+    ::kill(intOf(events("connected").at(0), "pid"), SIGKILL);
+    EXPECT_EQ(finish(), kNotDone);
+    EXPECT_THAT(errors(), StartsWith("mediaworker-ctl: the export failed: the worker was killed\n"));
+    EXPECT_THAT(errors(), EndsWith("  what was recorded until then is " +
+                                   (file_.parent_path() / "film.partial.mp4").string() + "\n"));
 }
 
 TEST_F(CtlExport, InterruptedTwiceGivesUpAndNamesWhatIsLeft) {
