@@ -15,9 +15,9 @@ namespace {
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::StartsWith;
 using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
 
 /// A terminal of our own, of which the program has the other end.
 class Terminal {
@@ -182,6 +182,7 @@ TEST_F(CtlExport, WhenItIsKilledTheWorkerClosesTheFile) {
 TEST_F(CtlExport, AWorkerThatDiesLeavesNoFileThatNobodyCanPlay) {
     start({"export", "http://h/;connect;hello;write:half a film;wait:60000", file_.generic_string(),
            "--worker", FAKE_WORKER, "--json"});
+    ASSERT_TRUE(waitForEvent("connected")) << errors();
     ASSERT_TRUE(eventually(
         [&] { return files().size() == 1 && readFile(file_.parent_path() / files()[0]) == "half a film"; }));
     ASSERT_TRUE(waitForEvent("connected"));
@@ -253,6 +254,7 @@ TEST_F(CtlExport, InterruptedTwiceGivesUpAndNamesWhatIsLeft) {
     // A worker that does not close its file.
     start({"export", "http://h/;connect;hello;write:half a film;wait:60000", file_.generic_string(),
            "--worker", FAKE_WORKER, "--json"});
+    ASSERT_TRUE(waitForEvent("connected")) << errors();
     ASSERT_TRUE(eventually(
         [&] { return files().size() == 1 && readFile(file_.parent_path() / files()[0]) == "half a film"; }));
     program_->signal(SIGINT);
