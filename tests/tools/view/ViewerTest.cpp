@@ -615,13 +615,15 @@ TEST_F(Grid, HasAScreenshot) {
                     "mpeg4", "-q:v", "2", file.string()});
         return QStringLiteral("file://") + QString::fromStdString(file.string());
     };
+    const QString entrance = film("testsrc2=size=640x360:rate=25", "entrance.mp4");
+    const QString carPark = film("smptehdbars=size=640x360:rate=25", "car-park.mp4");
     show({path(0)});
     window().resize(1000, 690);
     ASSERT_TRUE(waitForPictures(view(0)));
     window().resize(1000, 690);
     view(0).open(view(0).url(), QStringLiteral("Gate"));
-    window().add(film("testsrc2=size=640x360:rate=25", "entrance.mp4"), QStringLiteral("Entrance"));
-    window().add(film("smptehdbars=size=640x360:rate=25", "car-park.mp4"), QStringLiteral("Car park"));
+    window().add(entrance, QStringLiteral("Entrance"));
+    window().add(carPark, QStringLiteral("Car park"));
     window().add(QString::fromStdString(server_.url(path(1))), QStringLiteral("Yard"));
     window().choose(&view(0));
     for (std::size_t i = 0; i < 4; ++i) {
@@ -631,11 +633,14 @@ TEST_F(Grid, HasAScreenshot) {
     press(Qt::Key_R);
     ASSERT_EQ(::kill(static_cast<pid_t>(view(3).worker().processId()), SIGKILL), 0);
     ASSERT_TRUE(waitForState(view(3), PlaybackState::Ended));
-    ASSERT_TRUE(waitUntil([&] { return text("rate") == QStringLiteral("25 fps"); }));
-    ASSERT_TRUE(waitForPictures(view(), 5));
     const auto captionOf = [this](std::size_t i) {
         return view(i).findChild<QLabel*>(QStringLiteral("caption"))->text().toStdString();
     };
+    ASSERT_TRUE(waitUntil([&] {
+        return captionOf(0).ends_with("25 fps") && captionOf(1).ends_with("25 fps") &&
+               captionOf(2).ends_with("25 fps");
+    }));
+    ASSERT_TRUE(waitForPictures(view(), 5));
     EXPECT_THAT(captionOf(0), testing::ContainsRegex("^Gate – playing, ● recording"));
     EXPECT_THAT(captionOf(3), HasSubstr("Yard – ended"));
     const QPixmap screenshot = window().screen()->grabWindow(window().winId());
