@@ -83,7 +83,8 @@ QString delayText(const StreamStatus& status) {
     if (!status.delayMs || !status.positionMs || status.state == PlaybackState::Ended) {
         return {};
     }
-    return QStringLiteral("delay %1 s").arg(static_cast<double>(*status.delayMs) / 1000, 0, 'f', 2);
+    const qint64 hundredths = *status.delayMs / 10; // whole ones: there is no "-0.00"
+    return QStringLiteral("delay %1 s").arg(static_cast<double>(hundredths) / 100, 0, 'f', 2);
 }
 
 bool isBehind(const StreamStatus& status) {

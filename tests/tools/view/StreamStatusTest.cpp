@@ -140,6 +140,8 @@ TEST(StatusTexts, ADelayMayBeNegative) {
     StreamStatus status = playing();
     status.delayMs = -40;
     EXPECT_EQ(delayText(status).toStdString(), "delay -0.04 s");
+    status.delayMs = -4;
+    EXPECT_EQ(delayText(status).toStdString(), "delay 0.00 s");
 }
 
 /// With the root of the file system ("/", "C:/") for each "%/".
