@@ -129,7 +129,7 @@ void measureFullHd() {
 }
 
 struct Wall {
-    const char* what;
+    const char* what; ///< the row's
     int streams;
     test::ClipSpec spec;
     double mostCpu; ///< of one core
@@ -161,8 +161,7 @@ void measureWall(const Wall& wall) {
         announced += stream.announced;
         shown += stream.shown;
     }
-    const std::string what = text("viewer with a grid of %s streams", wall.what);
-    row((what + ": pictures shown per second, slowest stream").c_str(),
+    row(wall.what,
         text("%.1f (fastest %.1f; %u of %u pictures)", slowest->fps, fastest->fps, shown, announced),
         text("≥ %.1f", kLeastFps), slowest->fps >= kLeastFps);
     row("the same: CPU of its process, share of one core", percent(grid),
@@ -171,8 +170,10 @@ void measureWall(const Wall& wall) {
 
 void measureWalls() {
     for (const Wall& wall :
-         {Wall{"nine 640 × 360", 9, small(), 0.2}, Wall{"sixteen 640 × 360", 16, small(), 0.25},
-          Wall{"four 1920 × 1080", 4, bench::fullHd(250), 0.3}}) {
+         {Wall{"viewer with a grid of nine 640 × 360 streams: pictures shown per second, slowest stream", 9,
+               small(), 0.2},
+          Wall{"viewer with a grid of sixteen 640 × 360 streams: the same", 16, small(), 0.25},
+          Wall{"viewer with a grid of four 1920 × 1080 streams: the same", 4, bench::fullHd(250), 0.3}}) {
         measureWall(wall);
     }
 }
