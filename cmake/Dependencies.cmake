@@ -10,8 +10,8 @@ pkg_check_modules(SWSCALE REQUIRED IMPORTED_TARGET libswscale>=6.7)
 
 if(NOT MEDIAWORKER_ENGINE_ONLY)
     find_package(Qt5 5.15 REQUIRED COMPONENTS Core Network Multimedia Gui)
-    # for the viewer and its tests only
-    find_package(Qt5 5.15 QUIET OPTIONAL_COMPONENTS Widgets Test)
+    # for the widget, the viewer and their tests only; for the item
+    find_package(Qt5 5.15 QUIET OPTIONAL_COMPONENTS Widgets Test Quick)
     if(CMAKE_SYSTEM_NAME STREQUAL Linux)
         pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp>=2.5)
     endif()

@@ -115,6 +115,25 @@ function(mw_library target)
     endif()
 endfunction()
 
+# mw_public_library(<target> <name>)
+#
+# Other projects find the library installed as mediaworker::<name>, and include <mediaworker/<name>/Header.h>; both
+# work here, too. For a library made by mw_library() in its folder; cmake/ParentPackage.cmake installs it.
+function(mw_public_library target name)
+    add_library(mediaworker::${name} ALIAS ${target})
+    set(root ${PROJECT_BINARY_DIR}/include/${target}_public)
+    file(MAKE_DIRECTORY ${root}/mediaworker)
+    file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${root}/mediaworker/${name} COPY_ON_ERROR SYMBOLIC)
+    target_include_directories(${target} PUBLIC
+        $<BUILD_INTERFACE:${root}>
+        "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/mediaworker;${CMAKE_INSTALL_INCLUDEDIR}>")
+    target_compile_features(${target} PUBLIC cxx_std_20)
+    set_target_properties(${target} PROPERTIES
+        EXPORT_NAME ${name}
+        OUTPUT_NAME mediaworker_${name}
+        POSITION_INDEPENDENT_CODE ON)
+endfunction()
+
 # What follows in this folder are tests: a failing one needs the lines of a stack trace and no more, and under the
 # sanitizers nobody waits for its own code. Half of the time of such builds was spent on both.
 macro(mw_build_tests_fast)

@@ -2,8 +2,8 @@
 # "mediaworker-dev" for programs that embed a worker.
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES ${PROJECT_SOURCE_DIR}/examples/minimal/CMakeLists.txt ${PROJECT_SOURCE_DIR}/examples/minimal/main.cpp
-    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/mediaworker-dev/examples/minimal COMPONENT dev)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/minimal ${PROJECT_SOURCE_DIR}/examples/widgets ${PROJECT_SOURCE_DIR}/examples/quick
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/mediaworker-dev/examples COMPONENT dev)
 install(PROGRAMS ${PROJECT_SOURCE_DIR}/examples/python/watch.py
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/mediaworker-dev/examples/python COMPONENT dev)
 
@@ -92,10 +92,10 @@ for the command line.")
     set(CPACK_DEBIAN_DEV_PACKAGE_NAME mediaworker-dev)
     set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
     set(CPACK_DEBIAN_DEV_DESCRIPTION "This is the library for programs that embed a worker: it starts it, talks to
-it and shows its pictures. It stands on Qt 5 and comes with examples in C++
-and Python.")
+it and shows its pictures, in a widget or an item of QML if it is to. It stands
+on Qt 5 and comes with examples in C++ and Python.")
     set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "mediaworker (= ${PROJECT_VERSION}), qtbase5-dev (>= 5.15)")
-    set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "python3-pyqt5, python3-numpy")
+    set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "qtdeclarative5-dev, python3-pyqt5, python3-numpy")
     set(debian_files ${PROJECT_SOURCE_DIR}/cmake/debian/copyright)
     if(GZIP_PROGRAM)
         mw_changelog(${PROJECT_BINARY_DIR}/debian/changelog.gz)

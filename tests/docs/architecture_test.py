@@ -9,6 +9,7 @@ import re
 import sys
 
 WORLDS = {"Qt", "Qt Core", "Qt Widgets", "Qt Multimedia", "libseccomp on Linux", "–", "parent"}
+TOPS = ("src", "parent", "widgets", "quick", "tools")
 
 
 def read(path):
@@ -47,7 +48,7 @@ class Complaints:
 def folders(page, source, build, complaints):
     rows = {names(row[0])[0]: row for row in table(page, "| folder | target | what it is | uses |")}
     built = [os.path.relpath(os.path.dirname(path), source)
-             for top in ("src", "parent", "tools") for path in glob.glob("%s/%s/**/CMakeLists.txt" % (source, top), recursive=True)]
+             for top in TOPS for path in glob.glob("%s/%s/**/CMakeLists.txt" % (source, top), recursive=True)]
     complaints.compare("folders", rows, [folder for folder in built if folder not in ("src", "tools")])
     for folder, row in rows.items():
         text = read("%s/%s/CMakeLists.txt" % (source, folder)) if folder in built else ""
@@ -70,7 +71,7 @@ def pairs(page, source, complaints):
         if match:
             before, choices, after = match.groups()
             shown.update(before + choice + after + ".cpp" for choice in choices.split(","))
-    there = {os.path.relpath(path, source) for top in ("src", "parent", "tools")
+    there = {os.path.relpath(path, source) for top in TOPS
              for path in glob.glob("%s/%s/**/*.cpp" % (source, top), recursive=True)
              if re.search(r"_(posix|windows|linux)\.cpp$", path)}
     complaints.compare("platforms", shown, there)
@@ -99,7 +100,7 @@ def namespaces(page, source, complaints):
     shown = {name for row in table(page, "| namespace | covers | why |") for name in names(row[0])}
     shown = {"mediaworker" + name if name.startswith("::") else name for name in shown}
     used = set()
-    for top in ("src", "parent", "tools"):
+    for top in TOPS:
         for path in glob.glob("%s/%s/**/*.h" % (source, top), recursive=True):
             used.update(re.findall(r"^namespace ([\w:]+) \{", read(path), re.MULTILINE))
     # Small ones of a single header, and one for all of what people use, are named there.

@@ -6,6 +6,8 @@
 #include "support/servers/HttpServer.h"
 #include "support/servers/Pacing.h"
 
+#include <QImage>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -48,6 +50,15 @@ std::vector<std::string> linesBeginning(const std::filesystem::path& file, const
     return found;
 }
 
+/// Of the picture of 16:9 in the middle of a window.
+std::optional<int> numberInWindow(const std::filesystem::path& png) {
+    const QImage window(QString::fromStdString(png.string()));
+    const QSize size = QSize(16, 9).scaled(window.size(), Qt::KeepAspectRatio);
+    const QPoint corner((window.width() - size.width()) / 2, (window.height() - size.height()) / 2);
+    return window.copy(QRect(corner, size)).save(QString::fromStdString(png.string())) ? numberOf(png)
+                                                                                       : std::nullopt;
+}
+
 /// A live stream of numbered pictures, and folders for what an example makes.
 class Example : public testing::Test {
 protected:
@@ -78,6 +89,16 @@ protected:
         return start(command)->waitFor(kLimit);
     }
 
+    /// For programs with windows, which Qt gives a folder for sockets and a cache.
+    std::optional<int> runWithoutAScreen(std::vector<std::string> command) {
+        const auto runtime = folder_ / "runtime";
+        std::filesystem::create_directory(runtime);
+        std::filesystem::permissions(runtime, std::filesystem::perms::owner_all);
+        command.insert(command.begin(), {"env", "QT_QPA_PLATFORM=offscreen", "QT_QUICK_BACKEND=software",
+                                         "QML_DISABLE_DISK_CACHE=1", "XDG_RUNTIME_DIR=" + runtime.string()});
+        return run(command);
+    }
+
     /// Throws when that fails. The build's folder.
     std::string buildAgainstTheInstalledPackage(const std::string& source) {
         const std::string prefix = (folder_ / "prefix").string();
@@ -97,9 +118,10 @@ protected:
 };
 
 /// The first block of code in that language on a page.
-std::string codeBlock(const std::string& page, const std::string& language) {
+/// Behind a place on the page.
+std::string codeBlock(const std::string& page, const std::string& language, std::size_t from = 0) {
     const std::string fence = "```" + language + "\n";
-    const auto begin = page.find(fence);
+    const auto begin = page.find(fence, from);
     const auto end = page.find("\n```", begin);
     if (begin == std::string::npos || end == std::string::npos) {
         throw std::runtime_error("no code in " + language);
@@ -126,6 +148,26 @@ TEST_F(Example, OfTheReadmeIsCompiledAgainstTheInstalledPackage) {
     buildAgainstTheInstalledPackage(source.string());
 }
 
+TEST_F(Example, OfTheReadmeShowsAWidgetInThreeLines) {
+    if (!HAS_WIDGETS) {
+        GTEST_SKIP() << "built without Qt Widgets";
+    }
+    const std::string page = readFile(EXAMPLES_FOLDER "/../README.md");
+    const std::string code = codeBlock(page, "cpp", page.find("COMPONENTS widgets"));
+    const auto statements = code.find("\nauto* const widget");
+    ASSERT_NE(statements, std::string::npos);
+    EXPECT_EQ(std::count(code.begin() + static_cast<std::ptrdiff_t>(statements) + 1, code.end(), '\n'), 3);
+    const auto source = folder_ / "readme";
+    std::filesystem::create_directory(source);
+    writeFile(source / "CMakeLists.txt",
+              "cmake_minimum_required(VERSION 3.25)\nproject(readme CXX)\n"
+              "find_package(mediaworker REQUIRED COMPONENTS widgets)\nadd_library(readme OBJECT embed.cpp)\n"
+              "target_link_libraries(readme PRIVATE mediaworker::widgets)\n");
+    writeFile(source / "embed.cpp", code.substr(0, statements) + "\nvoid embed();\nvoid embed() {" +
+                                        code.substr(statements) + "}\n");
+    buildAgainstTheInstalledPackage(source.string());
+}
+
 TEST_F(Example, MinimalIsBuiltAgainstTheInstalledPackage) {
     const std::string build = buildAgainstTheInstalledPackage(EXAMPLES_FOLDER "/minimal");
     const std::filesystem::path png = pictures() / "25th.png";
@@ -135,6 +177,44 @@ TEST_F(Example, MinimalIsBuiltAgainstTheInstalledPackage) {
     EXPECT_THAT(filesIn(temporary()), IsEmpty());
 }
 
+TEST_F(Example, WidgetsShowAPictureAgainstTheInstalledPackage) {
+    if (!HAS_WIDGETS) {
+        GTEST_SKIP() << "built without Qt Widgets";
+    }
+    const std::string build = buildAgainstTheInstalledPackage(EXAMPLES_FOLDER "/widgets");
+    const std::filesystem::path png = pictures() / "window.png";
+    ASSERT_EQ(runWithoutAScreen({build + "/stream_widget", server_.url("/live.flv"), png.string()}), 0)
+        << said();
+    EXPECT_THAT(numberInWindow(png), isPicture(0));
+    EXPECT_THAT(filesIn(temporary()), IsEmpty());
+}
+
+TEST_F(Example, QuickShowsAPictureAgainstTheInstalledPackage) {
+    if (!HAS_QUICK) {
+        GTEST_SKIP() << "built without Qt Quick";
+    }
+    const std::string build = buildAgainstTheInstalledPackage(EXAMPLES_FOLDER "/quick");
+    const std::filesystem::path png = pictures() / "item.png";
+    ASSERT_EQ(runWithoutAScreen({build + "/stream_item", server_.url("/live.flv"), png.string()}), 0)
+        << said();
+    EXPECT_THAT(numberInWindow(png), isPicture(0));
+    EXPECT_THAT(filesIn(temporary()), IsEmpty());
+}
+
+TEST_F(Example, AComponentThatIsNotThereIsTold) {
+    const auto source = folder_ / "wrong";
+    std::filesystem::create_directory(source);
+    writeFile(source / "CMakeLists.txt", "cmake_minimum_required(VERSION 3.25)\nproject(wrong CXX)\n"
+                                         "find_package(mediaworker COMPONENTS parent gadgets)\n"
+                                         "if(mediaworker_FOUND)\n  message(FATAL_ERROR found)\nendif()\n"
+                                         "find_package(mediaworker REQUIRED COMPONENTS parent)\n"
+                                         "if(TARGET mediaworker::widgets OR TARGET Qt5::Widgets)\n"
+                                         "  message(FATAL_ERROR asked)\nendif()\n"
+                                         "add_library(wrong OBJECT wrong.cpp)\n");
+    writeFile(source / "wrong.cpp", "int wrong();\nint wrong() { return 0; }\n");
+    buildAgainstTheInstalledPackage(source.string());
+}
+
 TEST(Examples, AreAsShortAsTheReadmeSays) {
     const auto lines = [](const char* file) {
         const std::string text = readFile(file);
@@ -142,6 +222,7 @@ TEST(Examples, AreAsShortAsTheReadmeSays) {
     };
     EXPECT_LT(lines(EXAMPLES_FOLDER "/python/watch.py"), 150);
     EXPECT_LT(lines(EXAMPLES_FOLDER "/minimal/main.cpp"), 35);
+    EXPECT_LT(lines(EXAMPLES_FOLDER "/widgets/main.cpp"), 35);
 }
 
 class PythonExample : public Example {

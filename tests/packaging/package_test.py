@@ -215,9 +215,13 @@ def check_dev(deb, folder, version):
     check(os.path.basename(deb) == "mediaworker-dev_%(Version)s_%(Architecture)s.deb" % control, deb)
     check("mediaworker (= %s)" % version in control["Depends"], control["Depends"])
     check("qtbase5-dev" in control["Depends"], control["Depends"])
-    check(os.path.exists(folder + "/usr/include/mediaworker/parent/WorkerProcess.h"), "headers")
     check(glob.glob(folder + "/usr/lib/**/mediaworkerConfig.cmake", recursive=True), "the CMake package")
-    check(glob.glob(folder + "/usr/lib/**/libmediaworker_parent.a", recursive=True), "the library")
+    for name, header in (("parent", "WorkerProcess"), ("widgets", "StreamWidget"), ("quick", "MediaStream")):
+        check(os.path.exists("%s/usr/include/mediaworker/%s/%s.h" % (folder, name, header)), "headers of", name)
+        check(glob.glob("%s/usr/lib/**/libmediaworker_%s.a" % (folder, name), recursive=True), "the library", name)
+    check("qtdeclarative5-dev" in control["Suggests"], control["Suggests"])
+    for example in ("minimal", "widgets", "quick"):
+        check(os.path.exists("%s/usr/share/doc/mediaworker-dev/examples/%s/main.cpp" % (folder, example)), "example", example)
     check(not os.path.exists(folder + "/usr/bin"), "programs are for the other package")
 
 

@@ -1,8 +1,8 @@
 #include "tools/ctl/Arguments.h"
 
+#include "parent/Address.h"
 #include "parent/MaskedUrls.h"
 #include "tools/ctl/PlaylistName.h"
-#include "tools/files/Address.h"
 #include "tools/files/FileUrl.h"
 
 #include <QCommandLineParser>
@@ -170,7 +170,7 @@ QString playableUrl(const QString& text, const QString& folder) {
     if (isWebUrl(text) || text.startsWith(QStringLiteral("file:"))) {
         return text;
     }
-    if (const QString problem = addressProblem(text); !problem.isEmpty()) {
+    if (const QString problem = parent::addressProblem(text); !problem.isEmpty()) {
         throw Refusal{problem};
     }
     return fileUrl(text, folder);

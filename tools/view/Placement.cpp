@@ -1,14 +1,8 @@
 #include "tools/view/Placement.h"
 
-namespace mediaworker::view {
+#include "parent/PicturePlace.h"
 
-QRect fitted(const QSize& picture, const QSize& area) {
-    if (picture.isEmpty() || area.isEmpty()) {
-        return {};
-    }
-    const QSize size = picture.scaled(area, Qt::KeepAspectRatio).expandedTo(QSize(1, 1));
-    return {QPoint((area.width() - size.width()) / 2, (area.height() - size.height()) / 2), size};
-}
+namespace mediaworker::view {
 
 GridShape gridShape(int streams) {
     GridShape shape;
@@ -47,7 +41,7 @@ int neighbour(int streams, int place, Direction direction) {
 
 QSize initialPictureSize(const QSize& picture, const QSize& room) {
     const bool fits = picture.width() <= room.width() && picture.height() <= room.height();
-    return fits ? picture : fitted(picture, room).size();
+    return fits ? picture : parent::fitted(picture, room).size();
 }
 
 } // namespace mediaworker::view

@@ -1,13 +1,8 @@
 #pragma once
 
-#include <QRect>
 #include <QSize>
 
 namespace mediaworker::view {
-
-/// Where a picture goes in an area: as large as it fits, in the middle, its aspect kept. Empty for an empty
-/// picture or area.
-[[nodiscard]] QRect fitted(const QSize& picture, const QSize& area);
 
 struct GridShape {
     int rows = 0;

@@ -1,6 +1,7 @@
 #include "tools/view/StreamStatus.h"
 
-#include "tools/files/Address.h"
+#include "parent/Address.h"
+#include "parent/StateText.h"
 #include "tools/files/FileUrl.h"
 
 #include <QDateTime>
@@ -27,26 +28,7 @@ bool showsPictures(PlaybackState state) {
 } // namespace
 
 QString stateText(const StreamStatus& status) {
-    switch (status.state) {
-    case PlaybackState::Idle:
-        return QStringLiteral("no stream");
-    case PlaybackState::Connecting:
-        return QStringLiteral("connecting");
-    case PlaybackState::Buffering:
-        return QStringLiteral("buffering");
-    case PlaybackState::Playing:
-        return QStringLiteral("playing");
-    case PlaybackState::Paused:
-        return QStringLiteral("paused");
-    case PlaybackState::Ended:
-        if (status.untilNextAttempt) {
-            const auto seconds = std::chrono::ceil<std::chrono::seconds>(*status.untilNextAttempt);
-            return QStringLiteral("%1 – again in %2 s").arg(status.endWords).arg(seconds.count());
-        }
-        return status.endWords.isEmpty() ? QStringLiteral("ended")
-                                         : QStringLiteral("ended: ") + status.endWords;
-    }
-    return {};
+    return parent::stateText(status.state, status.endWords, status.untilNextAttempt);
 }
 
 QString soundText(const StreamStatus& status) {
@@ -142,7 +124,7 @@ QString streamName(const QString& url) {
 
 QString streamUrl(const QString& text, const QString& folder) {
     QString trimmed = text.trimmed();
-    if (isAddress(trimmed)) {
+    if (parent::isAddress(trimmed)) {
         return trimmed; // StreamView tells what cannot be played
     }
     if (trimmed.isEmpty()) {

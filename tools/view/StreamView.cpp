@@ -1,14 +1,11 @@
 #include "tools/view/StreamView.h"
 
-#include "tools/files/Address.h"
 #include "tools/playlist/PlainText.h"
 #include "tools/view/Labels.h"
-#include "tools/view/PictureWidget.h"
 #include "tools/view/StreamLog.h"
 
 #include <QContextMenuEvent>
 #include <QEvent>
-#include <QFrame>
 #include <QLabel>
 #include <QMouseEvent>
 #include <QPushButton>
@@ -28,25 +25,26 @@ using parent::PlaybackState;
 using parent::StreamSupervisor;
 using parent::WorkerProcess;
 
-constexpr std::chrono::milliseconds kRefreshInterval{250};
 // Long enough to be read; the words below the picture, or in the status bar, stay.
 constexpr int kNoteMarginPx = 6;
 constexpr std::chrono::milliseconds kNoteDuration{8000};
-
-std::chrono::steady_clock::time_point now() {
-    return std::chrono::steady_clock::now();
-}
 
 } // namespace
 
 StreamView::StreamView(StreamSettings settings, QWidget* parent)
     : QWidget(parent), settings_(std::move(settings)), sound_(settings_.volumePercent, settings_.isMuted) {
     setFocusPolicy(Qt::StrongFocus);
-    worker().setProgram(settings_.workerProgram);
-    new StreamLog(stream_, this);
 
-    pictures_ = new PictureWidget([this] { return stream_.frames(); });
+    pictures_ = new widgets::StreamWidget;
     pictures_->installEventFilter(this);
+    pictures_->setIdleText(tr("Open a stream or a file: Ctrl+O"));
+    worker().setProgram(settings_.workerProgram);
+    new StreamLog(stream(), this);
+    if (const auto command = sound_.forNewWorker()) {
+        carryOut(command);
+    } else {
+        player().setMuted(true);
+    }
     caption_ = new ElidedLabel;
     caption_->setObjectName(QStringLiteral("caption"));
     caption_->setMargin(3);
@@ -59,66 +57,27 @@ StreamView::StreamView(StreamSettings settings, QWidget* parent)
     layout->addWidget(caption_);
     makeOverlay();
 
-    // A picture that was announced belongs to a channel that goes now.
-    connect(&stream_, &StreamSupervisor::aboutToStart, this, [this] { pictures_->takeNewest(); });
-    connect(&stream_, &StreamSupervisor::started, this, &StreamView::onStarted);
-    connect(&stream_, &StreamSupervisor::waiting, this, [this](const QString& why) { end(why); });
-    connect(&stream_, &StreamSupervisor::ended, this, [this](const QString& why) {
-        refreshTimer_.stop();
-        end(why);
-    });
-    connect(&worker(), &WorkerProcess::connected, this, [this] {
-        monitor_.connected();
-        refresh();
-    });
-    connect(&worker(), &WorkerProcess::frame, this, [this](qint64 ptsMs) {
-        const bool wasPlaying = monitor_.state(now()) == PlaybackState::Playing;
-        monitor_.frame(now(), ptsMs);
-        pictures_->announce();
-        if (!wasPlaying) {
-            refresh();
+    connect(&stream(), &StreamSupervisor::started, this, &StreamView::onStarted);
+    connect(&player(), &parent::StreamPlayer::changed, this, &StreamView::refresh);
+    connect(&worker(), &WorkerProcess::soundUnavailable, this, &StreamView::tellSoundProblem);
+    connect(pictures_, &widgets::StreamWidget::pictureSizeChanged, this, [this] {
+        // Another stream may have been opened since.
+        const bool hasSize = !pictures_->pictureSize().isEmpty();
+        if (hasSize && !std::exchange(hasPicture_, true)) {
+            Q_EMIT firstPicture();
         }
-    });
-    connect(&worker(), &WorkerProcess::absoluteTime, this,
-            [this](qint64 value) { monitor_.absoluteTime(value); });
-    connect(&worker(), &WorkerProcess::fragment, this,
-            [this](qint64 position, qint64 duration) { monitor_.fragment(position, duration); });
-    connect(&worker(), &WorkerProcess::soundUnavailable, this, [this] {
-        tellSoundProblem();
         refresh();
     });
-    // The size comes with the first picture and while one is painted: no moment to move widgets.
-    connect(
-        pictures_, &PictureWidget::pictureSizeChanged, this,
-        [this] {
-            // Another stream may have been opened since.
-            const bool hasSize = !pictures_->pictureSize().isEmpty();
-            if (hasSize && !std::exchange(hasPicture_, true)) {
-                Q_EMIT firstPicture();
-            }
-            refresh();
-        },
-        Qt::QueuedConnection);
-    connect(&refreshTimer_, &QTimer::timeout, this, &StreamView::refresh);
     refresh();
 }
 
 StreamView::~StreamView() {
-    stream_.disconnect(this);
+    player().disconnect(this);
+    stream().disconnect(this);
     worker().disconnect(this);
 }
 
 void StreamView::makeOverlay() {
-    overlay_ = new QFrame;
-    overlay_->setObjectName(QStringLiteral("overlay"));
-    overlay_->setStyleSheet(
-        QStringLiteral("#overlay { background: rgba(32, 32, 32, 220); border-radius: 6px; }"
-                       "#overlay QLabel { color: white; }"));
-    overlayText_ = new QLabel;
-    overlayText_->setObjectName(QStringLiteral("overlayText"));
-    overlayText_->setTextFormat(Qt::PlainText);
-    overlayText_->setAlignment(Qt::AlignCenter);
-    overlayText_->setWordWrap(true);
     restartButton_ = new QPushButton(style()->standardIcon(QStyle::SP_BrowserReload), tr("Start again"));
     restartButton_->setObjectName(QStringLiteral("restart"));
     restartButton_->installEventFilter(this);
@@ -127,12 +86,7 @@ void StreamView::makeOverlay() {
         Q_EMIT chosen();
         restart();
     });
-    auto* inside = new QVBoxLayout(overlay_);
-    inside->addWidget(overlayText_);
-    inside->addWidget(restartButton_, 0, Qt::AlignCenter);
-    auto* layout = new QVBoxLayout(pictures_);
-    layout->setSizeConstraint(QLayout::SetNoConstraint); // pictures may be smaller than words
-    layout->addWidget(overlay_, 0, Qt::AlignCenter);
+    pictures_->addToOverlay(restartButton_);
 
     note_ = new QLabel(pictures_);
     note_->setObjectName(QStringLiteral("note"));
@@ -173,10 +127,6 @@ void StreamView::restart() {
     if (url_.isEmpty()) {
         return;
     }
-    if (const QString problem = addressProblem(url_); !problem.isEmpty()) {
-        end(problem);
-        return;
-    }
     parent::StreamJob job;
     job.url = url_;
     job.proxyUrl = settings_.proxyUrl;
@@ -185,18 +135,17 @@ void StreamView::restart() {
     job.lowLatency = settings_.hasLowLatency;
     job.sync = settings_.hasSync;
     job.sandbox = settings_.isConfined;
-    // A recording that is at its end is at its end.
-    stream_.setPolicy({.isEnabled = settings_.isReconnecting && parent::isLive(url_)});
-    stream_.setPaused(false);
+    player().setPolicy({.isEnabled = settings_.isReconnecting});
+    player().setPaused(false);
     isUsersStart_ = true;
-    stream_.start(job);
+    player().play(job);
     isUsersStart_ = false;
 }
 
 void StreamView::goLive() {
     if (!url_.isEmpty()) {
-        stream_.setPaused(false);
-        stream_.retry();
+        player().setPaused(false);
+        player().restart();
     }
 }
 
@@ -208,42 +157,23 @@ void StreamView::setLowLatency(bool hasLowLatency) {
 }
 
 void StreamView::onStarted() {
-    endWords_.clear();
     hasPicture_ = false;
     isSoundProblemTold_ = isSoundProblemTold_ && !isUsersStart_;
     note_->hide();
-    monitor_.started(now());
-    if (stream_.isPaused()) {
-        monitor_.setPaused(now(), true);
-    }
-    if (isUsersStart_) {
-        carryOut(sound_.forNewWorker());
-    }
-    refreshTimer_.start(kRefreshInterval);
-    refresh();
 }
 
 void StreamView::stop() {
-    stream_.stop();
+    player().stop();
 }
 
 bool StreamView::waitForEnd(std::chrono::milliseconds timeout) {
     return worker().waitForFinished(timeout);
 }
 
-void StreamView::end(const QString& words) {
-    endWords_ = words;
-    monitor_.ended();
-    refresh();
-}
-
 void StreamView::setPaused(bool isPaused) {
-    if (!isRunning() || isPaused == monitor_.isPaused()) {
-        return;
+    if (isRunning()) {
+        player().setPaused(isPaused);
     }
-    stream_.setPaused(isPaused);
-    monitor_.setPaused(now(), isPaused);
-    refresh();
 }
 
 void StreamView::setVolume(int percent) {
@@ -263,34 +193,31 @@ void StreamView::carryOut(const std::optional<SoundControl::Command>& command) {
         return;
     }
     if (command->kind == SoundControl::Command::Kind::StopAudio) {
-        stream_.stopAudio();
+        player().setMuted(true);
     } else {
-        stream_.setVolume(command->percent);
+        player().setVolume(command->percent);
+        player().setMuted(false);
     }
     tellSoundProblem();
     Q_EMIT changed();
 }
 
 StreamStatus StreamView::status() const {
-    const auto moment = now();
+    const auto moment = std::chrono::steady_clock::now();
     StreamStatus status;
-    status.state = monitor_.state(moment);
-    // What could not even be started has not ended for the monitor.
-    if (!endWords_.isEmpty()) {
-        status.state = PlaybackState::Ended;
-        status.endWords = endWords_;
-        status.untilNextAttempt = stream_.untilNextAttempt();
-    }
-    status.soundProblem = stream_.worker().findings().soundUnavailable;
+    status.state = player().state();
+    status.endWords = player().problemText();
+    status.untilNextAttempt = player().untilNextAttempt();
+    status.soundProblem = player().soundProblem();
     status.isRecording = isRecording_;
     status.pictureSize = pictures_->pictureSize();
-    status.framesPerSecond = monitor_.framesPerSecond(moment);
-    status.positionMs = monitor_.positionMs();
-    status.absoluteTimeMs = monitor_.absoluteTimeMs();
+    status.framesPerSecond = monitor().framesPerSecond(moment);
+    status.positionMs = monitor().positionMs();
+    status.absoluteTimeMs = monitor().absoluteTimeMs();
     if (status.positionMs) {
-        status.delayMs = monitor_.delayMs(moment);
+        status.delayMs = monitor().delayMs(moment);
         if (parent::isLive(url_)) {
-            status.behindMs = monitor_.behindMs(moment);
+            status.behindMs = monitor().behindMs(moment);
         }
     }
     return status;
@@ -317,21 +244,10 @@ void StreamView::refresh() {
     caption_->setToolTip(toolTipText(caption_->text()));
 
     const bool isEnded = current.state == PlaybackState::Ended;
-    const bool isWaiting =
-        current.state == PlaybackState::Connecting || current.state == PlaybackState::Buffering;
-    QString text;
-    if (current.state == PlaybackState::Idle) {
-        text = tr("Open a stream or a file: Ctrl+O");
-    } else if (isEnded || isWaiting) {
-        text = stateText(current);
-        text[0] = text[0].toUpper();
-    }
-    overlayText_->setText(text);
     if (!isEnded && restartButton_->hasFocus()) {
         setFocus(); // or the next view would get it
     }
     restartButton_->setVisible(isEnded);
-    overlay_->setVisible(!text.isEmpty());
     Q_EMIT changed();
 }
 

@@ -1,22 +1,19 @@
 #pragma once
 
-#include "parent/PlaybackMonitor.h"
-#include "parent/StreamSupervisor.h"
 #include "tools/view/SoundControl.h"
 #include "tools/view/StreamStatus.h"
+#include "widgets/StreamWidget.h"
 
 #include <QString>
 #include <QTimer>
 #include <QWidget>
 
-class QFrame;
 class QLabel;
 class QPushButton;
 
 namespace mediaworker::view {
 
 class ElidedLabel;
-class PictureWidget;
 
 /// What all streams of a viewer have in common.
 struct StreamSettings {
@@ -62,17 +59,18 @@ public:
     void stepVolume(int direction);
     void setMuted(bool isMuted);
 
-    [[nodiscard]] bool isRunning() const { return stream_.worker().isRunning(); }
-    [[nodiscard]] bool isPaused() const { return monitor_.isPaused(); }
+    [[nodiscard]] bool isRunning() const { return stream().worker().isRunning(); }
+    [[nodiscard]] bool isPaused() const { return player().isPaused(); }
     [[nodiscard]] const SoundControl& sound() const { return sound_; }
     [[nodiscard]] const QString& url() const { return url_; }
     /// As it can be shown.
     [[nodiscard]] const QString& name() const { return name_; }
     [[nodiscard]] StreamStatus status() const;
-    [[nodiscard]] PictureWidget& pictures() const { return *pictures_; }
-    [[nodiscard]] const parent::PlaybackMonitor& monitor() const { return monitor_; }
-    [[nodiscard]] parent::StreamSupervisor& stream() { return stream_; }
-    [[nodiscard]] parent::WorkerProcess& worker() { return stream_.worker(); }
+    [[nodiscard]] widgets::StreamWidget& pictures() const { return *pictures_; }
+    [[nodiscard]] const parent::PlaybackMonitor& monitor() const { return player().monitor(); }
+    [[nodiscard]] parent::StreamSupervisor& stream() { return player().supervisor(); }
+    [[nodiscard]] const parent::StreamSupervisor& stream() const { return player().supervisor(); }
+    [[nodiscard]] parent::WorkerProcess& worker() { return stream().worker(); }
 
     /// The line below the picture, for streams that share a window.
     void showCaption(bool isShown);
@@ -95,10 +93,10 @@ protected:
     void contextMenuEvent(QContextMenuEvent* event) override;
 
 private:
+    [[nodiscard]] parent::StreamPlayer& player() const { return pictures_->player(); }
     void makeOverlay();
     void onStarted();
     void carryOut(const std::optional<SoundControl::Command>& command);
-    void end(const QString& words);
     void refresh();
     /// Says over the pictures that there will be no sound, for a while; only to who wants to hear some.
     void tellSoundProblem();
@@ -107,24 +105,17 @@ private:
     QString url_;
     QString name_;
     SoundControl sound_;
-    parent::PlaybackMonitor monitor_;
-    QString endWords_;
     bool isUsersStart_ = false; ///< of the worker that is being started
     bool isSoundProblemTold_ = false;
     bool hasPicture_ = false;
     bool isRecording_ = false;
     int wheelAngle_ = 0; ///< turned, but not a whole step yet; eighths of a degree
 
-    PictureWidget* pictures_;
-    QFrame* overlay_ = nullptr;
-    QLabel* overlayText_ = nullptr;
+    widgets::StreamWidget* pictures_; ///< with the worker
     QPushButton* restartButton_ = nullptr;
     QLabel* note_ = nullptr;
     ElidedLabel* caption_;
-    QTimer refreshTimer_;
     QTimer noteTimer_;
-
-    parent::StreamSupervisor stream_; ///< last: it may speak while it goes
 };
 
 } // namespace mediaworker::view

@@ -1,7 +1,7 @@
 #include "tools/view/ViewerOptions.h"
 
+#include "parent/Address.h"
 #include "parent/MaskedUrls.h"
-#include "tools/files/Address.h"
 #include "tools/playlist/PlainText.h"
 #include "tools/playlist/Playlist.h"
 
@@ -174,7 +174,7 @@ ViewerOptions parseArguments(const QStringList& arguments, const QString& folder
         options.seconds = *value;
     }
     for (const QString& argument : parser.positionalArguments()) {
-        if (const QString problem = addressProblem(argument); !problem.isEmpty()) {
+        if (const QString problem = parent::addressProblem(argument); !problem.isEmpty()) {
             return refuse(problem + u'.');
         }
         const QString url = streamUrl(argument, folder);

@@ -3,7 +3,6 @@
 #include "parent/MaskedUrls.h"
 #include "tools/files/FileUrl.h"
 #include "tools/view/LogWindow.h"
-#include "tools/view/PictureWidget.h"
 #include "tools/view/Placement.h"
 #include "tools/view/RecordingControl.h"
 #include "tools/view/RecordingsDock.h"
@@ -335,7 +334,7 @@ void ViewerWindow::refresh() {
 QStringList ViewerWindow::statistics() const {
     QStringList lines;
     for (const StreamView* view : views()) {
-        const PictureWidget& pictures = view->pictures();
+        const widgets::StreamWidget& pictures = view->pictures();
         lines << QStringLiteral("stream %1: %2 announced, %3 shown, %4 copied, %5 fps")
                      .arg(lines.size() + 1)
                      .arg(view->monitor().frames())

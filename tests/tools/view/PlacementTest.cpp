@@ -10,28 +10,6 @@ inline void PrintTo(const GridShape& shape, std::ostream* out) {
 
 namespace {
 
-struct FitCase {
-    QSize picture;
-    QSize area;
-    QRect expected;
-};
-
-class Fitted : public testing::TestWithParam<FitCase> {};
-
-TEST_P(Fitted, KeepsTheAspectInTheMiddle) {
-    const auto& [picture, area, expected] = GetParam();
-    EXPECT_EQ(fitted(picture, area), expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(Sizes, Fitted,
-                         testing::Values(FitCase{{1920, 1080}, {1920, 1080}, {0, 0, 1920, 1080}},
-                                         FitCase{{1920, 1080}, {960, 600}, {0, 30, 960, 540}},
-                                         FitCase{{1920, 1080}, {1000, 270}, {260, 0, 480, 270}},
-                                         FitCase{{320, 180}, {1280, 800}, {0, 40, 1280, 720}},
-                                         FitCase{{100, 400}, {400, 400}, {150, 0, 100, 400}},
-                                         FitCase{{4096, 2}, {100, 100}, {0, 49, 100, 1}},
-                                         FitCase{{0, 0}, {100, 100}, {}}, FitCase{{100, 100}, {0, 50}, {}}));
-
 struct GridCase {
     int streams;
     GridShape expected;

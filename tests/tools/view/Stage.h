@@ -4,7 +4,6 @@
 #include "support/media/FlvStream.h"
 #include "support/media/TestPicture.h"
 #include "support/servers/HttpServer.h"
-#include "tools/view/PictureWidget.h"
 #include "tools/view/ViewerWindow.h"
 
 #include <gmock/gmock.h>

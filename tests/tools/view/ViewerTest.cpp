@@ -126,7 +126,7 @@ TEST_F(Viewer, CopiesEachPictureOnceForAllPainting) {
         view().pictures().repaint();
         view().pictures().repaint();
     }
-    const view::PictureWidget& pictures = view().pictures();
+    const widgets::PictureWidget& pictures = view().pictures();
     EXPECT_LE(pictures.copies(), view().monitor().frames());
     EXPECT_EQ(pictures.copies(), pictures.shown());
 }

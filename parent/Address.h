@@ -2,7 +2,7 @@
 
 #include <QString>
 
-namespace mediaworker {
+namespace mediaworker::parent {
 
 /// The text is an address of any kind, "http://…" or "rtsp://…", and not a path.
 [[nodiscard]] bool isAddress(const QString& text);
@@ -11,4 +11,4 @@ namespace mediaworker {
 /// tried: http, https, files and paths.
 [[nodiscard]] QString addressProblem(const QString& text);
 
-} // namespace mediaworker
+} // namespace mediaworker::parent

@@ -1,11 +1,11 @@
-#include "tools/files/Address.h"
+#include "parent/Address.h"
 
 #include "parent/MaskedUrls.h"
 
 #include <QRegularExpression>
 #include <QUrl>
 
-namespace mediaworker {
+namespace mediaworker::parent {
 
 namespace {
 
@@ -25,9 +25,9 @@ QString addressProblem(const QString& text) {
     const bool isWeb = scheme == QLatin1String("http") || scheme == QLatin1String("https");
     const bool isKnown = scheme.isEmpty() || scheme == QLatin1String("file") ||
                          (isWeb && !QUrl(text.trimmed()).host().isEmpty());
-    return isKnown ? QString()
-                   : QStringLiteral("cannot play %1: only http, https and files")
-                         .arg(parent::maskedUrls(text.trimmed()));
+    return isKnown
+               ? QString()
+               : QStringLiteral("cannot play %1: only http, https and files").arg(maskedUrls(text.trimmed()));
 }
 
-} // namespace mediaworker
+} // namespace mediaworker::parent

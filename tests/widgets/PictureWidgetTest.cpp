@@ -1,15 +1,20 @@
-#include "tools/view/PictureWidget.h"
+#include "widgets/PictureWidget.h"
+
+#include "parent/FrameChannel.h"
 #include "support/ChildProcess.h"
 
+#include <QPainter>
+#include <QRandomGenerator>
 #include <QtEndian>
 
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstring>
 #include <memory>
 #include <string>
 
-namespace mediaworker::view {
+namespace mediaworker::widgets {
 namespace {
 
 using namespace std::chrono_literals;
@@ -145,5 +150,56 @@ TEST_F(PictureWidgetTest, KeepsItsPictureWhenTheChannelGoes) {
     EXPECT_EQ(paint(), 0);
 }
 
+/// Ratios of a screen's pixels to the units of widgets.
+class OnAScreen : public PictureWidgetTest, public testing::WithParamInterface<double> {
+protected:
+    /// What such a screen shows of the widget.
+    QImage shown() {
+        QImage image((QSizeF(widget_.size()) * GetParam()).toSize(), QImage::Format_RGB32);
+        image.setDevicePixelRatio(GetParam());
+        image.fill(Qt::magenta);
+        QPainter painter(&image);
+        widget_.render(&painter);
+        return image;
+    }
+};
+
+TEST_P(OnAScreen, ThePictureFillsItsPixelsAndTheRestIsBlack) {
+    widget_.resize(65, 65);
+    write(32, 18, 90);
+    widget_.announce();
+    const QImage image = shown();
+    const QSize size = QSize(32, 18).scaled(image.size(), Qt::KeepAspectRatio);
+    const QRect place(QPoint((image.width() - size.width()) / 2, (image.height() - size.height()) / 2), size);
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            ASSERT_EQ(qRed(image.pixel(x, y)), place.contains(x, y) ? 90 : 0) << x << ", " << y;
+            ASSERT_EQ(qGray(image.pixel(x, y)), qRed(image.pixel(x, y))) << x << ", " << y;
+        }
+    }
+}
+
+TEST_P(OnAScreen, APictureOfAsManyPixelsIsNotScaled) {
+    widget_.resize(64, 36);
+    const QSize size = (QSizeF(widget_.size()) * GetParam()).toSize();
+    std::string bytes(8, '\0');
+    qToLittleEndian(static_cast<quint32>(size.width()), bytes.data());
+    qToLittleEndian(static_cast<quint32>(size.height()), bytes.data() + 4);
+    QRandomGenerator random(1);
+    for (int i = 0; i < size.width() * size.height(); ++i) {
+        const auto pixel = static_cast<char>(random.bounded(256));
+        bytes += {pixel, static_cast<char>(i), static_cast<char>(i / 7), '\xff'};
+    }
+    bytes.append(64, '\0');
+    test::writeFile(channel_->filePath().toStdString(), bytes);
+    widget_.announce();
+    const QImage image = shown();
+    ASSERT_EQ(image.size(), size);
+    EXPECT_EQ(
+        0, std::memcmp(image.constBits(), bytes.data() + 8, static_cast<std::size_t>(image.sizeInBytes())));
+}
+
+INSTANTIATE_TEST_SUITE_P(Ratios, OnAScreen, testing::Values(1, 1.5, 2));
+
 } // namespace
-} // namespace mediaworker::view
+} // namespace mediaworker::widgets

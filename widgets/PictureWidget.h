@@ -1,6 +1,6 @@
 #pragma once
 
-#include "parent/FrameChannel.h"
+#include "parent/NewestPicture.h"
 
 #include <QImage>
 #include <QWidget>
@@ -8,14 +8,17 @@
 #include <chrono>
 #include <functional>
 
-namespace mediaworker::view {
+namespace mediaworker::parent {
+class FrameChannel;
+}
+
+namespace mediaworker::widgets {
 
 /// Shows the newest picture of a frame channel, as large as it fits, on black.
 ///
-/// A picture is copied once, out of the frame file into an image that is used again and again, and only when
-/// it is to be painted: pictures that come while the widget is hidden, or faster than the window can be
-/// painted, cost nothing. Painting scales it; the semaphore is not held meanwhile, because the worker waits
-/// for it.
+/// A picture is copied only when it is to be painted: pictures that come while the widget is hidden, or
+/// faster than the window can be painted, cost nothing. Painting scales it, once and to the pixels of the
+/// screen; the semaphore is not held meanwhile, because the worker waits for it.
 class PictureWidget : public QWidget {
     Q_OBJECT
 
@@ -23,6 +26,7 @@ public:
     /// Gives the channel to read from at this moment; may be null.
     using Channel = std::function<parent::FrameChannel*()>;
 
+    /// Black until announce().
     explicit PictureWidget(Channel channel, QWidget* parent = nullptr);
 
     /// A new picture lies in the channel.
@@ -34,32 +38,33 @@ public:
 
     /// The newest picture, as it was delivered. Null before the first one.
     [[nodiscard]] QImage picture();
-    [[nodiscard]] QSize pictureSize() const { return image_.size(); }
+    /// Of the one that is shown; empty before the first one.
+    [[nodiscard]] QSize pictureSize() const { return newest_.image().size(); }
     /// Where the picture is painted.
     [[nodiscard]] QRect pictureRect() const;
 
     /// Pictures copied out of the frame file.
-    [[nodiscard]] quint64 copies() const noexcept { return copies_; }
+    [[nodiscard]] quint64 copies() const noexcept { return newest_.copies(); }
     /// Different pictures painted.
     [[nodiscard]] quint64 shown() const noexcept { return shown_; }
     /// Those per second, from the first to the last; 0 for less than two.
     [[nodiscard]] double shownPerSecond() const;
 
 Q_SIGNALS:
+    /// It has another pictureSize(), or a first one. Comes from the event loop.
     void pictureSizeChanged();
 
 protected:
+    /// The picture, and black where there is none.
     void paintEvent(QPaintEvent* event) override;
 
 private:
     Channel channel_;
-    QImage image_; ///< with the bytes as they are in the frame file
-    bool isAnnounced_ = false;
-    bool isPainted_ = true; ///< image_ has been, since it was copied
-    quint64 copies_ = 0;
+    parent::NewestPicture newest_;
+    bool isPainted_ = true; ///< the newest one has been, since it was copied
     quint64 shown_ = 0;
     std::chrono::steady_clock::time_point firstShownAt_{};
     std::chrono::steady_clock::time_point lastShownAt_{};
 };
 
-} // namespace mediaworker::view
+} // namespace mediaworker::widgets

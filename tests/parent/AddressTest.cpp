@@ -1,8 +1,8 @@
-#include "tools/files/Address.h"
+#include "parent/Address.h"
 
 #include <gtest/gtest.h>
 
-using namespace mediaworker;
+using namespace mediaworker::parent;
 
 TEST(Address, OfAnotherKindIsRefusedWithoutItsPassword) {
     for (const char* text : {"http://cam/live.flv", "HTTPS://cam/live.flv", "file:///films/a.mp4", "a.mp4",

@@ -1,0 +1,12 @@
+#include "support/OffscreenHome.h"
+
+#include <QApplication>
+
+#include <gmock/gmock.h>
+
+int main(int argc, char** argv) {
+    ::testing::InitGoogleMock(&argc, argv);
+    const mediaworker::test::OffscreenHome home;
+    const QApplication application(argc, argv);
+    return RUN_ALL_TESTS();
+}
