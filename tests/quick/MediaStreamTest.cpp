@@ -39,6 +39,7 @@ protected:
         QQmlComponent component(&engine_);
         component.setData(QStringLiteral("import QtQuick 2.15\nimport Mediaworker 1.0\n"
                                          "MediaStream {\n property int told: 0\n muted: true\n"
+                                         " property bool isEnded: playbackState === MediaStream.Ended\n"
                                          " onProblemChanged: ++told\n %1\n}\n")
                               .arg(properties)
                               .toUtf8(),
@@ -111,6 +112,7 @@ TEST_F(MediaStreamTest, SaysWhatIsWrongAndComesBackByItself) {
     EXPECT_THAT(property("stateText").toString().toStdString(),
                 testing::StartsWith("the server answered 404 Error – again in "));
     EXPECT_EQ(property("told"), 1);
+    EXPECT_EQ(property("isEnded"), true);
     camera.setThere(true);
     ASSERT_TRUE(waitForPicture());
     EXPECT_EQ(property("problem"), QString());

@@ -9,8 +9,9 @@
 
 namespace mediaworker::test {
 
-/// For the main function of tests with windows that nobody sees, and without a display if they want no other: a home and a temporary folder of its own, so
-/// that what they leave behind can be seen. Make it before the application.
+/// For the main function of tests with windows that nobody sees, and without a display if they want no other:
+/// a home and a temporary folder of its own, so that what they leave behind can be seen. Make it before the
+/// application.
 class OffscreenHome {
 public:
     OffscreenHome() {
