@@ -92,9 +92,6 @@ void StreamPlayer::onEnd() {
 }
 
 void StreamPlayer::onFrame(qint64 ptsMs) {
-    if (!isPlayed_) {
-        return; // the last ones of what was played before
-    }
     const bool wasPlaying = monitor_.state(now()) == PlaybackState::Playing;
     monitor_.frame(now(), ptsMs);
     Q_EMIT frame();

@@ -27,6 +27,8 @@ using State = MediaStream::PlaybackState;
 /// As an application has it: in a window, said in QML. The worker lies beside the test's own program.
 class MediaStreamTest : public testing::Test {
 protected:
+    static constexpr int kSidePx = 481; ///< a height of 270.6: not the same on all screens
+
     ~MediaStreamTest() override {
         item_.reset();
         EXPECT_EQ(test::OffscreenHome::leftovers(), "");
@@ -35,7 +37,7 @@ protected:
     /// Makes the item, in a window with a magenta background.
     void show(const QString& properties) {
         window_.setColor(Qt::magenta);
-        window_.resize(480, 480);
+        window_.resize(kSidePx, kSidePx);
         QQmlComponent component(&engine_);
         component.setData(QStringLiteral("import QtQuick 2.15\nimport Mediaworker 1.0\n"
                                          "MediaStream {\n property int told: 0\n muted: true\n"
@@ -51,17 +53,23 @@ protected:
         window_.show();
     }
     void show(const Camera& camera, const QString& more = {}) {
-        show(QStringLiteral("source: \"%1\"\n width: 480; height: 480\n %2")
-                 .arg(QString::fromStdString(camera.url()), more));
+        show(QStringLiteral("source: \"%1\"\n width: %2; height: %2\n %3")
+                 .arg(QString::fromStdString(camera.url()))
+                 .arg(kSidePx)
+                 .arg(more));
     }
     bool waitForPicture() {
         return eventually([this] { return item_->isPlaying() && number().has_value(); });
     }
     QImage grab() { return window_.grabWindow().convertToFormat(QImage::Format_RGB32); }
-    /// Of the part of the window that has a picture of 16:9.
+    /// Where a picture of 16:9 is in one of the window.
+    static QRect placeIn(const QImage& window) {
+        const QSize size = QSize(16, 9).scaled(window.size(), Qt::KeepAspectRatio);
+        return {QPoint((window.width() - size.width()) / 2, (window.height() - size.height()) / 2), size};
+    }
     std::optional<int> number() {
         const QImage all = grab();
-        const QImage image = all.copy(0, all.height() * 105 / 480, all.width(), all.height() * 270 / 480);
+        const QImage image = all.copy(placeIn(all));
         return test::readFrameNumber(
             {image.constBits(), image.width(), image.height(), image.bytesPerLine()});
     }
@@ -80,24 +88,28 @@ TEST_F(MediaStreamTest, ShowsAStreamOnItsPixels) {
     EXPECT_EQ(item_->playbackState(), State::Connecting);
     EXPECT_EQ(property("stateText"), QStringLiteral("connecting"));
     ASSERT_TRUE(waitForPicture());
-    EXPECT_EQ(property("playing"), true);
-    EXPECT_EQ(property("stateText"), QStringLiteral("playing"));
+    EXPECT_TRUE(eventually([this] {
+        return property("playing") == true && property("stateText") == QStringLiteral("playing");
+    }));
     EXPECT_EQ(property("problem"), QString());
     EXPECT_TRUE(eventually([this] { return item_->pictureSize() == QSize(320, 180); }));
+    const int first = number().value_or(-1);
+    EXPECT_TRUE(eventually([&] { return number().value_or(-1) > first; })) << "it goes on";
     const QImage image = grab();
     const double ratio = window_.effectiveDevicePixelRatio();
     EXPECT_EQ(ratio, qEnvironmentVariableIsSet("QT_SCALE_FACTOR") ? 2 : 1);
-    ASSERT_EQ(image.size(), QSize(480, 480) * ratio);
+    ASSERT_EQ(image.size(), QSize(kSidePx, kSidePx) * ratio);
     // The item is transparent where there is no picture.
-    const int top = static_cast<int>(105 * ratio);
-    const int bottom = static_cast<int>(375 * ratio);
+    const QRect place = placeIn(image);
+    const int top = place.top();
+    const int bottom = place.bottom() + 1;
     for (const int x : {0, image.width() / 2, image.width() - 1}) {
         EXPECT_EQ(image.pixelColor(x, top - 1), QColor(Qt::magenta));
         EXPECT_NE(image.pixelColor(x, top), QColor(Qt::magenta));
         EXPECT_NE(image.pixelColor(x, bottom - 1), QColor(Qt::magenta));
         EXPECT_EQ(image.pixelColor(x, bottom), QColor(Qt::magenta));
     }
-    const QImage picture = image.copy(0, top, image.width(), bottom - top);
+    const QImage picture = image.copy(place);
     EXPECT_LE(test::largestPatchError(
                   {picture.constBits(), picture.width(), picture.height(), picture.bytesPerLine()}),
               24);
@@ -111,7 +123,7 @@ TEST_F(MediaStreamTest, SaysWhatIsWrongAndComesBackByItself) {
     EXPECT_EQ(property("problem").toString().toStdString(), "the server answered 404 Error");
     EXPECT_THAT(property("stateText").toString().toStdString(),
                 testing::StartsWith("the server answered 404 Error – again in "));
-    EXPECT_EQ(property("told"), 1);
+    EXPECT_GE(property("told"), 1);
     EXPECT_EQ(property("isEnded"), true);
     camera.setThere(true);
     ASSERT_TRUE(waitForPicture());

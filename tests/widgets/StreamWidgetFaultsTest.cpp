@@ -92,6 +92,16 @@ TEST_F(FaultsOfAStreamWidget, HasRoomForMoreBelowItsWords) {
     EXPECT_TRUE(eventually([&] { return widget_.state() == PlaybackState::Buffering; }));
 }
 
+// Nobody has painted it, and its worker goes.
+TEST_F(FaultsOfAStreamWidget, ThePictureOfTheWorkerBeforeStays) {
+    widget_.hide();
+    play("connect;hello;picture:16x8;send:0108000000000000000000;serve");
+    ASSERT_TRUE(eventually([&] { return widget_.player().monitor().frames() == 1; }));
+    EXPECT_EQ(widget_.copies(), 0U);
+    widget_.player().play({QString::fromUtf8(kServing)});
+    EXPECT_EQ(widget_.picture().size(), QSize(16, 8));
+}
+
 TEST_F(FaultsOfAStreamWidget, SaysWhenThereIsNoWorker) {
     widget_.player().supervisor().worker().setProgram(QStringLiteral("/nonexistent/worker"));
     play("http://127.0.0.1:1/live.flv");
