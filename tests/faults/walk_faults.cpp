@@ -4,6 +4,8 @@
 
 #include "FaultyRun.h"
 
+#include "support/OwnEnvironment.h"
+
 #include <QCoreApplication>
 
 #include <cerrno>
@@ -39,6 +41,7 @@ int main(int argc, char** argv) {
             << "usage: walk_faults memory|thread|ENOSPC|EMFILE|EIO stream|file|export FIRST STEP [LAST]\n";
         return 2;
     }
+    const mediaworker::test::OwnEnvironment environment;
     const QCoreApplication application(argc, argv);
     Fault fault = kFaults.at(arguments[0]);
     const int step = std::atoi(arguments[3].c_str());

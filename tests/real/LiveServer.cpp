@@ -2,6 +2,7 @@
 
 #include "Workshop.h"
 #include "support/FileLock.h"
+#include "support/OwnEnvironment.h"
 
 #include <chrono>
 #include <regex>
@@ -32,7 +33,8 @@ std::filesystem::path install() {
     }
     try {
         Workshop::run({"npm", "ci", "--prefix", folder.string(), "--ignore-scripts", "--no-audit",
-                       "--no-fund", "--no-update-notifier"});
+                       "--no-fund", "--no-update-notifier"},
+                      OwnEnvironment::ofTheUser());
     } catch (const MissingTool&) {
         throw;
     } catch (const std::runtime_error& error) {

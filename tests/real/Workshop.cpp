@@ -82,9 +82,10 @@ std::filesystem::path Workshop::pictures(int widthPx, int heightPx) {
     return target;
 }
 
-std::string Workshop::run(const Words& command) {
+std::string Workshop::run(const Words& command,
+                          const std::vector<std::pair<std::string, std::string>>& environment) {
     try {
-        return runCommand(command);
+        return runCommand(command, environment);
     } catch (const std::system_error& error) {
         if (error.code() == std::errc::no_such_file_or_directory) {
             throw MissingTool(command.at(0) + " is not installed: scripts/bootstrap --test installs it");

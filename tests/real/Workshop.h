@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace mediaworker::test {
@@ -53,8 +54,10 @@ public:
     [[nodiscard]] static std::filesystem::path pictures(int widthPx = kFilmWidthPx,
                                                         int heightPx = kFilmHeightPx);
 
-    /// Runs a program; its standard output. Throws MissingTool when it is not installed.
-    static std::string run(const Words& command);
+    /// Runs a program, with these variables in its environment; its standard output. Throws MissingTool when
+    /// it is not installed.
+    static std::string run(const Words& command,
+                           const std::vector<std::pair<std::string, std::string>>& environment = {});
     /// Runs ffmpeg with these arguments; it overwrites and is silent.
     static void ffmpeg(const Words& arguments);
 

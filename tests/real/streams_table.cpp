@@ -7,6 +7,7 @@
 #include "Judge.h"
 
 #include "support/ChildProcess.h"
+#include "support/OwnEnvironment.h"
 
 #include <QCoreApplication>
 
@@ -78,6 +79,7 @@ int printRow(const std::string& name) {
 } // namespace mediaworker::test
 
 int main(int argc, char** argv) {
+    const mediaworker::test::OwnEnvironment environment;
     const QCoreApplication application(argc, argv);
     const std::vector<std::string> arguments(argv + 1, argv + argc);
     if (arguments == std::vector<std::string>{"names"}) {

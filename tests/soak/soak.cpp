@@ -7,6 +7,7 @@
 #include "Starts.h"
 #include "Viewer.h"
 #include "support/ChildProcess.h"
+#include "support/OwnEnvironment.h"
 #include "support/Platform.h"
 #include "support/servers/PulseServer.h"
 
@@ -213,6 +214,7 @@ int main(int argc, char** argv) {
     if (arguments[0] == "--broadcast") {
         return broadcast(count);
     }
+    const test::OwnEnvironment environment;
     const test::TemporaryFolder folder;
     std::filesystem::create_directory(folder / "workers");
     const test::platform::TemporaryDirectory temporary(folder / "workers");

@@ -33,6 +33,8 @@ inline constexpr const char* kTemporaryVariable =
 [[nodiscard]] int openHandles();
 /// A variable of the environment of this process and those that it starts; null removes it.
 void setVariable(const char* name, const char* value);
+/// The names of all variables of this process's environment.
+[[nodiscard]] std::vector<std::string> variableNames();
 
 /// The system's temporary directory for this process and those that it starts, while this lives.
 class TemporaryDirectory {

@@ -95,6 +95,15 @@ void setVariable(const char* name, const char* value) {
     }
 }
 
+std::vector<std::string> variableNames() {
+    std::vector<std::string> names;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const std::string_view text(*entry);
+        names.emplace_back(text.substr(0, text.find('=')));
+    }
+    return names;
+}
+
 TemporaryDirectory::TemporaryDirectory(const std::filesystem::path& path) {
     const char* const before = std::getenv(kTemporaryVariable); // NOLINT(concurrency-mt-unsafe)
     before_ = before != nullptr ? before : "";

@@ -118,6 +118,15 @@ void setVariable(const char* name, const char* value) {
     _putenv_s(name, value != nullptr ? value : ""); // an empty value removes it
 }
 
+std::vector<std::string> variableNames() {
+    std::vector<std::string> names;
+    for (char** entry = _environ; entry != nullptr && *entry != nullptr; ++entry) {
+        const std::string_view text(*entry);
+        names.emplace_back(text.substr(0, text.find('=')));
+    }
+    return names;
+}
+
 TemporaryDirectory::TemporaryDirectory(const std::filesystem::path& path) {
     const char* const before = std::getenv(kTemporaryVariable);
     before_ = before != nullptr ? before : "";

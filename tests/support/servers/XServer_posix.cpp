@@ -13,11 +13,12 @@ using namespace std::chrono_literals;
 XServer::XServer(int widthPx, int heightPx) {
     const auto numberFile = folder_ / "display";
     // It takes the first free number, and writes it down when it serves. No reset: a server whose last client
-    // leaves would begin anew, and lose the next one's first request.
+    // leaves would begin anew, and lose the next one's first request. No OpenGL, whose drivers differ from
+    // machine to machine.
     server_ = std::make_unique<ChildProcess>(
         ChildProcess::Options{.command = {"Xvfb", "-displayfd", "1", "-screen", "0",
                                           std::to_string(widthPx) + "x" + std::to_string(heightPx) + "x24",
-                                          "-nolisten", "tcp", "-noreset", "-dpi", "96"},
+                                          "-nolisten", "tcp", "-noreset", "-dpi", "96", "-extension", "GLX"},
                               .output = numberFile,
                               .errors = folder_ / "server.log"});
     const auto deadline = std::chrono::steady_clock::now() + 30s;

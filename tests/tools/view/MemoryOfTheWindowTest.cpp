@@ -76,7 +76,7 @@ TEST_F(Remembering, AWindowOfALargerScreenFitsThisOne) {
         << window().width() << " x " << window().height();
 }
 
-/// On a screen where each pixel is four: a run of its own, with QT_SCALE_FACTOR=2.
+/// On a screen where each pixel is four: a run of its own, with MEDIAWORKER_TEST_SCALE=2.
 class Scaled : public Stage {};
 
 TEST_F(Scaled, DISABLED_WindowsFit) {
