@@ -9,9 +9,10 @@ skipped=()
 report=()
 
 # stage NAME COMMAND... runs a stage, shows and keeps what it prints, and counts it: a stage that ran ctest counts
-# with its tests, any other as one. What was skipped is neither passed nor failed.
+# with its tests, any other as one. What was skipped is neither passed nor failed. A stage whose ctest ran no test
+# has failed, whatever its status.
 stage() {
-    local name=$1 begin=$SECONDS status sum outcome unrun
+    local name=$1 begin=$SECONDS status sum outcome unrun unlisted why=
     shift
     echo
     echo "=== $name"
@@ -26,6 +27,12 @@ stage() {
     mapfile -t unrun < <(sed -nE 's/^[[:space:]]+[0-9]+ - (.*) \((Skipped|Disabled)\)$/\1/p' "$logs/$name.log" | sort -u)
     sum=$(sed -nE 's/^[0-9]+% tests passed, ([0-9]+) tests? failed out of ([0-9]+).*/\1 \2/p' \
         "$logs/$name.log" | tail -n 1)
+    if [ -z "$sum" ] && [ "$status" -ne "$left_out" ] && grep -q '^Test project ' "$logs/$name.log"; then
+        [ "$status" -ne 0 ] || status=1
+        # ctest gives up when a program does not list its tests.
+        unlisted=$(sed -nE "s/^ *Path: '(.*[ /])?([^ /']+)'$/\2/p" "$logs/$name.log" | sort -u | tr '\n' ' ')
+        why=": no test was run${unlisted:+, tests not listed of ${unlisted% }}"
+    fi
     outcome=passed
     if [ "$status" -eq "$left_out" ]; then
         outcome="left out: $(sed -n 's/^left out: //p' "$logs/$name.log" | tail -n 1)"
@@ -38,7 +45,7 @@ stage() {
         total=$((total + 1))
         [ "$status" -eq 0 ] || failed=$((failed + 1))
     fi
-    [ "$status" -eq 0 ] || [ "$status" -eq "$left_out" ] || outcome=FAILED
+    [ "$status" -eq 0 ] || [ "$status" -eq "$left_out" ] || outcome=FAILED$why
     if [ ${#unrun[@]} -gt 0 ]; then
         outcome+=", ${#unrun[@]} skipped"
     fi

@@ -167,5 +167,6 @@ function(mw_test name)
     if(arg_SERIAL)
         list(APPEND properties RUN_SERIAL ON)
     endif()
-    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
+    # Time for the three tries of packaging/windows/run.
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 180 PROPERTIES ${properties})
 endfunction()
