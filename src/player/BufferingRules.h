@@ -34,8 +34,8 @@ public:
 private:
     Mode mode_ = Mode::Off;
     std::int64_t endThresholdMs_ = 1000; ///< 500 after the first end: only the start waits for more
-    std::int64_t rebufferGuardMs_ =
-        0; ///< the shown stamp must have reached this before buffering begins again
+    /// The shown stamp must have reached this before buffering begins again.
+    std::int64_t rebufferGuardMs_ = 0;
 };
 
 } // namespace ko_player

@@ -105,8 +105,8 @@ private:
         bool isFirstPacket = true;
         std::int64_t last = 0;              ///< the last stamp written, in the stream's time base
         std::int64_t exact = kNoExactStamp; ///< where the sound has come to, in samples
-        std::int64_t lead =
-            0; ///< how much earlier than they say packets are decoded, in the stream's time base
+        /// How much earlier than they say packets are decoded, in the stream's time base.
+        std::int64_t lead = 0;
     };
 
     /// Gives the packet its stamps, in the time base of the stream.

@@ -21,9 +21,9 @@ class ChildProcess {
 public:
     struct Options {
         std::vector<std::string> command = {}; ///< the program, looked up in PATH, and its arguments
-        std::vector<std::pair<std::string, std::string>> environment =
-            {};                            ///< added to, or replacing, our own
-        std::filesystem::path output = {}; ///< standard output = {}; empty: discarded
+        /// Added to, or replacing, our own.
+        std::vector<std::pair<std::string, std::string>> environment = {};
+        std::filesystem::path output = {}; ///< standard output; empty: discarded
         std::filesystem::path errors = {}; ///< standard error; empty: our own
         bool hasInput = false;             ///< standard input is fed by write()
     };

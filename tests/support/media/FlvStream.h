@@ -21,8 +21,8 @@ struct TimedBytes {
 };
 
 struct TimedMetadata {
-    std::int64_t ms =
-        0; ///< since the stream's begin: it goes out before the first frame of that time or later
+    /// Since the stream's begin: it goes out before the first frame of that time or later.
+    std::int64_t ms = 0;
     AmfValue::Properties properties;
 };
 
