@@ -1,7 +1,7 @@
 #include "quick/MediaStream.h"
 
 #include "support/Eventually.h"
-#include "support/OffscreenHome.h"
+#include "support/Leftovers.h"
 #include "support/media/TestPicture.h"
 #include "support/servers/Camera.h"
 
@@ -31,7 +31,7 @@ protected:
 
     ~MediaStreamTest() override {
         item_.reset();
-        EXPECT_EQ(test::OffscreenHome::leftovers(), "");
+        EXPECT_EQ(test::leftovers(), "");
     }
 
     /// Makes the item, in a window with a magenta background.

@@ -1,5 +1,5 @@
 #include "quick/MediaStream.h"
-#include "support/OffscreenHome.h"
+#include "support/OwnEnvironment.h"
 #include "support/servers/XServer.h"
 
 #include <QGuiApplication>
@@ -12,8 +12,14 @@ int main(int argc, char** argv) {
         return RUN_ALL_TESTS();
     }
     // Windows that are to be grabbed need a screen, but no graphics card.
-    const mediaworker::test::XServer screen;
-    const mediaworker::test::OffscreenHome home;
+    using namespace mediaworker::test;
+    const QByteArray scale = qgetenv("MEDIAWORKER_TEST_SCALE");
+    const OwnEnvironment environment;
+    const XServer screen;
+    qputenv("TMPDIR", (environment.home() / "temp").c_str());
+    if (!scale.isEmpty()) {
+        qputenv("QT_SCALE_FACTOR", scale);
+    }
     qputenv("DISPLAY", screen.display().c_str());
     qputenv("QT_QPA_PLATFORM", "xcb");
     qputenv("QT_QUICK_BACKEND", "software");

@@ -1,5 +1,5 @@
 #include "support/Eventually.h"
-#include "support/OffscreenHome.h"
+#include "support/Leftovers.h"
 #include "widgets/StreamWidget.h"
 
 #include <QLabel>

@@ -1,7 +1,7 @@
 #include "widgets/StreamWidget.h"
 
 #include "support/Eventually.h"
-#include "support/OffscreenHome.h"
+#include "support/Leftovers.h"
 #include "support/media/TestPicture.h"
 #include "support/servers/Camera.h"
 
@@ -33,7 +33,7 @@ protected:
     }
     ~StreamWidgetTest() override {
         widget_.reset();
-        EXPECT_EQ(test::OffscreenHome::leftovers(), "");
+        EXPECT_EQ(test::leftovers(), "");
     }
 
     void play(const Camera& camera) {

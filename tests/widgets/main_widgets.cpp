@@ -1,4 +1,4 @@
-#include "support/OffscreenHome.h"
+#include "support/OwnEnvironment.h"
 
 #include <QApplication>
 
@@ -6,7 +6,9 @@
 
 int main(int argc, char** argv) {
     ::testing::InitGoogleMock(&argc, argv);
-    const mediaworker::test::OffscreenHome home;
+    const mediaworker::test::OwnEnvironment environment;
+    qputenv("TMPDIR", (environment.home() / "temp").c_str());
+    qputenv("QT_QPA_PLATFORM", "offscreen");
     const QApplication application(argc, argv);
     return RUN_ALL_TESTS();
 }
