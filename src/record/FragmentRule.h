@@ -21,7 +21,7 @@ public:
     /// Of the clock, where the stream stops.
     static constexpr std::chrono::milliseconds kOldest{1000};
     /// What is collected is held twice, and the server waits while it is written.
-    static constexpr std::size_t kMostBytes = 1 << 20;
+    static constexpr std::size_t kMostBytes = 256 << 10;
 
     /// Whether what is collected has to go before a packet with that decode time stamp is collected.
     [[nodiscard]] bool isDueBefore(std::size_t track, std::int64_t dtsMs) const {
