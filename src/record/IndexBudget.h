@@ -12,7 +12,7 @@ namespace ko_player {
 /// a stream has that somebody looks at.
 class IndexBudget {
 public:
-    static constexpr std::int64_t kFreePackets = 1'000'000; ///< two hours of a camera with sound
+    static constexpr std::int64_t kFreePackets = 1'000'000; ///< four hours of a camera with sound
     /// Of the recording, by its time stamps. 120 pictures and 100 packets of sound are the most that cameras
     /// send.
     static constexpr std::int64_t kPacketsPerSecond = 500;

@@ -268,6 +268,35 @@ TEST_F(CrashSafeFile, CanBePlayedWhereverItIsCutOff) {
     }
 }
 
+// Their payload goes past what is held of a fragment, and into the file in more than one piece.
+TEST_F(CrashSafeFile, HoldsPicturesOfAnySize) {
+    ClipSpec spec = specOf(VideoCodec::Avc, AudioCodec::Aac);
+    spec.widthPx = 1280;
+    spec.heightPx = 720;
+    spec.frames = 60;
+    spec.noise = 60;
+    spec.bitrateKbps = 40'000;
+    const Clip large = encode(spec);
+    const auto largest =
+        std::max_element(large.video.begin(), large.video.end(),
+                         [](const auto& a, const auto& b) { return a.bytes.size() < b.bytes.size(); });
+    ASSERT_GT(largest->bytes.size(), 300'000U);
+    const auto bytes = toBytes(makeFlv(large));
+    const auto cut = folder_ / "cut.mp4";
+    {
+        FileRecorder recorder(path_.string(), FlvReading::Standard, std::nullopt, Mp4Policy::Safe);
+        ASSERT_TRUE(feed(recorder, bytes));
+        std::filesystem::copy_file(path_, cut);
+        ASSERT_TRUE(recorder.pushEofAndClose());
+    }
+    ASSERT_TRUE(record(ordinary_, bytes, FlvReading::Standard, Mp4Policy::AtOnce));
+    EXPECT_THAT(logText(), Not(HasSubstr("stays in fragments")));
+    EXPECT_EQ(packetsOf(path_, "v"), packetsOf(ordinary_, "v"));
+    EXPECT_EQ(packetsOf(path_, "a"), packetsOf(ordinary_, "a"));
+    EXPECT_GE(picturesIn(cut), 55U);
+    EXPECT_EQ(complaints(cut), "");
+}
+
 TEST_F(CrashSafeFile, HasEverythingSoonWhereTheStreamStops) {
     FileRecorder recorder(path_.string(), FlvReading::Standard, std::nullopt, Mp4Policy::Safe);
     const auto pieces = makeFlv(clip());
