@@ -1,5 +1,6 @@
 #include "parent/WorkerProcess.h"
 
+#include "support/Eventually.h"
 #include "support/Platform.h"
 
 #include <QCoreApplication>
@@ -23,15 +24,7 @@ namespace {
 constexpr int kLimitMs = 20000;
 
 bool eventually(const std::function<bool()>& condition) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > kLimitMs) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents | QEventLoop::AllEvents, 20);
-    }
-    return true;
+    return mediaworker::test::eventually(condition, std::chrono::milliseconds(kLimitMs));
 }
 
 bool isOneColour(const QImage& picture) {

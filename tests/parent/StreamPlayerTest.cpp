@@ -1,10 +1,7 @@
 #include "parent/StreamPlayer.h"
 
 #include "parent/NewestPicture.h"
-
-#include <QCoreApplication>
-#include <QElapsedTimer>
-#include <QEventLoop>
+#include "support/Eventually.h"
 
 #include <gtest/gtest.h>
 
@@ -17,15 +14,7 @@ namespace {
 constexpr int kLimitMs = 30000;
 
 bool eventually(const std::function<bool()>& condition) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > kLimitMs) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    }
-    return true;
+    return mediaworker::test::eventually(condition, std::chrono::milliseconds(kLimitMs));
 }
 
 /// A player whose worker is a stand-in, which does what its "URL" says.

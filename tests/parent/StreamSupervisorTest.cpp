@@ -1,11 +1,11 @@
 #include "parent/StreamSupervisor.h"
 
+#include "support/Eventually.h"
 #include "support/Platform.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QEventLoop>
 
 #include <gtest/gtest.h>
 
@@ -23,15 +23,7 @@ namespace {
 constexpr int kLimitMs = 30000;
 
 bool eventually(const std::function<bool()>& condition) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > kLimitMs) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents | QEventLoop::AllEvents, 20);
-    }
-    return true;
+    return mediaworker::test::eventually(condition, std::chrono::milliseconds(kLimitMs));
 }
 
 // What the worker's stand-in does.

@@ -1,12 +1,11 @@
 #include "parent/WorkerProcess.h"
 
 #include "support/ChildProcess.h"
+#include "support/Eventually.h"
 #include "support/Platform.h"
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QElapsedTimer>
-#include <QEventLoop>
 #include <QFile>
 #include <QLocalSocket>
 
@@ -30,15 +29,7 @@ namespace {
 constexpr int kLimitMs = 20000;
 
 bool eventually(const std::function<bool()>& condition, int limitMs = kLimitMs) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > limitMs) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents | QEventLoop::AllEvents, 20);
-    }
-    return true;
+    return mediaworker::test::eventually(condition, std::chrono::milliseconds(limitMs));
 }
 
 QStringList leftovers() {

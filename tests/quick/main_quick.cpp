@@ -1,6 +1,5 @@
 #include "quick/MediaStream.h"
-#include "support/OwnEnvironment.h"
-#include "support/servers/XServer.h"
+#include "support/servers/OwnScreen.h"
 
 #include <QGuiApplication>
 
@@ -12,16 +11,7 @@ int main(int argc, char** argv) {
         return RUN_ALL_TESTS();
     }
     // Windows that are to be grabbed need a screen, but no graphics card.
-    using namespace mediaworker::test;
-    const QByteArray scale = qgetenv("MEDIAWORKER_TEST_SCALE");
-    const OwnEnvironment environment;
-    const XServer screen;
-    qputenv("TMPDIR", (environment.home() / "temp").c_str());
-    if (!scale.isEmpty()) {
-        qputenv("QT_SCALE_FACTOR", scale);
-    }
-    qputenv("DISPLAY", screen.display().c_str());
-    qputenv("QT_QPA_PLATFORM", "xcb");
+    const mediaworker::test::OwnScreen screen;
     qputenv("QT_QUICK_BACKEND", "software");
     const QGuiApplication application(argc, argv);
     mediaworker::quick::registerTypes();

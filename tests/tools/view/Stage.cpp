@@ -1,5 +1,6 @@
 #include "Stage.h"
 
+#include "support/Eventually.h"
 #include "support/servers/Pacing.h"
 
 #include <QAction>
@@ -9,7 +10,6 @@
 #include <QLabel>
 #include <QScreen>
 #include <QTest>
-#include <QTimer>
 
 #include <csignal>
 
@@ -65,17 +65,7 @@ void Stage::closeWindow() {
 }
 
 bool Stage::waitUntil(const std::function<bool()>& isDone, std::chrono::milliseconds limit) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    // A wake-up now and then, for conditions that no event announces.
-    QTimer ticks;
-    ticks.start(5);
-    while (!isDone()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    }
-    return true;
+    return eventually(isDone, limit);
 }
 
 bool Stage::waitForPictures(view::StreamView& view, quint64 count) {
